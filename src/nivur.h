@@ -1,0 +1,16 @@
+#ifndef NIVUR_NIVUR_H
+#define NIVUR_NIVUR_H
+
+/// \file
+/// Everything but <nivur/ifaddrs.h>, which names a record as the platform's <ifaddrs.h> does.
+
+#include "log.h"
+#include "mutex.h"
+#include "no_copyable.h"
+#include "runnable.h"
+#include "semaphore.h"
+#include "shared_ptr.h"
+#include "system_util.h"
+#include "thread.h"
+
+#endif

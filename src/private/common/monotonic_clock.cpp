@@ -1,0 +1,71 @@
+#include "private/common/monotonic_clock.h"
+
+#include <cerrno>
+
+#include "log.h"
+
+namespace NIVUR {
+
+namespace {
+
+constexpr long kNanosecondsPerSecond = 1000000000;
+
+timespec normalized(time_t seconds, long nanoseconds) {
+    if (nanoseconds >= kNanosecondsPerSecond) {
+        return {seconds + 1, nanoseconds - kNanosecondsPerSecond};
+    }
+    if (nanoseconds < 0) {
+        return {seconds - 1, nanoseconds + kNanosecondsPerSecond};
+    }
+    return {seconds, nanoseconds};
+}
+
+}  // namespace
+
+timespec monotonicNow() {
+    timespec now{};
+    if (::clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
+        Log::log("NIVUR", LOG_ERROR, "cannot get CPU time: error=%d", errno);
+        return {};
+    }
+    return now;
+}
+
+timespec deadlineAfter(unsigned int timeoutMs) {
+    const timespec now = monotonicNow();
+    return normalized(now.tv_sec + static_cast<time_t>(timeoutMs / 1000),
+                      now.tv_nsec + static_cast<long>(timeoutMs % 1000) * 1000000);
+}
+
+#if defined(__ANDROID__) && __ANDROID_API__ < 30
+
+// This platform has no call that names the clock: the wall clock stands in for one wait at a time,
+// and the monotonic clock tells whether the time is really up.
+int waitUntil(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec& deadline) {
+    for (;;) {
+        const timespec now = monotonicNow();
+        const timespec left =
+            normalized(deadline.tv_sec - now.tv_sec, deadline.tv_nsec - now.tv_nsec);
+        if (left.tv_sec < 0) {
+            return ETIMEDOUT;
+        }
+        timespec wall{};
+        ::clock_gettime(CLOCK_REALTIME, &wall);
+        const timespec wallDeadline =
+            normalized(wall.tv_sec + left.tv_sec, wall.tv_nsec + left.tv_nsec);
+        const int result = ::pthread_cond_timedwait(condition, mutex, &wallDeadline);
+        if (result != ETIMEDOUT) {
+            return result;
+        }
+    }
+}
+
+#else
+
+int waitUntil(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec& deadline) {
+    return ::pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, &deadline);
+}
+
+#endif
+
+}  // namespace NIVUR

@@ -1,0 +1,153 @@
+#ifndef NIVUR_SHARED_PTR_H
+#define NIVUR_SHARED_PTR_H
+
+#include <utility>
+
+#include "export.h"
+#include "mutex.h"
+#include "no_copyable.h"
+
+namespace NIVUR {
+
+/// What happens to an object when its last SharedPtr goes. A disposer is not owned by the pointers
+/// that use it and must outlive them: make it a static.
+template <class T>
+class PtrDisposer {
+  public:
+    /// Called once, with null for a pointer made from null, on the thread that drops the last
+    /// reference and with no lock of the pointer held.
+    virtual void dispose(T* object) = 0;
+
+  protected:
+    constexpr PtrDisposer() = default;
+    ~PtrDisposer() = default;
+};
+
+/// The count that all SharedPtr to one object share.
+template <class T>
+class SharedCount : public NoCopyable {
+  public:
+    SharedCount(T* object, PtrDisposer<T>* disposer) : _ptr(object), _disposer(disposer) {}
+
+    void incRefCount() {
+        AutoLock lock(_mutex);
+        ++_refCount;
+    }
+
+    /// Drops one reference; the last one disposes of the object and frees this block.
+    void decRefCount();
+
+  private:
+    T* const _ptr;
+    unsigned int _refCount NIVUR_GUARDED_BY(_mutex) = 1;
+    Mutex _mutex;
+    PtrDisposer<T>* const _disposer;
+};
+
+/// A reference-counted pointer: the last of the pointers that share an object disposes of it, by
+/// default with delete. Pointers that share an object may be copied and dropped on any threads; one
+/// pointer that several threads use needs a lock of theirs if any of them changes it.
+template <class T>
+class SharedPtr {
+  public:
+    /// The disposer of pointers that were given none: deletes the object.
+    class DefaultPtrDisposer : public PtrDisposer<T> {
+      public:
+        constexpr DefaultPtrDisposer() = default;
+        void dispose(T* object) override { delete object; }
+    };
+
+    static DefaultPtrDisposer _kDefaultPtrDisposer;
+
+    /// An empty pointer.
+    SharedPtr() noexcept = default;
+
+    /// Takes over `object`, which may be null; when memory for the count is exhausted the object is
+    /// disposed of and std::bad_alloc passes through. `disposer` must outlive every copy.
+    explicit SharedPtr(T* object, PtrDisposer<T>* disposer = &_kDefaultPtrDisposer) : _ptr(object) {
+        if (object == nullptr && disposer == &_kDefaultPtrDisposer) {
+            return;  // nothing to count, so that an empty pointer never needs memory
+        }
+        try {
+            _sharedCount = new SharedCount<T>(object, disposer);
+        } catch (...) {
+            disposer->dispose(object);
+            throw;
+        }
+    }
+
+    SharedPtr(const SharedPtr& other) : _ptr(other._ptr), _sharedCount(other._sharedCount) {
+        if (_sharedCount != nullptr) {
+            _sharedCount->incRefCount();
+        }
+    }
+
+    /// Leaves `other` empty.
+    SharedPtr(SharedPtr&& other) noexcept
+        : _ptr(std::exchange(other._ptr, nullptr)),
+          _sharedCount(std::exchange(other._sharedCount, nullptr)) {}
+
+    /// The new object is held before the old one is let go, whose end may take `other` with it.
+    SharedPtr& operator=(const SharedPtr& other) {
+        SharedPtr(other).swap(*this);
+        return *this;
+    }
+
+    SharedPtr& operator=(SharedPtr&& other) noexcept {
+        SharedPtr(std::move(other)).swap(*this);
+        return *this;
+    }
+
+    ~SharedPtr() {
+        if (_sharedCount != nullptr) {
+            _sharedCount->decRefCount();
+        }
+    }
+
+    /// The object, lent, or null.
+    T* get() const { return _ptr; }
+    T* operator->() const { return _ptr; }
+    T& operator*() const { return *_ptr; }
+
+    /// True when there is an object.
+    explicit operator bool() const { return _ptr != nullptr; }
+
+    void swap(SharedPtr& other) noexcept {
+        std::swap(_ptr, other._ptr);
+        std::swap(_sharedCount, other._sharedCount);
+    }
+
+  private:
+    T* _ptr = nullptr;
+    SharedCount<T>* _sharedCount = nullptr;
+};
+
+/// Pointers are equal when they point to the same object.
+template <class T>
+bool operator==(const SharedPtr<T>& a, const SharedPtr<T>& b) {
+    return a.get() == b.get();
+}
+
+template <class T>
+bool operator!=(const SharedPtr<T>& a, const SharedPtr<T>& b) {
+    return a.get() != b.get();
+}
+
+template <class T>
+typename SharedPtr<T>::DefaultPtrDisposer SharedPtr<T>::_kDefaultPtrDisposer;
+
+template <class T>
+void SharedCount<T>::decRefCount() {
+    {
+        AutoLock lock(_mutex);
+        if (_refCount != 0 && --_refCount != 0) {
+            return;
+        }
+    }
+    _disposer->dispose(_ptr);
+    delete this;
+}
+
+}  // namespace NIVUR
+
+#endif

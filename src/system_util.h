@@ -1,0 +1,31 @@
+#ifndef NIVUR_SYSTEM_UTIL_H
+#define NIVUR_SYSTEM_UTIL_H
+
+#include <cstdint>
+
+#include "export.h"
+
+namespace NIVUR {
+
+/// Questions to the system. Any thread may call any operation at any time.
+class NIVUR_EXPORT SystemUtil {
+  public:
+    SystemUtil() = delete;
+
+    /// Milliseconds of the monotonic clock, the time base of every time limit and timer; only
+    /// differences mean anything. 0, and an error line, when the clock cannot be read.
+    static uint64_t getCPUTime();
+
+    /// The same clock in microseconds.
+    static uint64_t getCPUTimeInMicroseconds();
+
+    /// Blocks the calling thread for at least `milliseconds`; signals do not shorten it.
+    static void sleep(unsigned int milliseconds);
+
+    /// The id of the calling process.
+    static int getpid();
+};
+
+}  // namespace NIVUR
+
+#endif

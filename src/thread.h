@@ -1,0 +1,96 @@
+#ifndef NIVUR_THREAD_H
+#define NIVUR_THREAD_H
+
+#include <pthread.h>
+
+#include <memory>
+#include <string>
+
+#include "export.h"
+#include "mutex.h"
+#include "no_copyable.h"
+#include "runnable.h"
+#include "semaphore.h"
+
+namespace NIVUR {
+
+/// Runs one task on a new named thread of a chosen priority, and can do so again when it has ended.
+/// Any thread may call any operation, the running task included.
+/// REQUIRES for destruction: not on the thread itself. The destructor waits for the task, which
+/// nothing but stop() tells to end.
+class NIVUR_EXPORT Thread : public NoCopyable {
+  public:
+    enum ThreadPriority {
+        THREAD_PRIORITY_HIGH = 0,    ///< nice value -16
+        THREAD_PRIORITY_NORMAL = 1,  ///< nice value 0, as for any value that is not listed
+        THREAD_PRIORITY_LOW = 2      ///< nice value 10
+    };
+
+    /// The thread id of a Thread that is not running.
+    static constexpr int INVALID_THREAD_ID = -1;
+
+    Thread();
+    virtual ~Thread();
+
+    /// Starts a thread that runs `runnable`, which is owned from here on and deleted on the new
+    /// thread when it has run. Returns true when the thread runs, with its id, name (the system
+    /// shows 15 bytes of it) and priority in place; false, with a log line and `runnable` deleted,
+    /// when one runs already or none can be made. A priority that is refused costs a log line only.
+    /// REQUIRES: runnable is not null.
+    bool start(Runnable* runnable, const std::string& name,
+               ThreadPriority priority = THREAD_PRIORITY_NORMAL);
+
+    /// Asks the running task to end: isStopping() is true from now on. Nothing interrupts it.
+    void stop();
+
+    /// True when the running task was asked to end.
+    bool isStopping() const;
+
+    /// Waits until the thread, if there is one, has ended. On the thread itself it returns at once.
+    void waitForStop();
+
+    /// The name of the running thread, or "".
+    std::string getName() const;
+
+    /// True from a start until its task has returned and is deleted.
+    bool isStarted() const;
+
+    /// The kernel's id of the running thread, or INVALID_THREAD_ID.
+    int getThreadID() const;
+
+    /// The kernel's id of the calling thread.
+    static int getCurrentThreadID();
+
+  private:
+    friend class RunLoop;
+
+    static void* threadProc(void* thread);
+    void runTask();
+    int launch(std::unique_ptr<Runnable>& task, const std::string& name, ThreadPriority priority,
+               Semaphore& startSemaphore, std::string& runningName);
+    unsigned int requestStop();
+    void waitForRun(unsigned int run);
+    void joinEnded();
+    void clear() NIVUR_REQUIRES(_mutex);
+    void setThreadName(const std::string& name) NIVUR_REQUIRES(_mutex);
+    void setPriority(ThreadPriority priority);
+
+    // Taken before _mutex, and held during a join, so that a handle is joined once.
+    Mutex _joinMutex NIVUR_ACQUIRED_BEFORE(_mutex);
+
+    // Innermost: nothing else is locked, and no code of a caller runs, while it is held.
+    mutable Mutex _mutex;
+    bool _started NIVUR_GUARDED_BY(_mutex) = false;
+    bool _stopping NIVUR_GUARDED_BY(_mutex) = false;
+    Runnable* _runnable NIVUR_GUARDED_BY(_mutex) = nullptr;
+    std::string _name NIVUR_GUARDED_BY(_mutex);
+    int _threadID NIVUR_GUARDED_BY(_mutex) = INVALID_THREAD_ID;
+    Semaphore* _startSemaphore NIVUR_GUARDED_BY(_mutex) = nullptr;  // of the start() that waits
+    pthread_t _thread NIVUR_GUARDED_BY(_mutex) = 0;                 // 0: nothing to join
+    ThreadPriority _priority NIVUR_GUARDED_BY(_mutex) = THREAD_PRIORITY_NORMAL;
+    unsigned int _run NIVUR_GUARDED_BY(_mutex) = 0;  // counts the threads started so far
+};
+
+}  // namespace NIVUR
+
+#endif

@@ -1,0 +1,29 @@
+#ifndef NIVUR_TESTS_SUPPORT_LATCH_H
+#define NIVUR_TESTS_SUPPORT_LATCH_H
+
+#include <condition_variable>
+#include <mutex>
+
+/// Where threads of a test meet: wait() returns once count() was called as often as announced.
+class Latch {
+  public:
+    explicit Latch(int expected = 1) : _expected(expected) {}
+
+    void count() {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        --_expected;
+        _changed.notify_all();
+    }
+
+    void wait() {
+        std::unique_lock<std::mutex> lock(_mutex);
+        _changed.wait(lock, [this] { return _expected <= 0; });
+    }
+
+  private:
+    std::mutex _mutex;
+    std::condition_variable _changed;
+    int _expected;
+};
+
+#endif
