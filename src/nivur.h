@@ -7,6 +7,7 @@
 #include "log.h"
 #include "mutex.h"
 #include "no_copyable.h"
+#include "run_loop.h"
 #include "runnable.h"
 #include "semaphore.h"
 #include "shared_ptr.h"

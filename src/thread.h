@@ -20,7 +20,7 @@ namespace NIVUR {
 /// nothing but stop() tells to end.
 class NIVUR_EXPORT Thread : public NoCopyable {
   public:
-    enum ThreadPriority {
+    enum ThreadPriority : int {
         THREAD_PRIORITY_HIGH = 0,    ///< nice value -16
         THREAD_PRIORITY_NORMAL = 1,  ///< nice value 0, as for any value that is not listed
         THREAD_PRIORITY_LOW = 2      ///< nice value 10

@@ -1,0 +1,410 @@
+#include "run_loop.h"
+
+#include <algorithm>
+#include <tuple>
+#include <utility>
+
+#include "log.h"
+#include "private/assertion.h"
+#include "system_util.h"
+
+namespace NIVUR {
+
+namespace {
+
+constexpr unsigned int kMaxSleepMs = 100;
+
+bool actsOn(const SharedPtr<Runnable>& task, const void* object) {
+    return task && task->getObject() == object;
+}
+
+std::string describe(const SharedPtr<Runnable>& task) {
+    return task ? task->dump() : std::string();
+}
+
+template <class Tasks>
+void describeAll(std::string& text, const char* title, const Tasks& tasks) {
+    if (tasks.empty()) {
+        return;
+    }
+    text += title;
+    for (const auto& task : tasks) {
+        text += describe(task._runnable) + "\r\t";
+    }
+}
+
+}  // namespace
+
+/// Shuts the gate, except on the loop's own thread: that is behind it whenever a task calls.
+class RunLoop::Gate : public NoCopyable {
+  public:
+    // Whether the lock is taken depends on the thread, which the analysis cannot follow.
+    explicit Gate(RunLoop& loop) NIVUR_NO_THREAD_SAFETY_ANALYSIS
+        : _mutex(loop.isLoopThread() ? nullptr : &loop._runningMutex) {
+        if (_mutex != nullptr) {
+            _mutex->lock();
+        }
+    }
+
+    ~Gate() NIVUR_NO_THREAD_SAFETY_ANALYSIS {
+        if (_mutex != nullptr) {
+            _mutex->unlock();
+        }
+    }
+
+  private:
+    Mutex* const _mutex;
+};
+
+/// What was taken out under the queue lock, to be deleted without it: declare it before the lock.
+struct RunLoop::Dropped {
+    std::list<RunLoopItem> items;
+    std::list<Timer> runningTimers;
+    std::set<Timer> timers;
+
+    /// Takes every item that matches and releases its poster, whose semaphore is sure to be there
+    /// only while the queue lock is held.
+    template <class Match>
+    void take(std::list<RunLoopItem>& queue, const Match& match) {
+        for (auto next = queue.begin(); next != queue.end();) {
+            const auto item = next++;
+            if (match(*item)) {
+                releasePoster(*item);
+                items.splice(items.end(), queue, item);
+            }
+        }
+    }
+
+    static void releasePoster(RunLoopItem& item) {
+        if (item._semaphore != nullptr) {
+            item._semaphore->notify();
+            item._semaphore = nullptr;
+        }
+    }
+};
+
+RunLoop::Timer::Timer(SharedPtr<Runnable> runnable, unsigned int interval, bool repeat)
+    : _runnable(std::move(runnable)),
+      _interval(interval),
+      _nextTime(SystemUtil::getCPUTime() + interval),
+      _repeat(repeat) {}
+
+void RunLoop::Timer::resetNextTime() {
+    _nextTime = SystemUtil::getCPUTime() + _interval;
+}
+
+bool RunLoop::Timer::operator<(const Timer& other) const {
+    return std::tie(_nextTime, _sequence) < std::tie(other._nextTime, other._sequence);
+}
+
+bool RunLoop::Timer::operator==(long id) const {
+    return reinterpret_cast<long>(_runnable.get()) == id;
+}
+
+RunLoop::RunLoop(const std::string& name) : _name(name) {}
+
+RunLoop::~RunLoop() {
+    stop();
+    Dropped dropped;  // deleted while the loop is still whole: a task's destructor may call it
+    AutoLock lock(_mutex);
+    dropQueuedItems(dropped);
+    dropped.timers.swap(_sortedTimers);
+}
+
+bool RunLoop::start(Thread::ThreadPriority priority) {
+    {
+        Dropped dropped;
+        AutoLock lock(_mutex);
+        dropQueuedItems(dropped);
+    }
+    return _thread.start(new Functor0<RunLoop, void (RunLoop::*)()>(this, &RunLoop::runLoopProc),
+                         _name, priority);
+}
+
+void RunLoop::stop() {
+    const unsigned int run = _thread.requestStop();
+    _wakeSemaphore.notify();
+    _thread.waitForRun(run);
+}
+
+void RunLoop::postItem(Runnable* item, bool highPriority, bool wait) {
+    if (!wait) {
+        enqueue(item, highPriority, nullptr);
+        return;
+    }
+    if (isLoopThread()) {
+        runAtOnce(item);
+        return;
+    }
+    Semaphore done;
+    if (enqueue(item, highPriority, &done) && done.wait() == -1) {
+        Log::log("NIVUR", LOG_ERROR, "Semaphore wait error, run loop item may not run");
+        withdraw(&done);
+    }
+}
+
+/// A waiting post from the loop's own thread, which could not wait for itself.
+void RunLoop::runAtOnce(Runnable* item) {
+    const SharedPtr<Runnable> task(item);
+    if (const char* const refusal = getRefusal()) {
+        Log::log("NIVUR", LOG_ERROR, refusal, _name.c_str());
+        return;
+    }
+    NIVUR_ASSERT(item);
+    item->run();
+}
+
+bool RunLoop::enqueue(Runnable* item, bool highPriority, Semaphore* semaphore) {
+    std::list<RunLoopItem> items;  // a refused task is deleted at the end, with no lock held
+    SharedPtr<Runnable> task(item);
+    items.push_back({std::move(task), semaphore});
+    const char* refusal = nullptr;
+    {
+        AutoLock lock(_mutex);
+        // Asked under the lock under which an ending loop drops its queues: nothing slips in behind
+        // it.
+        refusal = getRefusal();
+        if (refusal == nullptr) {
+            NIVUR_ASSERT(item);
+            std::list<RunLoopItem>& queue = highPriority ? _highPriorityItems : _items;
+            queue.splice(queue.end(), items);
+        }
+    }
+    if (refusal != nullptr) {
+        Log::log("NIVUR", LOG_ERROR, refusal, _name.c_str());
+        return false;
+    }
+    _wakeSemaphore.notify();
+    return true;
+}
+
+/// The log line for a post that cannot be taken now, or null.
+const char* RunLoop::getRefusal() const {
+    if (_thread.isStopping()) {
+        return "item cannot insert to runloop %s because of stopping";
+    }
+    if (!_thread.isStarted()) {
+        return "item cannot insert to runloop %s because of not running";
+    }
+    return nullptr;
+}
+
+/// Makes sure that nobody notifies the semaphore of a poster whose wait has failed.
+void RunLoop::withdraw(const Semaphore* semaphore) {
+    const auto isPosters = [semaphore](const RunLoopItem& item) {
+        return item._semaphore == semaphore;
+    };
+    Dropped dropped;
+    AutoLock lock(_mutex);
+    dropped.take(_highPriorityItems, isPosters);
+    dropped.take(_items, isPosters);
+    if (!_runningItemBegun) {
+        dropped.take(_runningItem, isPosters);
+    } else if (isPosters(_runningItem.front())) {
+        _runningItem.front()._semaphore = nullptr;
+    }
+}
+
+bool RunLoop::isLoopThread() const {
+    return _thread.getThreadID() == Thread::getCurrentThreadID();
+}
+
+void RunLoop::runLoopProc() {
+    while (!_thread.isStopping()) {
+        _mutex.lock();
+        const unsigned int sleepMs = getWaitTime(SystemUtil::getCPUTime());
+        _mutex.unlock();
+        _wakeSemaphore.wait(sleepMs);
+        select();
+        runTimers();
+        runItem();
+    }
+    Log::log("NIVUR", LOG_DEBUG, "thread %s break loop!", _name.c_str());
+    AutoLock gate(_runningMutex);
+    Dropped dropped;
+    AutoLock lock(_mutex);
+    dropQueuedItems(dropped);
+    dropped.timers.swap(_sortedTimers);
+}
+
+unsigned int RunLoop::getWaitTime(uint64_t now) const {
+    if (_sortedTimers.empty()) {
+        return kMaxSleepMs;
+    }
+    const uint64_t next = _sortedTimers.begin()->_nextTime;
+    return now >= next ? 0 : static_cast<unsigned int>(std::min<uint64_t>(next - now, kMaxSleepMs));
+}
+
+/// Takes what this pass will run.
+void RunLoop::select() {
+    AutoLock lock(_mutex);
+    collectDueTimers();
+    std::list<RunLoopItem>& queue = _highPriorityItems.empty() ? _items : _highPriorityItems;
+    if (!queue.empty()) {
+        _runningItem.splice(_runningItem.begin(), queue, queue.begin());
+    }
+}
+
+void RunLoop::collectDueTimers() {
+    std::set<Timer> rearmed;  // put back at the end, so that none is taken twice
+    while (!_sortedTimers.empty() && SystemUtil::getCPUTime() >= _sortedTimers.begin()->_nextTime) {
+        _runningTimers.push_back(*_sortedTimers.begin());
+        auto node = _sortedTimers.extract(_sortedTimers.begin());
+        if (node.value()._repeat) {
+            node.value().updateNextTime();
+            rearmed.insert(std::move(node));
+        }
+    }
+    _sortedTimers.merge(rearmed);
+}
+
+void RunLoop::runTimers() {
+    AutoLock gate(_runningMutex);
+    for (;;) {
+        SharedPtr<Runnable> task;
+        {
+            AutoLock lock(_mutex);
+            if (_runningTimers.empty()) {
+                return;
+            }
+            task = _runningTimers.front()._runnable;
+        }
+        if (task) {
+            task->run();
+        }
+        Dropped dropped;
+        AutoLock lock(_mutex);
+        // Unless the task has removed its own timer.
+        if (!_runningTimers.empty() && _runningTimers.front()._runnable == task) {
+            dropped.runningTimers.splice(dropped.runningTimers.begin(), _runningTimers,
+                                         _runningTimers.begin());
+        }
+    }
+}
+
+void RunLoop::runItem() {
+    AutoLock gate(_runningMutex);
+    Runnable* running = nullptr;
+    {
+        AutoLock lock(_mutex);
+        if (_runningItem.empty()) {
+            return;  // nothing was queued, or it was cancelled after it was taken
+        }
+        _runningItemBegun = true;
+        running = _runningItem.front()._runnable.get();
+    }
+    running->run();
+    {
+        SharedPtr<Runnable> task;
+        AutoLock lock(_mutex);
+        task.swap(_runningItem.front()._runnable);
+    }
+    // Only now, when the task is gone, its poster may go on.
+    AutoLock lock(_mutex);
+    Dropped::releasePoster(_runningItem.front());
+    _runningItem.clear();
+    _runningItemBegun = false;
+}
+
+void RunLoop::dropQueuedItems(Dropped& dropped) {
+    const auto any = [](const RunLoopItem&) { return true; };
+    dropped.take(_highPriorityItems, any);
+    dropped.take(_items, any);
+}
+
+long RunLoop::addTimer(Runnable* task, unsigned int interval, bool repeat) {
+    const long id = reinterpret_cast<long>(task);
+    SharedPtr<Runnable> owned(task);
+    std::set<Timer> added;
+    added.emplace(std::move(owned), interval, repeat);
+    AutoLock lock(_mutex);
+    auto node = added.extract(added.begin());
+    node.value()._sequence = ++_timersAdded;
+    _sortedTimers.insert(std::move(node));
+    _wakeSemaphore.notify();
+    return id;
+}
+
+void RunLoop::stopTimer(long id) {
+    const auto isIt = [id](const Timer& timer) { return timer == id; };
+    {
+        Dropped dropped;
+        AutoLock lock(_mutex);
+        const auto pending = std::find_if(_sortedTimers.begin(), _sortedTimers.end(), isIt);
+        if (pending != _sortedTimers.end()) {
+            dropped.timers.insert(_sortedTimers.extract(pending));
+        }
+    }
+    Dropped dropped;
+    Gate gate(*this);
+    AutoLock lock(_mutex);
+    const auto due = std::find_if(_runningTimers.begin(), _runningTimers.end(), isIt);
+    if (due != _runningTimers.end()) {
+        dropped.runningTimers.splice(dropped.runningTimers.begin(), _runningTimers, due);
+    }
+}
+
+void RunLoop::resetTimer(long id) {
+    AutoLock lock(_mutex);
+    const auto pending = std::find_if(_sortedTimers.begin(), _sortedTimers.end(),
+                                      [id](const Timer& timer) { return timer == id; });
+    if (pending != _sortedTimers.end()) {
+        auto node = _sortedTimers.extract(pending);
+        node.value().resetNextTime();
+        _sortedTimers.insert(std::move(node));
+    }
+}
+
+void RunLoop::cancelTasksForObject(void* object) {
+    if (object == nullptr) {
+        return;
+    }
+    const auto isItem = [object](const RunLoopItem& item) {
+        return actsOn(item._runnable, object);
+    };
+    {
+        Dropped dropped;
+        AutoLock lock(_mutex);
+        dropped.take(_highPriorityItems, isItem);
+        dropped.take(_items, isItem);
+        for (auto next = _sortedTimers.begin(); next != _sortedTimers.end();) {
+            const auto timer = next++;
+            if (actsOn(timer->_runnable, object)) {
+                dropped.timers.insert(_sortedTimers.extract(timer));
+            }
+        }
+    }
+    Dropped dropped;
+    Gate gate(*this);
+    AutoLock lock(_mutex);
+    if (!_runningItemBegun) {
+        dropped.take(_runningItem, isItem);
+    }
+    for (auto next = _runningTimers.begin(); next != _runningTimers.end();) {
+        const auto timer = next++;
+        if (actsOn(timer->_runnable, object)) {
+            dropped.runningTimers.splice(dropped.runningTimers.end(), _runningTimers, timer);
+        }
+    }
+}
+
+void RunLoop::dumpLoopInfo() {
+    std::string text = "dump thread info, _name: " + _name;
+    {
+        AutoLock lock(_mutex);
+        text += ", _items.size: " + std::to_string(_items.size());
+        text += ", _highPriorityItems.size: " + std::to_string(_highPriorityItems.size());
+        text += ", _sortedTimers.size: " + std::to_string(_sortedTimers.size());
+        text += ", _runningTimers.size: " + std::to_string(_runningTimers.size());
+        text += " , _hasRunningItem: " + std::to_string(_runningItem.size());
+        if (!_runningItem.empty()) {
+            text += "\r _runningItem : \r\t" + describe(_runningItem.front()._runnable);
+        }
+        describeAll(text, "\r _runningTimers : \r\t", _runningTimers);
+        describeAll(text, "\r _items : \r\t", _items);
+        describeAll(text, "\r _highPriorityItems : \r\t", _highPriorityItems);
+    }
+    Log::log("NIVUR", LOG_WARN, "%s", text.c_str());
+}
+
+}  // namespace NIVUR

@@ -1,0 +1,141 @@
+#ifndef NIVUR_RUN_LOOP_H
+#define NIVUR_RUN_LOOP_H
+
+#include <cstdint>
+#include <list>
+#include <set>
+#include <string>
+
+#include "export.h"
+#include "mutex.h"
+#include "runnable.h"
+#include "semaphore.h"
+#include "shared_ptr.h"
+#include "thread.h"
+
+namespace NIVUR {
+
+/// A named thread that runs posted tasks one at a time, high-priority ones first and each kind in
+/// the order of posting, and timers. Every operation may be called from any thread, also from a
+/// task of the loop itself; a task may also be posted, or a timer added, by a task's destructor.
+///
+/// Tasks belong to the loop from the call on, and are deleted with no lock held that a caller could
+/// wait for, except that the loop runs and deletes its tasks behind a gate: see stopTimer() and
+/// cancelTasksForObject().
+///
+/// An idle loop wakes ten times a second. Normal tasks can starve behind high-priority ones.
+/// REQUIRES for destruction: not from a task of the loop itself, and no call under way on another
+/// thread.
+class NIVUR_EXPORT RunLoop : public NoCopyable {
+  public:
+    /// A loop that is not running yet. Its thread will bear `name`.
+    explicit RunLoop(const std::string& name);
+
+    /// Stops the loop and deletes everything that it still holds.
+    virtual ~RunLoop();
+
+    /// Starts the loop's thread; false, with the reason logged, when it runs already or no thread
+    /// can be made. Drops queued tasks either way; timers that were added before stay and run.
+    bool start(Thread::ThreadPriority priority = Thread::THREAD_PRIORITY_NORMAL);
+
+    /// Lets the running task end, drops queued tasks and timers, releases synchronous posters, and
+    /// returns when the loop's thread has ended. The loop may be started again. Called from a task
+    /// of the loop it returns at once and the loop ends after the task.
+    void stop();
+
+    /// Queues a task, before all normal ones if `highPriority`. With `wait` it returns when the
+    /// task has run and is deleted, or was dropped: nothing tells which. A waiting post from a task
+    /// of the same loop runs the task at once; two loops that post to each other and wait do so for
+    /// ever. A loop that is not running, or is stopping, logs that and deletes the task. REQUIRES:
+    /// item is not null.
+    void postItem(Runnable* item, bool highPriority, bool wait);
+
+    /// Adds a timer that runs its task `interval` milliseconds from now, once, or with `repeat`
+    /// every `interval` milliseconds from then on: the schedule does not drift, and runs that were
+    /// missed are made up for, one a pass. Timers that are due together run in the order of their
+    /// due times, then of their adding. Accepted in every state of the loop; stop() drops it. A
+    /// null task never runs. Returns the timer's id, the address of its task, which may recur once
+    /// the task is gone.
+    long addTimer(Runnable* task, unsigned int interval, bool repeat);
+
+    /// Removes the timer with this id, if there is one. From another thread it waits for a task
+    /// that is running: never call it with a lock held that the task takes.
+    void stopTimer(long id);
+
+    /// Makes the timer with this id, if it is pending, due one whole interval from now.
+    void resetTimer(long id);
+
+    /// Removes every task and timer whose getObject() is `object`, releasing their posters; null
+    /// removes nothing. From another thread it waits for a task that is running, and once it has
+    /// returned nothing of that object starts and no task of it that ran is left: never call it
+    /// with a lock held that the task takes.
+    void cancelTasksForObject(void* object);
+
+    /// Logs the loop's name, the sizes of its queues and the dump() of its tasks as one warning. It
+    /// never waits for a task: a loop that hangs in one shows it.
+    void dumpLoopInfo();
+
+  private:
+    struct RunLoopItem {
+        SharedPtr<Runnable> _runnable;
+        Semaphore* _semaphore;  // of the poster that waits, or null
+    };
+
+    struct Timer {
+        Timer(SharedPtr<Runnable> runnable, unsigned int interval, bool repeat);
+        void updateNextTime() { _nextTime += _interval; }
+        void resetNextTime();
+        bool operator<(const Timer& other) const;
+        bool operator==(long id) const;
+
+        SharedPtr<Runnable> _runnable;
+        unsigned int _interval;  // ms
+        uint64_t _nextTime;      // ms of the monotonic clock
+        uint64_t _sequence = 0;  // the order of adding, which settles equal due times
+        bool _repeat;
+    };
+
+    class Gate;
+    struct Dropped;
+
+    // On the loop's thread.
+    void runLoopProc();
+    void select();
+    void runTimers();
+    void runItem();
+
+    bool isLoopThread() const;
+    const char* getRefusal() const;
+    void runAtOnce(Runnable* item);
+    bool enqueue(Runnable* item, bool highPriority, Semaphore* semaphore);
+    void withdraw(const Semaphore* semaphore);
+
+    unsigned int getWaitTime(uint64_t now) const NIVUR_REQUIRES(_mutex);
+    void collectDueTimers() NIVUR_REQUIRES(_mutex);
+    void dropQueuedItems(Dropped& dropped) NIVUR_REQUIRES(_mutex);
+
+    // The gate: shut while a batch of timers or a task runs and is deleted. Taken before _mutex.
+    Mutex _runningMutex NIVUR_ACQUIRED_BEFORE(_mutex);
+
+    // The queue lock: held briefly, never while a task runs or is deleted. Only the locks of
+    // _thread and of semaphores are taken inside it.
+    mutable Mutex _mutex;
+
+    const std::string _name;
+    Thread _thread;
+    Semaphore _wakeSemaphore;
+
+    std::list<RunLoopItem> _items NIVUR_GUARDED_BY(_mutex);
+    std::list<RunLoopItem> _highPriorityItems NIVUR_GUARDED_BY(_mutex);
+    std::set<Timer> _sortedTimers NIVUR_GUARDED_BY(_mutex);
+    uint64_t _timersAdded NIVUR_GUARDED_BY(_mutex) = 0;
+
+    // What the current pass has taken: the due timers, first to last, and at most one task.
+    std::list<Timer> _runningTimers NIVUR_GUARDED_BY(_mutex);
+    std::list<RunLoopItem> _runningItem NIVUR_GUARDED_BY(_mutex);
+    bool _runningItemBegun NIVUR_GUARDED_BY(_mutex) = false;
+};
+
+}  // namespace NIVUR
+
+#endif

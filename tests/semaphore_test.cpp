@@ -1,0 +1,129 @@
+#include <gtest/gtest.h>
+#include <nivur/mutex.h>
+#include <nivur/semaphore.h>
+#include <nivur/system_util.h>
+
+#include <atomic>
+#include <csignal>
+#include <memory>
+#include <thread>
+
+namespace NIVUR {
+namespace {
+
+constexpr uint64_t kSlowMachineMs = 2000;
+
+TEST(Semaphore, EverySignalLetsExactlyOneWaitReturn) {
+    Semaphore semaphore;
+    EXPECT_EQ(semaphore.wait(0), 1);
+    EXPECT_EQ(semaphore.notify(), 0);
+    EXPECT_EQ(semaphore.notify(), 0);
+    EXPECT_EQ(semaphore.wait(), 0);
+    EXPECT_EQ(semaphore.wait(0), 0);
+    EXPECT_EQ(semaphore.wait(0), 1);
+}
+
+TEST(Semaphore, TimedWaitIsNeverEarlyAndASignalEndsIt) {
+    Semaphore semaphore;
+    for (const unsigned int timeoutMs : {1U, 7U, 50U}) {
+        const uint64_t begin = SystemUtil::getCPUTimeInMicroseconds();
+        EXPECT_EQ(semaphore.wait(timeoutMs), 1);
+        const uint64_t elapsed = SystemUtil::getCPUTimeInMicroseconds() - begin;
+        EXPECT_GE(elapsed, timeoutMs * 1000U);
+        EXPECT_LT(elapsed, (timeoutMs + kSlowMachineMs) * 1000U);
+    }
+    std::thread notifier([&] { semaphore.notify(); });
+    EXPECT_EQ(semaphore.wait(0xFFFFFFFFU), 0);
+    notifier.join();
+}
+
+// Every round destroys the semaphore as soon as its wait returns, while notify() may still be
+// returning.
+TEST(Semaphore, WaiterMayDestroyItAtOnce) {
+    std::atomic<Semaphore*> shared{nullptr};
+    std::thread notifier([&] {
+        for (int i = 0; i < 3000; ++i) {
+            Semaphore* semaphore = nullptr;
+            while ((semaphore = shared.exchange(nullptr)) == nullptr) {
+                std::this_thread::yield();
+            }
+            semaphore->notify();
+        }
+    });
+    for (int i = 0; i < 3000; ++i) {
+        const auto semaphore = std::make_unique<Semaphore>();
+        shared = semaphore.get();
+        ASSERT_EQ(i % 2 == 0 ? semaphore->wait() : semaphore->wait(60000), 0);
+    }
+    notifier.join();
+}
+
+TEST(Semaphore, NoSignalIsLostBetweenManyThreads) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 5000;
+    Semaphore semaphore;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&] {
+            for (int n = 0; n < kRounds; ++n) {
+                semaphore.notify();
+            }
+        });
+        threads.emplace_back([&] {
+            for (int n = 0; n < kRounds; ++n) {
+                EXPECT_EQ(semaphore.wait(60000), 0);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(semaphore.wait(0), 1);
+}
+
+TEST(Mutex, IsExclusiveAndScoped) {
+    Mutex mutex;
+    bool taken = false;
+    const auto tryElsewhere = [&] {
+        std::thread([&] {
+            taken = mutex.trylock();
+            if (taken) {
+                mutex.unlock();
+            }
+        }).join();
+        return taken;
+    };
+    {
+        const AutoLock lock(mutex);
+        EXPECT_FALSE(tryElsewhere());
+    }
+    EXPECT_TRUE(tryElsewhere());
+}
+
+TEST(SystemUtil, ClocksAgreeAndSleepOutlastsSignals) {
+    const uint64_t ms = SystemUtil::getCPUTime();
+    const uint64_t us = SystemUtil::getCPUTimeInMicroseconds();
+    EXPECT_LE(us / 1000 - ms, kSlowMachineMs);
+    EXPECT_EQ(SystemUtil::getpid(), getpid());
+
+    static std::atomic<int> signals{0};
+    signal(SIGUSR1, [](int) { ++signals; });
+    std::atomic<bool> asleep{true};
+    const pthread_t sleeper = pthread_self();
+    std::thread waker([&] {
+        Semaphore pause;
+        while (asleep) {
+            pthread_kill(sleeper, SIGUSR1);
+            pause.wait(2);
+        }
+    });
+    const uint64_t begin = SystemUtil::getCPUTimeInMicroseconds();
+    SystemUtil::sleep(60);
+    EXPECT_GE(SystemUtil::getCPUTimeInMicroseconds() - begin, 60000U);
+    asleep = false;
+    waker.join();
+    EXPECT_GT(signals, 1);
+}
+
+}  // namespace
+}  // namespace NIVUR

@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+#include <nivur/run_loop.h>
+#include <nivur/runnable.h>
+#include <nivur/shared_ptr.h>
+
+#include <thread>
+
+namespace NIVUR {
+namespace {
+
+struct Node {
+    explicit Node(int& counter) : alive(counter) { ++alive; }
+    ~Node() { --alive; }
+    int& alive;
+    SharedPtr<Node> next;
+};
+
+struct CountingDisposer : PtrDisposer<Node> {
+    void dispose(Node* node) override {
+        ++calls;
+        last = node;
+    }
+    int calls = 0;
+    Node* last = nullptr;
+};
+
+TEST(SharedPtr, LastReferenceDisposesOnce) {
+    int alive = 0;
+    {
+        SharedPtr<Node> a(new Node(alive));
+        SharedPtr<Node> b(a);
+        SharedPtr<Node> c;
+        EXPECT_FALSE(c);
+        EXPECT_TRUE(a == b && a != c);
+        c = b;
+        const SharedPtr<Node>& self = c;
+        c = self;
+        a = SharedPtr<Node>(std::move(b));
+        EXPECT_EQ(b.get(), nullptr);
+        a = SharedPtr<Node>();
+        EXPECT_EQ(alive, 1);
+        EXPECT_EQ(&c->alive, &(*c).alive);
+    }
+    EXPECT_EQ(alive, 0);
+}
+
+TEST(SharedPtr, AssignmentFromWhatItsOwnReleaseDestroysIsSafe) {
+    int alive = 0;
+    SharedPtr<Node> head(new Node(alive));
+    for (int i = 0; i < 3; ++i) {
+        SharedPtr<Node> node(new Node(alive));
+        node->next = head;
+        head = node;
+    }
+    for (int left = 4; head; --left) {
+        EXPECT_EQ(alive, left);
+        head = head->next;
+    }
+    EXPECT_EQ(alive, 0);
+}
+
+TEST(SharedPtr, CustomDisposerIsCalledOnceAlsoForNull) {
+    int alive = 0;
+    Node node(alive);
+    CountingDisposer disposer;
+    {
+        const SharedPtr<Node> a(&node, &disposer);
+        const SharedPtr<Node> b(a);
+    }
+    EXPECT_EQ(disposer.calls, 1);
+    EXPECT_EQ(disposer.last, &node);
+    { const SharedPtr<Node> null(nullptr, &disposer); }
+    EXPECT_EQ(disposer.calls, 2);
+    EXPECT_EQ(disposer.last, nullptr);
+}
+
+TEST(SharedPtr, ThreadsMayCopyAndDropTheirOwnPointers) {
+    int alive = 0;
+    {
+        const SharedPtr<Node> shared(new Node(alive));
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([own = shared] {
+                for (int n = 0; n < 5000; ++n) {
+                    const SharedPtr<Node> copy(own);
+                    SharedPtr<Node> assigned;
+                    assigned = copy;
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(alive, 1);
+    }
+    EXPECT_EQ(alive, 0);
+}
+
+struct Base {
+    virtual ~Base() = default;
+    virtual void call() { called = "base"; }
+    std::string called;
+};
+struct Derived : Base {
+    void call() override { called = "derived"; }
+};
+
+TEST(Functor0, CallsVirtuallyAndNamesItsObject) {
+    Derived object;
+    {
+        Functor0<Base, void (Base::*)()> functor(&object, &Base::call);
+        Runnable& task = functor;
+        task.run();
+        EXPECT_EQ(task.getObject(), &object);
+    }
+    EXPECT_EQ(object.called, "derived");
+    const std::unique_ptr<Runnable> anonymous(makeRunnable([] {}));
+    EXPECT_EQ(anonymous->getObject(), nullptr);
+    const std::unique_ptr<Runnable> bound(makeRunnable([] {}, &object));
+    EXPECT_EQ(bound->getObject(), &object);
+}
+
+TEST(Functor0, DumpIsTheCompilersTextWithPlainStringSpelling) {
+    RunLoop loop("loop");
+    Functor0<RunLoop, void (RunLoop::*)()> functor(&loop, &RunLoop::stop);
+#if !defined(__clang__)
+    EXPECT_EQ(
+        functor.dump(),
+        "std::string NIVUR::Functor0<TClass, Func>::dump() [with TClass = NIVUR::RunLoop; Func = "
+        "void (NIVUR::RunLoop::*)(); std::string = std::basic_string<char>]");
+#endif
+    EXPECT_EQ(functor.dump().find("__cxx11"), std::string::npos);
+    EXPECT_NE(functor.dump().find("NIVUR::RunLoop"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace NIVUR

@@ -1,0 +1,148 @@
+#include <gtest/gtest.h>
+#include <nivur/thread.h>
+#include <sys/resource.h>
+
+#include <fstream>
+#include <thread>
+
+#include "support/latch.h"
+#include "support/log_capture.h"
+
+namespace NIVUR {
+namespace {
+
+/// The name that the system shows for the calling thread.
+std::string systemName() {
+    std::string name;
+    std::ifstream("/proc/thread-self/comm") >> name;
+    return name;
+}
+
+/// How many threads this process has.
+int threadCount() {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        if (word == "Threads:") {
+            int count = 0;
+            status >> count;
+            return count;
+        }
+    }
+    return 0;
+}
+
+TEST(Thread, RunsItsTaskUnderItsNameIdAndPriority) {
+    struct {
+        Thread::ThreadPriority priority;
+        int nice;
+    } const rows[] = {{Thread::THREAD_PRIORITY_LOW, 10},
+                      {Thread::THREAD_PRIORITY_NORMAL, 0},
+                      {static_cast<Thread::ThreadPriority>(9), 0}};
+    for (const auto& row : rows) {
+        Thread thread;
+        Latch checked;
+        ASSERT_TRUE(thread.start(makeRunnable([&] {
+                                     EXPECT_EQ(systemName(), "fifteen-bytes-a");
+                                     EXPECT_EQ(getpriority(PRIO_PROCESS, 0), row.nice);
+                                     EXPECT_EQ(thread.getThreadID(), Thread::getCurrentThreadID());
+                                     EXPECT_TRUE(thread.isStarted());
+                                     checked.wait();
+                                 }),
+                                 "fifteen-bytes-and-more", row.priority));
+        EXPECT_EQ(thread.getName(), "fifteen-bytes-and-more");
+        EXPECT_NE(thread.getThreadID(), Thread::INVALID_THREAD_ID);
+        checked.count();
+        thread.waitForStop();
+        EXPECT_EQ(thread.getThreadID(), Thread::INVALID_THREAD_ID);
+        EXPECT_EQ(thread.getName(), "");
+        EXPECT_FALSE(thread.isStarted());
+        thread.waitForStop();
+    }
+}
+
+TEST(Thread, RefusesASecondTaskAndDeletesIt) {
+    LogCapture log;
+    Thread thread;
+    Latch end;
+    ASSERT_TRUE(thread.start(makeRunnable([&] { end.wait(); }), "first"));
+    const auto token = std::make_shared<int>();
+    EXPECT_FALSE(thread.start(makeRunnable([token] {}), "second"));
+    EXPECT_EQ(token.use_count(), 1);
+    EXPECT_EQ(log.take(),
+              Lines{"4 starting thread second failed: thread already started as first"});
+    end.count();
+}
+
+TEST(Thread, StopIsARequestThatAnIdleThreadIgnores) {
+    Thread thread;
+    thread.stop();
+    EXPECT_FALSE(thread.isStopping());
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_TRUE(thread.start(makeRunnable([&] {
+                                     while (!thread.isStopping()) {
+                                         std::this_thread::yield();
+                                     }
+                                 }),
+                                 "polling"));
+        thread.stop();
+        thread.waitForStop();
+        EXPECT_FALSE(thread.isStopping());
+    }
+}
+
+TEST(Thread, RestartJoinsWhatNobodyJoined) {
+    Thread thread;
+    const int threads = threadCount();
+    for (int i = 0; i < 200; ++i) {
+        while (!thread.start(makeRunnable([] {}), "short")) {
+        }
+        ASSERT_LE(threadCount(), threads + 2);
+    }
+}
+
+TEST(Thread, JoinIsSharedByAllThatWaitAndSkippedByItself) {
+    for (int round = 0; round < 50; ++round) {
+        Thread thread;
+        Latch end;
+        ASSERT_TRUE(thread.start(makeRunnable([&] {
+                                     end.wait();
+                                     thread.waitForStop();
+                                 }),
+                                 "joined"));
+        std::vector<std::thread> waiters;
+        for (int i = 0; i < 3; ++i) {
+            waiters.emplace_back([&] {
+                thread.waitForStop();
+                EXPECT_FALSE(thread.isStarted());
+            });
+        }
+        end.count();
+        for (std::thread& waiter : waiters) {
+            waiter.join();
+        }
+    }
+}
+
+TEST(Thread, TaskDestructorMayAskItsThread) {
+    static bool answered = false;
+    struct Asking {
+        explicit Asking(Thread& asked) : _asked(asked) {}
+        ~Asking() { answered = _asked.isStarted() && _asked.getName() == "asked"; }
+        Thread& _asked;
+    };
+    Thread thread;
+    ASSERT_TRUE(
+        thread.start(makeRunnable([asking = std::make_shared<Asking>(thread)] {}), "asked"));
+    thread.waitForStop();
+    EXPECT_TRUE(answered);
+}
+
+TEST(ThreadDeathTest, NullTaskAborts) {
+    Thread thread;
+    EXPECT_DEATH(
+        thread.start(nullptr, "null"),
+        "src/private/common/thread_posix.cpp:.*NIVUR::Thread::start\\(.*`runnable' failed");
+}
+
+}  // namespace
+}  // namespace NIVUR
