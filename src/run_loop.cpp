@@ -97,10 +97,6 @@ bool RunLoop::Timer::operator<(const Timer& other) const {
     return std::tie(_nextTime, _sequence) < std::tie(other._nextTime, other._sequence);
 }
 
-bool RunLoop::Timer::operator==(long id) const {
-    return reinterpret_cast<long>(_runnable.get()) == id;
-}
-
 RunLoop::RunLoop(const std::string& name) : _name(name) {}
 
 RunLoop::~RunLoop() {
@@ -108,7 +104,7 @@ RunLoop::~RunLoop() {
     Dropped dropped;  // deleted while the loop is still whole: a task's destructor may call it
     AutoLock lock(_mutex);
     dropQueuedItems(dropped);
-    dropped.timers.swap(_sortedTimers);
+    dropTimers(dropped);
 }
 
 bool RunLoop::start(Thread::ThreadPriority priority) {
@@ -224,7 +220,7 @@ void RunLoop::runLoopProc() {
     Dropped dropped;
     AutoLock lock(_mutex);
     dropQueuedItems(dropped);
-    dropped.timers.swap(_sortedTimers);
+    dropTimers(dropped);
 }
 
 unsigned int RunLoop::getWaitTime(uint64_t now) const {
@@ -249,11 +245,13 @@ void RunLoop::collectDueTimers() {
     std::set<Timer> rearmed;  // put back at the end, so that none is taken twice
     while (!_sortedTimers.empty() && SystemUtil::getCPUTime() >= _sortedTimers.begin()->_nextTime) {
         _runningTimers.push_back(*_sortedTimers.begin());
-        auto node = _sortedTimers.extract(_sortedTimers.begin());
-        if (node.value()._repeat) {
-            node.value().updateNextTime();
-            rearmed.insert(std::move(node));
+        if (!_sortedTimers.begin()->_repeat) {
+            extractTimer(_sortedTimers.begin());
+            continue;
         }
+        auto node = _sortedTimers.extract(_sortedTimers.begin());
+        node.value().updateNextTime();
+        rearmed.insert(std::move(node));
     }
     _sortedTimers.merge(rearmed);
 }
@@ -312,12 +310,32 @@ void RunLoop::dropQueuedItems(Dropped& dropped) {
     dropped.take(_items, any);
 }
 
+std::set<RunLoop::Timer>::iterator RunLoop::findTimer(long id) const {
+    const auto found = _timersById.find(id);
+    return found == _timersById.end() ? _sortedTimers.end() : _sortedTimers.find(*found->second);
+}
+
+/// Takes a pending timer out, of the index too.
+std::set<RunLoop::Timer>::node_type RunLoop::extractTimer(std::set<Timer>::iterator timer) {
+    const auto sameId = _timersById.equal_range(timer->id());
+    _timersById.erase(std::find_if(sameId.first, sameId.second,
+                                   [timer](const auto& entry) { return entry.second == &*timer; }));
+    return _sortedTimers.extract(timer);
+}
+
+void RunLoop::dropTimers(Dropped& dropped) {
+    dropped.timers.swap(_sortedTimers);
+    _timersById.clear();
+}
+
 long RunLoop::addTimer(Runnable* task, unsigned int interval, bool repeat) {
-    const long id = reinterpret_cast<long>(task);
     SharedPtr<Runnable> owned(task);
-    std::set<Timer> added;
-    added.emplace(std::move(owned), interval, repeat);
+    std::set<Timer>
+        added;  // holds the timer, with no lock held, should memory for the index run out
+    const Timer& timer = *added.emplace(std::move(owned), interval, repeat).first;
+    const long id = timer.id();
     AutoLock lock(_mutex);
+    _timersById.emplace(id, &timer);
     auto node = added.extract(added.begin());
     node.value()._sequence = ++_timersAdded;
     _sortedTimers.insert(std::move(node));
@@ -326,19 +344,19 @@ long RunLoop::addTimer(Runnable* task, unsigned int interval, bool repeat) {
 }
 
 void RunLoop::stopTimer(long id) {
-    const auto isIt = [id](const Timer& timer) { return timer == id; };
     {
         Dropped dropped;
         AutoLock lock(_mutex);
-        const auto pending = std::find_if(_sortedTimers.begin(), _sortedTimers.end(), isIt);
+        const auto pending = findTimer(id);
         if (pending != _sortedTimers.end()) {
-            dropped.timers.insert(_sortedTimers.extract(pending));
+            dropped.timers.insert(extractTimer(pending));
         }
     }
     Dropped dropped;
     Gate gate(*this);
     AutoLock lock(_mutex);
-    const auto due = std::find_if(_runningTimers.begin(), _runningTimers.end(), isIt);
+    const auto due = std::find_if(_runningTimers.begin(), _runningTimers.end(),
+                                  [id](const Timer& timer) { return timer == id; });
     if (due != _runningTimers.end()) {
         dropped.runningTimers.splice(dropped.runningTimers.begin(), _runningTimers, due);
     }
@@ -346,8 +364,7 @@ void RunLoop::stopTimer(long id) {
 
 void RunLoop::resetTimer(long id) {
     AutoLock lock(_mutex);
-    const auto pending = std::find_if(_sortedTimers.begin(), _sortedTimers.end(),
-                                      [id](const Timer& timer) { return timer == id; });
+    const auto pending = findTimer(id);
     if (pending != _sortedTimers.end()) {
         auto node = _sortedTimers.extract(pending);
         node.value().resetNextTime();
@@ -370,7 +387,7 @@ void RunLoop::cancelTasksForObject(void* object) {
         for (auto next = _sortedTimers.begin(); next != _sortedTimers.end();) {
             const auto timer = next++;
             if (actsOn(timer->_runnable, object)) {
-                dropped.timers.insert(_sortedTimers.extract(timer));
+                dropped.timers.insert(extractTimer(timer));
             }
         }
     }

@@ -5,6 +5,7 @@
 #include <list>
 #include <set>
 #include <string>
+#include <unordered_map>
 
 #include "export.h"
 #include "mutex.h"
@@ -86,7 +87,8 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
         void updateNextTime() { _nextTime += _interval; }
         void resetNextTime();
         bool operator<(const Timer& other) const;
-        bool operator==(long id) const;
+        long id() const { return reinterpret_cast<long>(_runnable.get()); }
+        bool operator==(long other) const { return id() == other; }
 
         SharedPtr<Runnable> _runnable;
         unsigned int _interval;  // ms
@@ -112,6 +114,9 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
 
     unsigned int getWaitTime(uint64_t now) const NIVUR_REQUIRES(_mutex);
     void collectDueTimers() NIVUR_REQUIRES(_mutex);
+    std::set<Timer>::iterator findTimer(long id) const NIVUR_REQUIRES(_mutex);
+    std::set<Timer>::node_type extractTimer(std::set<Timer>::iterator timer) NIVUR_REQUIRES(_mutex);
+    void dropTimers(Dropped& dropped) NIVUR_REQUIRES(_mutex);
     void dropQueuedItems(Dropped& dropped) NIVUR_REQUIRES(_mutex);
 
     // The gate: shut while a batch of timers or a task runs and is deleted. Taken before _mutex.
@@ -128,6 +133,7 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     std::list<RunLoopItem> _items NIVUR_GUARDED_BY(_mutex);
     std::list<RunLoopItem> _highPriorityItems NIVUR_GUARDED_BY(_mutex);
     std::set<Timer> _sortedTimers NIVUR_GUARDED_BY(_mutex);
+    std::unordered_multimap<long, const Timer*> _timersById NIVUR_GUARDED_BY(_mutex);
     uint64_t _timersAdded NIVUR_GUARDED_BY(_mutex) = 0;
 
     // What the current pass has taken: the due timers, first to last, and at most one task.
