@@ -4,10 +4,14 @@
 /// \file
 /// Everything but <nivur/ifaddrs.h>, which names a record as the platform's <ifaddrs.h> does.
 
+#include "buffer.h"
+#include "buffer_list.h"
+#include "buffer_pool.h"
 #include "log.h"
 #include "mutex.h"
 #include "no_copyable.h"
 #include "run_loop.h"
+#include "parameter.h"
 #include "runnable.h"
 #include "semaphore.h"
 #include "shared_ptr.h"

@@ -1,0 +1,65 @@
+#ifndef NIVUR_BUFFER_LIST_H
+#define NIVUR_BUFFER_LIST_H
+
+#include <memory>
+#include <vector>
+
+#include "buffer.h"
+#include "export.h"
+#include "no_copyable.h"
+#include "shared_ptr.h"
+
+namespace NIVUR {
+
+/// What a BufferList is to hold.
+struct BufferList_Config {
+    unsigned int bufferSize;   ///< capacity of each buffer in bytes
+    unsigned int bufferCount;  ///< how many there are
+};
+
+/// A fixed number of buffers of one size, all made at the start, that are handed out and come back
+/// by themselves when their last reference drops. Any thread may call any operation.
+///
+/// The list may end before its buffers, also while other threads drop them: those that are out stay
+/// valid for their holders, have no owner any more and are deleted, with their guard checked, at
+/// their last reference. The others are deleted at once.
+/// REQUIRES for destruction: no operation of the list itself is under way.
+class NIVUR_EXPORT BufferList : public BufferOwner, public NoCopyable {
+  public:
+    /// Makes the buffers, without a param; fewer than asked for if the memory for more cannot be
+    /// had.
+    explicit BufferList(const BufferList_Config& config);
+    ~BufferList() override;
+
+    /// The free buffer that was made first, in use and with used size 0, or an empty pointer when
+    /// none is free. Finding it takes the same time in a long list as in a short one. The size is
+    /// not consulted. When memory for the pointer's count is exhausted the buffer stays free and
+    /// std::bad_alloc passes through.
+    SharedPtr<Buffer> getBuffer(unsigned int size);
+
+    /// Makes one of the list's buffers free again; one that is free stays so. The pointers that the
+    /// list hands out do the same by themselves, without this call. A buffer that someone else made
+    /// with this list as its owner is reset and stays with its maker.
+    /// REQUIRES: buffer is not null.
+    void returnFreeBuffer(Buffer* buffer) override;
+
+    /// The capacity of each buffer in bytes.
+    unsigned int bufferSize() const { return _bufferSize; }
+
+    /// How many buffers there are.
+    unsigned int bufferCount() const;
+
+    /// How many of them are not handed out.
+    unsigned int freeCount() const;
+
+  private:
+    // Constant once made. What changes, and its lock, is in _home, which the buffers that are out
+    // keep alive.
+    const unsigned int _bufferSize;
+    std::vector<std::unique_ptr<Buffer>> _buffers;
+    std::shared_ptr<BufferHome> _home;
+};
+
+}  // namespace NIVUR
+
+#endif

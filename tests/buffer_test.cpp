@@ -1,0 +1,177 @@
+#include <gtest/gtest.h>
+#include <nivur/buffer_pool.h>
+
+#include <climits>
+#include <cstring>
+#include <map>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "support/latch.h"
+
+static bool memoryIsExhausted = false;
+
+// What data areas are made with.
+void* operator new[](size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return memoryIsExhausted ? nullptr : ::operator new[](size);
+}
+
+namespace NIVUR {
+namespace {
+
+std::atomic<int> living{0};
+
+struct Counted : BaseBufferParam, ParameterValue {
+    Counted() { ++living; }
+    ~Counted() override { --living; }
+};
+
+static_assert(!std::is_copy_constructible_v<Parameter> && !std::is_copy_assignable_v<Parameter>);
+
+TEST(Parameter, OwnsItsValues) {
+    Parameter parameter;
+    auto* const value = new Counted;
+    parameter.set("key", value);
+    parameter.set("key", value);
+    EXPECT_EQ(parameter.get("key"), value);
+    parameter.set("key", new Counted);
+    EXPECT_EQ(living, 1);
+    EXPECT_TRUE(parameter.remove("key"));
+    EXPECT_FALSE(parameter.remove("key"));
+    parameter.set("key", new Counted);
+    parameter.set("key", nullptr);
+    EXPECT_EQ(parameter.get("key"), nullptr);
+    EXPECT_EQ(living, 0);
+}
+
+TEST(Buffer, GoesBackToItsOwnerOnce) {
+    struct Owner : BufferOwner {
+        void returnFreeBuffer(Buffer* buffer) override { returned.push_back(buffer); }
+        std::vector<Buffer*> returned;
+    } owner;
+    Buffer buffer(0, nullptr, &owner);
+    EXPECT_EQ(buffer.state(), BUFFER_STATE_FREE);
+    SharedPtr<Buffer> last(&buffer, &Buffer::_disposer);
+    last = SharedPtr<Buffer>();
+    EXPECT_EQ(owner.returned, std::vector<Buffer*>{&buffer});
+    Buffer::_disposer.dispose(nullptr);
+}
+
+TEST(Buffers, SayWhenMemoryCannotBeHad) {
+    for (const unsigned int size : {UINT_MAX, UINT_MAX - 3, 8U}) {
+        memoryIsExhausted = size == 8;
+        EXPECT_FALSE(BufferPool::getBuffer(size, new Counted));
+        EXPECT_EQ(BufferList({size, UINT_MAX}).bufferCount(), 0U);
+        Buffer invalid(size, nullptr, nullptr);
+        invalid.reset();
+        EXPECT_FALSE(invalid.setUsedSize(0));
+        EXPECT_EQ(invalid.state(), BUFFER_STATE_INVALID);
+    }
+    EXPECT_EQ(living, 0);
+    memoryIsExhausted = false;
+}
+
+SharedPtr<Buffer> heldToTheEnd;  // also when this program ends
+
+TEST(BufferDeathTest, AnOverwrittenGuardIsReportedAtTheEndOfTheBuffer) {
+    const auto overwrite = [](const SharedPtr<Buffer>& buffer) {
+        buffer->setUsedSize(3);
+        ++buffer->data()[6];
+    };
+    const char* const report =
+        "src/buffer.cpp:[0-9]+: void NIVUR::Buffer::checkBufferOverflow\\(\\): Assertion "
+        "`memcmp\\(_data \\+ _usedSize, &_checkByte, sizeof\\(_checkByte\\)\\) == 0' failed";
+    EXPECT_DEATH(overwrite(BufferPool::getBuffer(8, nullptr)), report);
+    const BufferPool_Config config{{{8, 1}}};
+    static BufferPool endsFirst(&config, "");
+    heldToTheEnd = SharedPtr<Buffer>();
+    overwrite(endsFirst.getPoolBuffer(8, nullptr));  // it comes back and gets a new guard
+    heldToTheEnd = endsFirst.getPoolBuffer(8, nullptr);
+    EXPECT_DEATH((overwrite(heldToTheEnd), std::exit(0)), report);
+}
+
+TEST(BufferPool, ServesFromTheSmallestListThatCan) {
+    const BufferPool_Config config{{{1024, 2}, {512, 0}, {256, 1}}};
+    BufferPool pool(&config, "frames");
+    std::vector<SharedPtr<Buffer>> held;
+    const struct {
+        unsigned int size, capacity;
+        bool pooled;
+    } requests[] = {{1025, 1025, false}, {100, 256, true},  {100, 1024, true},
+                    {1024, 1024, true},  {100, 100, false}, {0, 0, false}};
+    for (const auto& request : requests) {
+        auto* const param = new Counted;
+        held.push_back(pool.getPoolBuffer(request.size, param));
+        EXPECT_EQ(held.back()->capacity(), request.capacity);
+        EXPECT_EQ(held.back()->state(), BUFFER_STATE_IN_USE);
+        EXPECT_EQ(held.back()->owner() != nullptr, request.pooled);
+        EXPECT_EQ(held.back()->param(), request.pooled ? nullptr : param);
+        if (request.pooled) delete param;
+    }
+    held.clear();
+    EXPECT_EQ(living, 0);
+    EXPECT_EQ(BufferPool(nullptr, "").getPoolBuffer(7, nullptr)->capacity(), 7U);
+}
+
+TEST(BufferList, ReusesTheFirstFreeBufferEmptied) {
+    for (const unsigned int count : {1U, 64U, 65U, 5000U}) {
+        std::mt19937 random(count);
+        BufferList list({8, count});
+        std::map<Buffer*, size_t> indexes;
+        std::vector<SharedPtr<Buffer>> out;
+        while (SharedPtr<Buffer> buffer = list.getBuffer(8)) {
+            indexes.emplace(buffer.get(), out.size());
+            out.push_back(buffer);
+        }
+        std::set<size_t> free;
+        for (int step = 0; step < 10000; ++step) {
+            const size_t index = random() % count;
+            if (out[index]) {
+                const auto used = static_cast<unsigned int>(random() % 9);
+                EXPECT_TRUE(out[index]->setUsedSize(used));
+                EXPECT_FALSE(out[index]->setUsedSize(9) || out[index]->setUsedSize(UINT_MAX - 3));
+                EXPECT_EQ(out[index]->usedSize(), used);
+                EXPECT_EQ(std::memcmp(out[index]->data() + used, &Buffer::_checkByte, 4), 0);
+                out[index] = SharedPtr<Buffer>();
+                free.insert(index);
+            } else {
+                const SharedPtr<Buffer> buffer = list.getBuffer(8);
+                ASSERT_EQ(indexes.at(buffer.get()), *free.begin());
+                out[*free.begin()] = buffer;
+                free.erase(free.begin());
+            }
+            ASSERT_EQ(list.freeCount(), free.size());
+        }
+    }
+}
+
+TEST(BufferList, MayEndWhileOtherThreadsDropItsBuffers) {
+    for (int round = 0; round < 100; ++round) {
+        auto list = std::make_unique<BufferList>(BufferList_Config{8, 46});
+        const SharedPtr<Buffer> kept = list->getBuffer(0);
+        EXPECT_EQ(kept->owner(), list.get());
+        Latch filled(3);
+        const auto use = [&list, &filled] {
+            std::vector<SharedPtr<Buffer>> held;
+            for (unsigned int i = 0; i < 100; ++i) {
+                if (held.size() == 15) held.clear();
+                held.push_back(list->getBuffer(0));
+                EXPECT_TRUE(held.back()->usedSize() == 0 && held.back()->setUsedSize(1 + i % 8));
+                held.back()->parameter().set("key", new Counted);
+            }
+            filled.count();
+            filled.wait();
+        };
+        std::thread threads[] = {std::thread(use), std::thread(use), std::thread(use)};
+        filled.wait();
+        list.reset();
+        for (std::thread& thread : threads)
+            thread.join();
+        EXPECT_EQ(kept->owner(), nullptr);
+        EXPECT_EQ(living, 0);
+    }
+}
+
+}  // namespace
+}  // namespace NIVUR
