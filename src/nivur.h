@@ -12,6 +12,7 @@
 #include "no_copyable.h"
 #include "run_loop.h"
 #include "parameter.h"
+#include "ring_buffer.h"
 #include "runnable.h"
 #include "semaphore.h"
 #include "shared_ptr.h"

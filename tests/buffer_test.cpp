@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <nivur/buffer_pool.h>
+#include <nivur/ring_buffer.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <map>
@@ -12,7 +14,7 @@
 
 static bool memoryIsExhausted = false;
 
-// What data areas are made with.
+// What data areas and rings are made with.
 void* operator new[](size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return memoryIsExhausted ? nullptr : ::operator new[](size);
 }
@@ -69,7 +71,11 @@ TEST(Buffers, SayWhenMemoryCannotBeHad) {
         EXPECT_EQ(invalid.state(), BUFFER_STATE_INVALID);
     }
     EXPECT_EQ(living, 0);
+    RingBuffer ring(8, "without storage");
     memoryIsExhausted = false;
+    ring.reset();
+    EXPECT_EQ(ring.write("", 1), RING_BUFFER_NOT_ENOUGH_SPACE);
+    EXPECT_EQ(ring.write(nullptr, 0), RING_BUFFER_OK);
 }
 
 SharedPtr<Buffer> heldToTheEnd;  // also when this program ends
@@ -171,6 +177,56 @@ TEST(BufferList, MayEndWhileOtherThreadsDropItsBuffers) {
         EXPECT_EQ(kept->owner(), nullptr);
         EXPECT_EQ(living, 0);
     }
+}
+
+TEST(RingBuffer, BehavesAsAQueueOfWholeBlocks) {
+    for (const unsigned int size : {0U, 1U, 8U, 61U}) {
+        std::mt19937 random(size);
+        RingBuffer ring(size, "model");
+        std::string queue;
+        for (int step = 1; step < 20000; ++step) {
+            const auto length = static_cast<unsigned int>(random() % (size + 2));
+            std::string block(length, static_cast<char>(step));
+            if (step % 1000 == 0) {
+                ring.reset();
+                queue.clear();
+            } else if (random() % 2 == 0) {
+                const bool fits = length <= size - queue.size();
+                ASSERT_EQ(ring.write(block.data(), length), fits ? 0U : 2U);
+                queue += fits ? block : "";
+            } else if (length > queue.size()) {
+                ASSERT_EQ(ring.read(nullptr, length), 1U);
+            } else {
+                ASSERT_EQ(ring.read(block.data(), length), 0U);
+                ASSERT_EQ(block, queue.substr(0, length));
+                queue.erase(0, length);
+            }
+            ASSERT_EQ(ring.getUnreadSize(), queue.size());
+        }
+    }
+}
+
+TEST(RingBuffer, CarriesBytesFromOneThreadToAnother) {
+    RingBuffer ring(101, "pipe");
+    std::string sent(1 << 18, ' ');
+    std::string received(sent.size(), ' ');
+    std::generate(sent.begin(), sent.end(),
+                  [n = 0U]() mutable { return static_cast<char>(n++ * 2654435761U >> 24); });
+    std::thread producer([&ring, &sent] {
+        for (size_t at = 0; at < sent.size();) {
+            const auto length = static_cast<unsigned int>(std::min(sent.size() - at, at % 97 + 1));
+            at += ring.write(&sent[at], length) == RING_BUFFER_OK ? length : 0;
+            std::this_thread::yield();
+        }
+    });
+    for (size_t at = 0; at < sent.size();) {
+        const unsigned int length = std::min(ring.getUnreadSize(), 89U);
+        EXPECT_EQ(ring.read(&received[at], length), RING_BUFFER_OK);
+        at += length;
+        std::this_thread::yield();
+    }
+    producer.join();
+    EXPECT_TRUE(sent == received);
 }
 
 }  // namespace
