@@ -16,7 +16,8 @@ namespace NIVUR {
 enum LogLevel : int { LOG_TRACE = 1, LOG_DEBUG = 2, LOG_WARN = 4, LOG_ERROR = 5 };
 
 /// The application's log sink: formats and prints `fmt` with `args`. It is called on whichever
-/// thread logs, also on several at once.
+/// thread logs, also on several at once. One that posts to a run loop must guard against being
+/// called from within itself: a refused post is logged.
 using LogCallback = void (*)(int level, const char* fmt, va_list args);
 
 /// The library's one way out for diagnostics. It formats nothing and writes nothing: without a sink

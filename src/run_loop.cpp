@@ -1,6 +1,7 @@
 #include "run_loop.h"
 
 #include <algorithm>
+#include <new>
 #include <tuple>
 #include <utility>
 
@@ -35,13 +36,17 @@ void describeAll(std::string& text, const char* title, const Tasks& tasks) {
 
 }  // namespace
 
-/// Shuts the gate, except on the loop's own thread: that is behind it whenever a task calls.
+/// Keeps the gate shut for a scope, except on the loop's own thread, when a task calls: that is
+/// behind it already.
 class RunLoop::Gate : public NoCopyable {
   public:
+    enum Caller { LOOP_ITSELF, ANYBODY };
+
     // Whether the lock is taken depends on the thread, which the analysis cannot follow.
-    explicit Gate(RunLoop& loop) NIVUR_NO_THREAD_SAFETY_ANALYSIS
-        : _mutex(loop.isLoopThread() ? nullptr : &loop._runningMutex) {
+    explicit Gate(RunLoop& loop, Caller caller = ANYBODY) NIVUR_NO_THREAD_SAFETY_ANALYSIS
+        : _mutex(caller == ANYBODY && loop.isLoopThread() ? nullptr : &loop._runningMutex) {
         if (_mutex != nullptr) {
+            AutoLock turn(loop._turnMutex);
             _mutex->lock();
         }
     }
@@ -62,26 +67,33 @@ struct RunLoop::Dropped {
     std::list<Timer> runningTimers;
     std::set<Timer> timers;
 
-    /// Takes every item that matches and releases its poster, whose semaphore is sure to be there
-    /// only while the queue lock is held.
-    template <class Match>
-    void take(std::list<RunLoopItem>& queue, const Match& match) {
+    bool empty() const { return items.empty() && timers.empty(); }
+
+    void take(std::list<RunLoopItem>& queue, const void* object) { takeIf(queue, items, object); }
+    void take(std::list<Timer>& queue, const void* object) { takeIf(queue, runningTimers, object); }
+
+  private:
+    template <class Tasks>
+    static void takeIf(Tasks& queue, Tasks& taken, const void* object) {
         for (auto next = queue.begin(); next != queue.end();) {
-            const auto item = next++;
-            if (match(*item)) {
-                releasePoster(*item);
-                items.splice(items.end(), queue, item);
+            const auto task = next++;
+            if (actsOn(task->_runnable, object)) {
+                taken.splice(taken.end(), queue, task);
             }
         }
     }
-
-    static void releasePoster(RunLoopItem& item) {
-        if (item._semaphore != nullptr) {
-            item._semaphore->notify();
-            item._semaphore = nullptr;
-        }
-    }
 };
+
+RunLoop::RunLoopItem::RunLoopItem(SharedPtr<Runnable> runnable,
+                                  std::shared_ptr<Semaphore> semaphore)
+    : _runnable(std::move(runnable)), _semaphore(std::move(semaphore)) {}
+
+RunLoop::RunLoopItem::~RunLoopItem() {
+    _runnable = SharedPtr<Runnable>();
+    if (_semaphore != nullptr) {
+        _semaphore->notify();
+    }
+}
 
 RunLoop::Timer::Timer(SharedPtr<Runnable> runnable, unsigned int interval, bool repeat)
     : _runnable(std::move(runnable)),
@@ -100,42 +112,40 @@ bool RunLoop::Timer::operator<(const Timer& other) const {
 RunLoop::RunLoop(const std::string& name) : _name(name) {}
 
 RunLoop::~RunLoop() {
-    stop();
-    Dropped dropped;  // deleted while the loop is still whole: a task's destructor may call it
-    AutoLock lock(_mutex);
-    dropQueuedItems(dropped);
-    dropTimers(dropped);
+    do {
+        stop();
+    } while (dropAll());  // a task's destructor may have called the loop
 }
 
 bool RunLoop::start(Thread::ThreadPriority priority) {
     {
         Dropped dropped;
         AutoLock lock(_mutex);
-        dropQueuedItems(dropped);
+        dropItems(dropped);
     }
     return _thread.start(new Functor0<RunLoop, void (RunLoop::*)()>(this, &RunLoop::runLoopProc),
                          _name, priority);
 }
 
 void RunLoop::stop() {
-    const unsigned int run = _thread.requestStop();
+    const auto run = _thread.requestStop();
     _wakeSemaphore.notify();
-    _thread.waitForRun(run);
+    Thread::waitForRun(run);
 }
 
 void RunLoop::postItem(Runnable* item, bool highPriority, bool wait) {
     if (!wait) {
-        enqueue(item, highPriority, nullptr);
+        enqueue(SharedPtr<Runnable>(item), highPriority, nullptr);
         return;
     }
     if (isLoopThread()) {
         runAtOnce(item);
         return;
     }
-    Semaphore done;
-    if (enqueue(item, highPriority, &done) && done.wait() == -1) {
+    SharedPtr<Runnable> task(item);
+    const auto done = std::make_shared<Semaphore>();
+    if (enqueue(std::move(task), highPriority, done) && done->wait() == -1) {
         Log::log("NIVUR", LOG_ERROR, "Semaphore wait error, run loop item may not run");
-        withdraw(&done);
     }
 }
 
@@ -150,10 +160,11 @@ void RunLoop::runAtOnce(Runnable* item) {
     item->run();
 }
 
-bool RunLoop::enqueue(Runnable* item, bool highPriority, Semaphore* semaphore) {
+bool RunLoop::enqueue(SharedPtr<Runnable> task, bool highPriority,
+                      std::shared_ptr<Semaphore> semaphore) {
+    const Runnable* const item = task.get();
     std::list<RunLoopItem> items;  // a refused task is deleted at the end, with no lock held
-    SharedPtr<Runnable> task(item);
-    items.push_back({std::move(task), semaphore});
+    items.emplace_back(std::move(task), std::move(semaphore));
     const char* refusal = nullptr;
     {
         AutoLock lock(_mutex);
@@ -164,13 +175,14 @@ bool RunLoop::enqueue(Runnable* item, bool highPriority, Semaphore* semaphore) {
             NIVUR_ASSERT(item);
             std::list<RunLoopItem>& queue = highPriority ? _highPriorityItems : _items;
             queue.splice(queue.end(), items);
+            // Within the lock: once the task can run, its owner may end the loop.
+            _wakeSemaphore.notify();
         }
     }
     if (refusal != nullptr) {
         Log::log("NIVUR", LOG_ERROR, refusal, _name.c_str());
         return false;
     }
-    _wakeSemaphore.notify();
     return true;
 }
 
@@ -183,22 +195,6 @@ const char* RunLoop::getRefusal() const {
         return "item cannot insert to runloop %s because of not running";
     }
     return nullptr;
-}
-
-/// Makes sure that nobody notifies the semaphore of a poster whose wait has failed.
-void RunLoop::withdraw(const Semaphore* semaphore) {
-    const auto isPosters = [semaphore](const RunLoopItem& item) {
-        return item._semaphore == semaphore;
-    };
-    Dropped dropped;
-    AutoLock lock(_mutex);
-    dropped.take(_highPriorityItems, isPosters);
-    dropped.take(_items, isPosters);
-    if (!_runningItemBegun) {
-        dropped.take(_runningItem, isPosters);
-    } else if (isPosters(_runningItem.front())) {
-        _runningItem.front()._semaphore = nullptr;
-    }
 }
 
 bool RunLoop::isLoopThread() const {
@@ -216,11 +212,9 @@ void RunLoop::runLoopProc() {
         runItem();
     }
     Log::log("NIVUR", LOG_DEBUG, "thread %s break loop!", _name.c_str());
-    AutoLock gate(_runningMutex);
-    Dropped dropped;
-    AutoLock lock(_mutex);
-    dropQueuedItems(dropped);
-    dropTimers(dropped);
+    Gate gate(*this, Gate::LOOP_ITSELF);
+    while (dropAll()) {
+    }
 }
 
 unsigned int RunLoop::getWaitTime(uint64_t now) const {
@@ -244,7 +238,11 @@ void RunLoop::select() {
 void RunLoop::collectDueTimers() {
     std::set<Timer> rearmed;  // put back at the end, so that none is taken twice
     while (!_sortedTimers.empty() && SystemUtil::getCPUTime() >= _sortedTimers.begin()->_nextTime) {
-        _runningTimers.push_back(*_sortedTimers.begin());
+        try {
+            _runningTimers.push_back(*_sortedTimers.begin());
+        } catch (const std::bad_alloc&) {
+            break;  // it stays due, for a pass that has the memory
+        }
         if (!_sortedTimers.begin()->_repeat) {
             extractTimer(_sortedTimers.begin());
             continue;
@@ -257,7 +255,7 @@ void RunLoop::collectDueTimers() {
 }
 
 void RunLoop::runTimers() {
-    AutoLock gate(_runningMutex);
+    Gate gate(*this, Gate::LOOP_ITSELF);
     for (;;) {
         SharedPtr<Runnable> task;
         {
@@ -281,7 +279,7 @@ void RunLoop::runTimers() {
 }
 
 void RunLoop::runItem() {
-    AutoLock gate(_runningMutex);
+    Gate gate(*this, Gate::LOOP_ITSELF);
     Runnable* running = nullptr;
     {
         AutoLock lock(_mutex);
@@ -292,22 +290,25 @@ void RunLoop::runItem() {
         running = _runningItem.front()._runnable.get();
     }
     running->run();
-    {
-        SharedPtr<Runnable> task;
-        AutoLock lock(_mutex);
-        task.swap(_runningItem.front()._runnable);
-    }
-    // Only now, when the task is gone, its poster may go on.
+    std::list<RunLoopItem> finished;  // deleted behind the gate, which then lets its poster go
     AutoLock lock(_mutex);
-    Dropped::releasePoster(_runningItem.front());
-    _runningItem.clear();
+    finished.swap(_runningItem);
     _runningItemBegun = false;
 }
 
-void RunLoop::dropQueuedItems(Dropped& dropped) {
-    const auto any = [](const RunLoopItem&) { return true; };
-    dropped.take(_highPriorityItems, any);
-    dropped.take(_items, any);
+void RunLoop::dropItems(Dropped& dropped) {
+    dropped.items.splice(dropped.items.end(), _highPriorityItems);
+    dropped.items.splice(dropped.items.end(), _items);
+}
+
+/// Drops whatever is queued or pending; false when there was nothing.
+bool RunLoop::dropAll() {
+    Dropped dropped;
+    AutoLock lock(_mutex);
+    dropItems(dropped);
+    dropped.timers.swap(_sortedTimers);
+    _timersById.clear();
+    return !dropped.empty();
 }
 
 std::set<RunLoop::Timer>::iterator RunLoop::findTimer(long id) const {
@@ -321,11 +322,6 @@ std::set<RunLoop::Timer>::node_type RunLoop::extractTimer(std::set<Timer>::itera
     _timersById.erase(std::find_if(sameId.first, sameId.second,
                                    [timer](const auto& entry) { return entry.second == &*timer; }));
     return _sortedTimers.extract(timer);
-}
-
-void RunLoop::dropTimers(Dropped& dropped) {
-    dropped.timers.swap(_sortedTimers);
-    _timersById.clear();
 }
 
 long RunLoop::addTimer(Runnable* task, unsigned int interval, bool repeat) {
@@ -344,15 +340,15 @@ long RunLoop::addTimer(Runnable* task, unsigned int interval, bool repeat) {
 }
 
 void RunLoop::stopTimer(long id) {
+    Dropped
+        dropped;  // keeps the task to the end, lest another timer gets its address and so the id
     {
-        Dropped dropped;
         AutoLock lock(_mutex);
         const auto pending = findTimer(id);
         if (pending != _sortedTimers.end()) {
             dropped.timers.insert(extractTimer(pending));
         }
     }
-    Dropped dropped;
     Gate gate(*this);
     AutoLock lock(_mutex);
     const auto due = std::find_if(_runningTimers.begin(), _runningTimers.end(),
@@ -376,31 +372,28 @@ void RunLoop::cancelTasksForObject(void* object) {
     if (object == nullptr) {
         return;
     }
-    const auto isItem = [object](const RunLoopItem& item) {
-        return actsOn(item._runnable, object);
-    };
     {
         Dropped dropped;
         AutoLock lock(_mutex);
-        dropped.take(_highPriorityItems, isItem);
-        dropped.take(_items, isItem);
-        for (auto next = _sortedTimers.begin(); next != _sortedTimers.end();) {
-            const auto timer = next++;
-            if (actsOn(timer->_runnable, object)) {
-                dropped.timers.insert(extractTimer(timer));
-            }
-        }
+        dropPending(object, dropped);  // at once: their posters need not wait for the running task
     }
     Dropped dropped;
     Gate gate(*this);
     AutoLock lock(_mutex);
+    dropPending(object, dropped);  // what the running task has added meanwhile
     if (!_runningItemBegun) {
-        dropped.take(_runningItem, isItem);
+        dropped.take(_runningItem, object);
     }
-    for (auto next = _runningTimers.begin(); next != _runningTimers.end();) {
+    dropped.take(_runningTimers, object);
+}
+
+void RunLoop::dropPending(const void* object, Dropped& dropped) {
+    dropped.take(_highPriorityItems, object);
+    dropped.take(_items, object);
+    for (auto next = _sortedTimers.begin(); next != _sortedTimers.end();) {
         const auto timer = next++;
         if (actsOn(timer->_runnable, object)) {
-            dropped.runningTimers.splice(dropped.runningTimers.end(), _runningTimers, timer);
+            dropped.timers.insert(extractTimer(timer));
         }
     }
 }

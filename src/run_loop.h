@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -24,9 +25,10 @@ namespace NIVUR {
 /// wait for, except that the loop runs and deletes its tasks behind a gate: see stopTimer() and
 /// cancelTasksForObject().
 ///
-/// An idle loop wakes ten times a second. Normal tasks can starve behind high-priority ones.
-/// REQUIRES for destruction: not from a task of the loop itself, and no call under way on another
-/// thread.
+/// What a task throws, or memory that runs out on the loop's thread while a task allocates, ends
+/// the process. An idle loop wakes ten times a second. Normal tasks can starve behind high-priority
+/// ones. REQUIRES for destruction: not from a task of the loop itself, and no call under way on
+/// another thread.
 class NIVUR_EXPORT RunLoop : public NoCopyable {
   public:
     /// A loop that is not running yet. Its thread will bear `name`.
@@ -60,7 +62,8 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     long addTimer(Runnable* task, unsigned int interval, bool repeat);
 
     /// Removes the timer with this id, if there is one. From another thread it waits for a task
-    /// that is running: never call it with a lock held that the task takes.
+    /// that is running: never call it with a lock held that the task takes, nor from tasks of two
+    /// loops for each other.
     void stopTimer(long id);
 
     /// Makes the timer with this id, if it is pending, due one whole interval from now.
@@ -77,9 +80,13 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     void dumpLoopInfo();
 
   private:
-    struct RunLoopItem {
+    /// Its end, however it comes, releases the poster that waits: when the task is gone.
+    struct RunLoopItem : NoCopyable {
+        RunLoopItem(SharedPtr<Runnable> runnable, std::shared_ptr<Semaphore> semaphore);
+        ~RunLoopItem();
+
         SharedPtr<Runnable> _runnable;
-        Semaphore* _semaphore;  // of the poster that waits, or null
+        std::shared_ptr<Semaphore> _semaphore;  // of the poster that waits, or null
     };
 
     struct Timer {
@@ -109,17 +116,21 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     bool isLoopThread() const;
     const char* getRefusal() const;
     void runAtOnce(Runnable* item);
-    bool enqueue(Runnable* item, bool highPriority, Semaphore* semaphore);
-    void withdraw(const Semaphore* semaphore);
+    bool enqueue(SharedPtr<Runnable> task, bool highPriority, std::shared_ptr<Semaphore> semaphore);
 
     unsigned int getWaitTime(uint64_t now) const NIVUR_REQUIRES(_mutex);
     void collectDueTimers() NIVUR_REQUIRES(_mutex);
     std::set<Timer>::iterator findTimer(long id) const NIVUR_REQUIRES(_mutex);
     std::set<Timer>::node_type extractTimer(std::set<Timer>::iterator timer) NIVUR_REQUIRES(_mutex);
-    void dropTimers(Dropped& dropped) NIVUR_REQUIRES(_mutex);
-    void dropQueuedItems(Dropped& dropped) NIVUR_REQUIRES(_mutex);
+    void dropItems(Dropped& dropped) NIVUR_REQUIRES(_mutex);
+    void dropPending(const void* object, Dropped& dropped) NIVUR_REQUIRES(_mutex);
+    bool dropAll();
 
-    // The gate: shut while a batch of timers or a task runs and is deleted. Taken before _mutex.
+    // Taken to shut the gate and let go at once, so that all who want to, the loop included, take
+    // turns.
+    Mutex _turnMutex NIVUR_ACQUIRED_BEFORE(_runningMutex);
+
+    // The gate: shut while a batch of timers or a task runs and is deleted.
     Mutex _runningMutex NIVUR_ACQUIRED_BEFORE(_mutex);
 
     // The queue lock: held briefly, never while a task runs or is deleted. Only the locks of

@@ -19,8 +19,9 @@ class NIVUR_EXPORT Runnable {
     /// Performs the task.
     virtual void run() = 0;
 
-    /// The object that the task acts on, by which it can be cancelled; null when there is none.
-    /// Called with locks of a run loop held: it must not call the loop.
+    /// The object that the task acts on, by which it can be cancelled; null when there is none. As
+    /// dump(), it may be called while run() runs on another thread, and with locks of a run loop
+    /// held: it must not call the loop.
     virtual void* getObject();
 
     /// Describes the task in diagnostics. It may be called while run() runs on another thread, and

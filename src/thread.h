@@ -1,8 +1,6 @@
 #ifndef NIVUR_THREAD_H
 #define NIVUR_THREAD_H
 
-#include <pthread.h>
-
 #include <memory>
 #include <string>
 
@@ -64,19 +62,19 @@ class NIVUR_EXPORT Thread : public NoCopyable {
   private:
     friend class RunLoop;
 
+    /// One thread that was started, which several may wait for and one joins.
+    struct Run;
+
     static void* threadProc(void* thread);
     void runTask();
     int launch(std::unique_ptr<Runnable>& task, const std::string& name, ThreadPriority priority,
                Semaphore& startSemaphore, std::string& runningName);
-    unsigned int requestStop();
-    void waitForRun(unsigned int run);
-    void joinEnded();
+    std::shared_ptr<Run> requestStop();
+    static void waitForRun(const std::shared_ptr<Run>& run);
+    std::shared_ptr<Run> waitForEndedRun();
     void clear() NIVUR_REQUIRES(_mutex);
     void setThreadName(const std::string& name) NIVUR_REQUIRES(_mutex);
     void setPriority(ThreadPriority priority);
-
-    // Taken before _mutex, and held during a join, so that a handle is joined once.
-    Mutex _joinMutex NIVUR_ACQUIRED_BEFORE(_mutex);
 
     // Innermost: nothing else is locked, and no code of a caller runs, while it is held.
     mutable Mutex _mutex;
@@ -86,9 +84,8 @@ class NIVUR_EXPORT Thread : public NoCopyable {
     std::string _name NIVUR_GUARDED_BY(_mutex);
     int _threadID NIVUR_GUARDED_BY(_mutex) = INVALID_THREAD_ID;
     Semaphore* _startSemaphore NIVUR_GUARDED_BY(_mutex) = nullptr;  // of the start() that waits
-    pthread_t _thread NIVUR_GUARDED_BY(_mutex) = 0;                 // 0: nothing to join
     ThreadPriority _priority NIVUR_GUARDED_BY(_mutex) = THREAD_PRIORITY_NORMAL;
-    unsigned int _run NIVUR_GUARDED_BY(_mutex) = 0;  // counts the threads started so far
+    std::shared_ptr<Run> _thread NIVUR_GUARDED_BY(_mutex);  // the last one started
 };
 
 }  // namespace NIVUR

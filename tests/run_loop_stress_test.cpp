@@ -66,36 +66,40 @@ class CountedTask : public Runnable {
     std::atomic<bool> _run{false};
 };
 
-TEST(RunLoopStress, PostersRacingWithStopAndStartAreAlwaysReleased) {
+// Every round joins its posters before the loop starts again, which would release one that was
+// lost.
+TEST(RunLoopStress, PostersRacingWithStopAreAlwaysReleased) {
     CountedTask::Counts counts;
     {
         RunLoop loop("racing");
         const Watchdog watchdog(loop);
-        std::atomic<bool> over{false};
-        std::thread cycler([&] {
-            const uint64_t end = SystemUtil::getCPUTime() + 1500;
-            for (int i = 0; SystemUtil::getCPUTime() < end; ++i) {
-                loop.start();
-                if (i % 3 != 0) {
-                    Semaphore().wait(1);
+        const uint64_t end = SystemUtil::getCPUTime() + 1500;
+        while (SystemUtil::getCPUTime() < end) {
+            loop.start();
+            std::atomic<bool> stopped{false};
+            atOnce(5, [&](int thread) {
+                if (thread == 4) {
+                    loop.stop();
+                    stopped = true;
+                } else if (thread == 3) {
+                    loop.stop();
                 }
-                atOnce(i % 2 + 1, [&](int) { loop.stop(); });
+                for (int i = 0; !stopped; ++i) {
+                    loop.postItem(new CountedTask(counts), i % 3 == 0, thread != 0 || i % 8 != 0);
+                }
+            });
+        }
+        // Restarts from other threads at any moment.
+        atOnce(4, [&](int thread) {
+            for (int i = 0; i < 200; ++i) {
+                if (thread % 2 == 0) {
+                    loop.start();
+                    loop.stop();
+                } else {
+                    loop.postItem(new CountedTask(counts), false, true);
+                }
             }
-            over = true;
         });
-        std::thread restarter([&] {
-            while (!over) {
-                loop.start();
-                loop.stop();
-            }
-        });
-        atOnce(3, [&](int thread) {
-            for (int i = 0; !over; ++i) {
-                loop.postItem(new CountedTask(counts), i % 3 == 0, thread != 0 || i % 8 != 0);
-            }
-        });
-        cycler.join();
-        restarter.join();
     }
     EXPECT_GT(counts.run, 0);
     EXPECT_LE(counts.run, counts.made);
@@ -118,7 +122,9 @@ struct Worker {
     }
     void work() {
         EXPECT_EQ(_alive, 0x5AFE);
-        ++_ticks;
+        if (++_ticks % 4 == 0) {
+            _loop.postItem(makeRunnable([this] { work(); }, this), false, false);
+        }
     }
     RunLoop& _loop;
     int _alive = 0x5AFE;

@@ -46,6 +46,8 @@ std::shared_ptr<void> atDestruction(std::function<void()> function) {
 
 class RunLoopTest : public testing::Test {
   protected:
+    void TearDown() override { loop.stop(); }
+
     /// Posts a task during which the loop hangs until release(); returns when it has begun.
     void block(void* object = nullptr) {
         _released = std::make_unique<Latch>();
@@ -217,7 +219,13 @@ TEST_F(RunLoopTest, TaskDestructorsMayCallTheLoop) {
         loop.dumpLoopInfo();
     };
     int object = 0;
+    loop.postItem(makeRunnable([end = atDestruction(callEverything)] {}), false, false);
     ASSERT_TRUE(loop.start());
+    block();
+    loop.postItem(makeRunnable([end = atDestruction([&] { loop.dumpLoopInfo(); })] {}), false,
+                  false);
+    EXPECT_FALSE(loop.start());
+    release();
     loop.postItem(makeRunnable([end = atDestruction(callEverything)] {}), false, true);
     loop.addTimer(makeRunnable([end = atDestruction(callEverything)] {}), 0, false);
     drain();
@@ -243,40 +251,62 @@ TEST_F(RunLoopTest, TaskDestructorsMayCallTheLoop) {
     loop.addTimer(makeRunnable([end = atDestruction(callEverything)] {}), kNever, true);
 }
 
-TEST_F(RunLoopTest, TimersKeepTheirScheduleAndCatchUp) {
-    struct Row {
-        unsigned int interval;
-        unsigned int taskMs;
-        unsigned int blockMs;
-        uint64_t runs;
-    } const rows[] = {{20, 5, 0, 5}, {10, 0, 75, 10}};
-    for (const Row& row : rows) {
-        RunLoop timed("timed");
-        if (row.blockMs == 0) {
-            ASSERT_TRUE(timed.start());
-        }
-        std::vector<uint64_t> times;
-        Latch done;
-        const uint64_t begin = SystemUtil::getCPUTime();
-        timed.addTimer(makeRunnable([&] {
-                           times.push_back(SystemUtil::getCPUTime() - begin);
-                           SystemUtil::sleep(row.taskMs);
-                           if (times.size() == row.runs) {
-                               done.count();
-                           }
-                       }),
-                       row.interval, true);
-        if (row.blockMs != 0) {
-            SystemUtil::sleep(row.blockMs);  // falls behind its schedule
-            ASSERT_TRUE(timed.start());
-        }
-        done.wait();
-        timed.stop();
-        for (uint64_t i = 0; i < row.runs; ++i) {
-            EXPECT_GE(times[i], (i + 1) * row.interval) << i;
-            EXPECT_LT(times[i], (i + 1) * row.interval + row.blockMs + kSlowMachineMs) << i;
-        }
+TEST_F(RunLoopTest, RepeatingTimerIsNeverEarlyAndMakesUpForMissedRuns) {
+    std::vector<uint64_t> times;
+    const uint64_t begin = SystemUtil::getCPUTime();
+    loop.addTimer(makeRunnable([&] { times.push_back(SystemUtil::getCPUTime() - begin); }), 10,
+                  true);
+    SystemUtil::sleep(75);  // seven runs are due before the loop starts
+    ASSERT_TRUE(loop.start());
+    for (int pass = 0; pass < 7; ++pass) {
+        drain();  // one pass, or more
     }
+    loop.postItem(makeRunnable([&] { ASSERT_GE(times.size(), 7U); }), false, true);
+    loop.stop();
+    for (size_t i = 0; i < times.size(); ++i) {
+        EXPECT_GE(times[i], (i + 1) * 10);
+    }
+}
+
+TEST_F(RunLoopTest, StopDropsTimersAndEveryChangeWakesTheLoop) {
+    const auto token = std::make_shared<int>();
+    const uint64_t begin = SystemUtil::getCPUTime();
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_TRUE(loop.start());
+        drain();
+        Latch ran;
+        loop.addTimer(makeRunnable([&] { ran.count(); }), 1, false);
+        ran.wait();
+        loop.addTimer(makeRunnable([token] {}), kNever, true);
+        loop.stop();
+        EXPECT_EQ(token.use_count(), 1);
+    }
+    // A loop that slept its 100 ms out before it saw any of these would need 2 s and more.
+    EXPECT_LT(SystemUtil::getCPUTime() - begin, 1500U);
+}
+
+TEST_F(RunLoopTest, TimersOfOneBatchMayRemoveEachOther) {
+    ASSERT_TRUE(loop.start());
+    block();
+    int x = 0;
+    long first = 0;
+    long second = 0;
+    first = loop.addTimer(makeRunnable([&] {
+                              loop.stopTimer(first);
+                              loop.stopTimer(second);
+                              loop.cancelTasksForObject(&x);
+                              trace.add("first");
+                          }),
+                          0, true);
+    second = loop.addTimer(makeRunnable([] { ADD_FAILURE(); }), 0, true);
+    loop.addTimer(makeRunnable([] { ADD_FAILURE(); }, &x), 0, true);
+    loop.addTimer(makeRunnable([] { ADD_FAILURE(); }, &x), 0, false);
+    loop.addTimer(trace.task("last"), 0, false);
+    SystemUtil::sleep(2);
+    release();
+    drain();
+    drain();
+    EXPECT_EQ(trace.text(), "first last");
 }
 
 TEST_F(RunLoopTest, TimersDueTogetherRunInOrderOfDueTimeThenOfAdding) {
@@ -415,6 +445,7 @@ TEST_F(RunLoopTest, CancelOfTheRunningTaskLetsItFinishAndItsPosterWaitForThat) {
                           loop.cancelTasksForObject(&x);
                           loop.postItem(trace.task("later", &x), false, false);
                           loop.cancelTasksForObject(&x);
+                          SystemUtil::sleep(10);
                           finished = true;
                       },
                       &x),
@@ -439,6 +470,72 @@ TEST_F(RunLoopTest, CancelOfTheRunningTaskLetsItFinishAndItsPosterWaitForThat) {
     poster.join();
     drain();
     EXPECT_EQ(trace.text(), "");
+}
+
+TEST_F(RunLoopTest, CancelAlsoTakesWhatTheRunningTaskAddsMeanwhile) {
+    struct Chain {
+        explicit Chain(RunLoop& runLoop) : loop(runLoop) {}
+        void step() {
+            EXPECT_FALSE(cancelled);
+            begun.count();
+            SystemUtil::sleep(10);
+            loop.postItem(makeRunnable([this] { step(); }, this), false, false);
+            loop.addTimer(makeRunnable([this] { step(); }, this), 0, true);
+        }
+        RunLoop& loop;
+        Latch begun;
+        std::atomic<bool> cancelled{false};
+    } chain(loop);
+    ASSERT_TRUE(loop.start());
+    loop.postItem(makeRunnable([&] { chain.step(); }, &chain), false, false);
+    chain.begun.wait();
+    loop.cancelTasksForObject(&chain);
+    chain.cancelled = true;
+    drain();
+    drain();
+}
+
+// The loop shuts its gate again at once, and whoever waits for it has to get a turn.
+TEST_F(RunLoopTest, BusyLoopLetsStopAndCancelThrough) {
+    ASSERT_TRUE(loop.start(Thread::THREAD_PRIORITY_HIGH));
+    std::atomic<int> runs{0};
+    loop.addTimer(makeRunnable([&] {
+                      ++runs;
+                      SystemUtil::sleep(2);
+                  }),
+                  0, true);
+    for (int i = 0; i < 20; ++i) {
+        const int before = runs;
+        loop.stopTimer(1);
+        loop.cancelTasksForObject(&trace);
+        EXPECT_LT(runs - before, 20);
+    }
+    loop.stop();
+}
+
+TEST_F(RunLoopTest, DroppedTaskIsGoneBeforeItsPosterReturns) {
+    ASSERT_TRUE(loop.start());
+    block();
+    loop.postItem(makeRunnable([end = atDestruction([] { SystemUtil::sleep(20); })] {}), false,
+                  false);
+    bool gone = false;
+    std::thread poster([&] {
+        loop.postItem(makeRunnable([end = atDestruction([&] { gone = true; })] {}), false, true);
+        EXPECT_TRUE(gone);
+    });
+    awaitQueued(2);
+    EXPECT_FALSE(loop.start());
+    poster.join();
+    release();
+}
+
+TEST(RunLoop, EndsWithWhatItsTasksDestructorsStart) {
+    RunLoop loop("reborn");
+    loop.addTimer(makeRunnable([&loop, end = atDestruction([&loop] {
+                                           loop.addTimer(makeRunnable([] {}), 0, true);
+                                           loop.start();
+                                       })] {}),
+                  kNever, true);
 }
 
 struct NamedTask : Runnable {
@@ -502,7 +599,7 @@ TEST_F(RunLoopTest, IdleLoopWakesAboutTenTimesASecond) {
     const long before = switches();
     SystemUtil::sleep(1050);  // the time over which the wakes are counted
     const long wakes = switches() - before;
-    EXPECT_GE(wakes, 3);
+    EXPECT_GE(wakes, 7);
     EXPECT_LE(wakes, 14);
 }
 

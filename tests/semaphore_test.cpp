@@ -32,9 +32,17 @@ TEST(Semaphore, TimedWaitIsNeverEarlyAndASignalEndsIt) {
         EXPECT_GE(elapsed, timeoutMs * 1000U);
         EXPECT_LT(elapsed, (timeoutMs + kSlowMachineMs) * 1000U);
     }
-    std::thread notifier([&] { semaphore.notify(); });
-    EXPECT_EQ(semaphore.wait(0xFFFFFFFFU), 0);
-    notifier.join();
+    // Two who wait are both woken by two signals in a row.
+    for (int round = 0; round < 20; ++round) {
+        std::thread other([&] { EXPECT_EQ(semaphore.wait(0xFFFFFFFFU), 0); });
+        std::thread notifier([&] {
+            semaphore.notify();
+            semaphore.notify();
+        });
+        EXPECT_EQ(semaphore.wait(kSlowMachineMs), 0);
+        other.join();
+        notifier.join();
+    }
 }
 
 // Every round destroys the semaphore as soon as its wait returns, while notify() may still be
@@ -86,8 +94,9 @@ TEST(Mutex, IsExclusiveAndScoped) {
     bool taken = false;
     const auto tryElsewhere = [&] {
         std::thread([&] {
-            taken = mutex.trylock();
-            if (taken) {
+            taken = false;
+            if (mutex.trylock()) {
+                taken = true;
                 mutex.unlock();
             }
         }).join();

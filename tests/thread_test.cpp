@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 
 #include <fstream>
+#include <functional>
 #include <thread>
 
 #include "support/latch.h"
@@ -35,21 +36,27 @@ TEST(Thread, RunsItsTaskUnderItsNameIdAndPriority) {
     struct {
         Thread::ThreadPriority priority;
         int nice;
-    } const rows[] = {{Thread::THREAD_PRIORITY_LOW, 10},
+    } const rows[] = {{Thread::THREAD_PRIORITY_HIGH, -16},
+                      {Thread::THREAD_PRIORITY_LOW, 10},
                       {Thread::THREAD_PRIORITY_NORMAL, 0},
                       {static_cast<Thread::ThreadPriority>(9), 0}};
     for (const auto& row : rows) {
+        LogCapture log;
         Thread thread;
         Latch checked;
         ASSERT_TRUE(thread.start(makeRunnable([&] {
                                      EXPECT_EQ(systemName(), "fifteen-bytes-a");
-                                     EXPECT_EQ(getpriority(PRIO_PROCESS, 0), row.nice);
                                      EXPECT_EQ(thread.getThreadID(), Thread::getCurrentThreadID());
                                      EXPECT_TRUE(thread.isStarted());
                                      checked.wait();
                                  }),
                                  "fifteen-bytes-and-more", row.priority));
         EXPECT_EQ(thread.getName(), "fifteen-bytes-and-more");
+        const int nice = getpriority(PRIO_PROCESS, static_cast<id_t>(thread.getThreadID()));
+        if (nice != row.nice) {  // not everybody may raise a priority
+            EXPECT_EQ(log.take(), Lines{"4 Change the thread priority failed: "
+                                        "fifteen-bytes-and-more, err=13"});
+        }
         EXPECT_NE(thread.getThreadID(), Thread::INVALID_THREAD_ID);
         checked.count();
         thread.waitForStop();
@@ -101,8 +108,8 @@ TEST(Thread, RestartJoinsWhatNobodyJoined) {
 }
 
 TEST(Thread, JoinIsSharedByAllThatWaitAndSkippedByItself) {
-    for (int round = 0; round < 50; ++round) {
-        Thread thread;
+    Thread thread;
+    for (int round = 0; round < 30; ++round) {
         Latch end;
         ASSERT_TRUE(thread.start(makeRunnable([&] {
                                      end.wait();
@@ -110,17 +117,42 @@ TEST(Thread, JoinIsSharedByAllThatWaitAndSkippedByItself) {
                                  }),
                                  "joined"));
         std::vector<std::thread> waiters;
-        for (int i = 0; i < 3; ++i) {
-            waiters.emplace_back([&] {
-                thread.waitForStop();
-                EXPECT_FALSE(thread.isStarted());
-            });
+        for (int i = 0; i < 8; ++i) {
+            waiters.emplace_back([&] { thread.waitForStop(); });
         }
         end.count();
         for (std::thread& waiter : waiters) {
             waiter.join();
         }
+        EXPECT_FALSE(thread.isStarted());
     }
+}
+
+struct AtThreadEnd {
+    ~AtThreadEnd() {
+        if (function) {
+            function();
+        }
+    }
+    std::function<void()> function;
+};
+thread_local AtThreadEnd atEnd;
+
+TEST(Thread, KnowsItselfUntilItsThreadLocalsAreGone) {
+    LogCapture log;
+    Thread thread;
+    bool asked = false;
+    ASSERT_TRUE(thread.start(makeRunnable([&] {
+                                 atEnd.function = [&] {
+                                     thread.waitForStop();
+                                     EXPECT_FALSE(thread.start(makeRunnable([] {}), "self"));
+                                     asked = true;
+                                 };
+                             }),
+                             "ending"));
+    thread.waitForStop();
+    EXPECT_TRUE(asked);
+    EXPECT_EQ(log.take(), Lines{"4 starting thread self failed: thread already started as "});
 }
 
 TEST(Thread, TaskDestructorMayAskItsThread) {

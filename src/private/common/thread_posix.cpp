@@ -1,3 +1,4 @@
+#include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -28,7 +29,16 @@ int niceValue(Thread::ThreadPriority priority) {
     }
 }
 
+// Tells a thread from itself also when its task has ended, in the destructors of its thread-locals.
+thread_local const void* runOfThisThread = nullptr;
+
 }  // namespace
+
+struct Thread::Run {
+    pthread_t handle{};
+    Mutex joining;  // held during the join: whoever else waits for this thread waits here
+    bool joined NIVUR_GUARDED_BY(joining) = false;
+};
 
 Thread::Thread() = default;
 
@@ -57,20 +67,20 @@ bool Thread::start(Runnable* runnable, const std::string& name, ThreadPriority p
 
 int Thread::launch(std::unique_ptr<Runnable>& task, const std::string& name,
                    ThreadPriority priority, Semaphore& startSemaphore, std::string& runningName) {
+    auto run = std::make_shared<Run>();
     for (;;) {
-        joinEnded();
+        const std::shared_ptr<Run> ended = waitForEndedRun();
         AutoLock lock(_mutex);
-        if (_started) {
+        if (_started || (_thread != nullptr && _thread.get() == runOfThisThread)) {
             runningName = _name;
             return kAlreadyStarted;
         }
-        if (_thread != 0) {
+        if (_thread != ended) {
             continue;  // another start came first, and its thread has ended by now
         }
         _name = name;
-        pthread_t handle = 0;
         // The new thread waits for _mutex before it looks at any of this.
-        const int error = ::pthread_create(&handle, nullptr, threadProc, this);
+        const int error = ::pthread_create(&run->handle, nullptr, threadProc, this);
         if (error != 0) {
             clear();
             return error;
@@ -80,8 +90,7 @@ int Thread::launch(std::unique_ptr<Runnable>& task, const std::string& name,
         _runnable = task.release();
         _priority = priority;
         _startSemaphore = &startSemaphore;
-        _thread = handle;
-        ++_run;
+        _thread = std::move(run);
         return 0;
     }
 }
@@ -90,47 +99,42 @@ void Thread::stop() {
     requestStop();
 }
 
-unsigned int Thread::requestStop() {
+std::shared_ptr<Thread::Run> Thread::requestStop() {
     AutoLock lock(_mutex);
     if (_started) {
         _stopping = true;
     }
-    return _run;
+    return _thread;
 }
 
 void Thread::waitForStop() {
     _mutex.lock();
-    const unsigned int run = _run;
+    const std::shared_ptr<Run> run = _thread;
     _mutex.unlock();
     waitForRun(run);
 }
 
-void Thread::joinEnded() {
+/// Joins the last thread if it has ended but was never joined, and gives it.
+std::shared_ptr<Thread::Run> Thread::waitForEndedRun() {
     _mutex.lock();
-    const bool ended = !_started;
-    const unsigned int run = _run;
+    const std::shared_ptr<Run> ended = _started ? nullptr : _thread;
     _mutex.unlock();
-    if (ended) {
-        waitForRun(run);
-    }
+    waitForRun(ended);
+    return ended;
 }
 
-void Thread::waitForRun(unsigned int run) {
-    if (getThreadID() == getCurrentThreadID()) {
+void Thread::waitForRun(const std::shared_ptr<Run>& run) {
+    if (run == nullptr || run.get() == runOfThisThread) {
         return;  // a thread cannot join itself: the next start, wait or destructor does it
     }
     int error = 0;
     {
-        AutoLock joining(_joinMutex);
-        _mutex.lock();
-        const pthread_t handle = _run == run ? _thread : 0;
-        _mutex.unlock();
-        if (handle == 0) {
+        AutoLock joining(run->joining);
+        if (run->joined) {
             return;
         }
-        error = ::pthread_join(handle, nullptr);
-        AutoLock lock(_mutex);
-        _thread = 0;
+        error = ::pthread_join(run->handle, nullptr);
+        run->joined = true;
     }
     if (error != 0) {
         Log::log("NIVUR", LOG_ERROR, "thread_join() failed: err=%d", error);
@@ -168,6 +172,7 @@ void* Thread::threadProc(void* thread) {
 
 void Thread::runTask() {
     _mutex.lock();
+    runOfThisThread = _thread.get();
     _threadID = getCurrentThreadID();
     setThreadName(_name);
     const ThreadPriority priority = _priority;
