@@ -10,6 +10,7 @@
 #include "event.h"
 #include "event_center.h"
 #include "event_handler.h"
+#include "date.h"
 #include "log.h"
 #include "mutex.h"
 #include "no_copyable.h"
@@ -19,6 +20,9 @@
 #include "runnable.h"
 #include "semaphore.h"
 #include "shared_ptr.h"
+#include "stop_watch.h"
+#include "string_util.h"
+#include "system_property.h"
 #include "system_util.h"
 #include "thread.h"
 

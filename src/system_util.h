@@ -2,6 +2,7 @@
 #define NIVUR_SYSTEM_UTIL_H
 
 #include <cstdint>
+#include <string>
 
 #include "export.h"
 
@@ -24,6 +25,14 @@ class NIVUR_EXPORT SystemUtil {
 
     /// The id of the calling process.
     static int getpid();
+
+    /// The folder for the application's data files, with its trailing slash: "/mnt/sdcard/".
+    static std::string getAppDataFolder();
+
+    /// The device's manufacturer and model in lower case, from the system properties
+    /// ro.product.manufacturer and ro.product.model. False when either is missing or empty: it and
+    /// what comes after it are left as they were.
+    static bool getDeviceInfo(std::string& manufacturer, std::string& model);
 };
 
 }  // namespace NIVUR

@@ -1,0 +1,14 @@
+#ifndef NIVUR_PRIVATE_COMMON_PROPERTY_STORE_H
+#define NIVUR_PRIVATE_COMMON_PROPERTY_STORE_H
+
+#include <string>
+
+namespace NIVUR {
+
+/// The value of a system property, cut to 1,023 bytes; empty when it is missing. Any thread may
+/// call it.
+std::string systemProperty(const char* name);
+
+}  // namespace NIVUR
+
+#endif

@@ -1,0 +1,42 @@
+#include "string_util.h"
+
+#include <cstdlib>
+#include <locale>
+#include <sstream>
+
+namespace NIVUR {
+
+std::uint8_t stringToUInt8(const std::string& text) {
+    // What atoi() does, but defined for numbers that do not fit.
+    return static_cast<std::uint8_t>(std::strtol(text.c_str(), nullptr, 10));
+}
+
+std::string StringUtil::int2String(long value) {
+    return std::to_string(value);
+}
+
+int StringUtil::string2Int(const std::string& text) {
+    const char* c = text.c_str();
+    const bool negative = *c == '-';
+    if (negative) {
+        ++c;
+    }
+    std::uint32_t value = 0;
+    for (; *c != '\0'; ++c) {
+        // As on ARM, where char is unsigned.
+        value = value * 10 + static_cast<unsigned char>(*c) - std::uint32_t{'0'};
+    }
+    return static_cast<int>(negative ? 0 - value : value);
+}
+
+void StringUtil::string2UInt8Vector(const std::string& text, std::vector<std::uint8_t>& bytes) {
+    std::istringstream words(text);
+    words.imbue(std::locale::classic());
+    std::vector<std::uint8_t> values;
+    for (std::string word; words >> word;) {
+        values.push_back(stringToUInt8(word));
+    }
+    bytes.insert(bytes.end(), values.begin(), values.end());
+}
+
+}  // namespace NIVUR

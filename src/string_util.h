@@ -1,0 +1,35 @@
+#ifndef NIVUR_STRING_UTIL_H
+#define NIVUR_STRING_UTIL_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "export.h"
+
+namespace NIVUR {
+
+/// The decimal number at the start of `text` as atoi() reads it, cut to its low 8 bits: 300 gives
+/// 44, -1 gives 255, no digits give 0. Any thread may call it.
+NIVUR_EXPORT std::uint8_t stringToUInt8(const std::string& text);
+
+/// Conversions between numbers and text, which report no errors: malformed text yields a number all
+/// the same. Any thread may call any operation.
+class NIVUR_EXPORT StringUtil {
+  public:
+    StringUtil() = delete;
+
+    /// `value` in decimal.
+    static std::string int2String(long value);
+
+    /// Up to the first NUL, an optional minus and then digits, in 32-bit arithmetic that wraps.
+    /// Nothing is checked: any other byte counts as the digit of its distance from '0'.
+    static int string2Int(const std::string& text);
+
+    /// Appends stringToUInt8() of each word between white space to `bytes`.
+    static void string2UInt8Vector(const std::string& text, std::vector<std::uint8_t>& bytes);
+};
+
+}  // namespace NIVUR
+
+#endif

@@ -1,0 +1,172 @@
+#include <gtest/gtest.h>
+#include <nivur/date.h>
+#include <nivur/stop_watch.h>
+#include <nivur/string_util.h>
+#include <nivur/system_property.h>
+#include <nivur/system_util.h>
+
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <ctime>
+
+namespace NIVUR {
+namespace {
+
+constexpr unsigned long long kDay = 86400000;
+
+TEST(Date, CountsEveryDayOfTheCalendarInBothDirections) {
+    const unsigned int kLengths[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    unsigned long long end = kDay - 1;
+    for (unsigned int year = 1970; year <= 2410; ++year) {
+        const bool leap = year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+        for (unsigned int month = 1; month <= 12; ++month) {
+            const unsigned int length = kLengths[month - 1] + (leap && month == 2 ? 1 : 0);
+            for (unsigned int day = 1; day <= length; ++day, end += kDay) {
+                const Date date(end);
+                ASSERT_EQ(date.year() * 10000 + date.month() * 100 + date.day(),
+                          year * 10000 + month * 100 + day);
+                ASSERT_TRUE(Date(year, month, day, 23, 59, 59, 999) == date);
+            }
+            // What is past the month's end counts on into the next, the components stay.
+            const Date past(year, month, 31, 23, 59, 59, 999);
+            ASSERT_EQ(past.millisecondsFrom1970(), end + 30 * kDay - length * kDay);
+            ASSERT_EQ(past.day(), 31U);
+        }
+    }
+}
+
+TEST(Date, PrintsAnyDateInTheGivenZone) {
+    const std::tuple<Date, int, std::string> kCases[] = {
+        {Date(2024, 3, 5, 7, 8, 9, 10), 8, "2024-03-05 15:08:09.010"},
+        {Date(2024, 12, 31, 23, 30, 0, 0), 2, "2025-01-01 01:30:00.000"},
+        {Date(2024, 3, 1, 4, 0, 0, 0), -5, "2024-02-29 23:00:00.000"},
+        {Date(2147483648000), 0, "2038-01-19 03:14:08.000"},
+        {Date(4294967296000), 0, "2106-02-07 06:28:16.000"},
+        {Date(253402300800000), 0, "10000-01-01 00:00:00.000"},
+        {Date(~0ULL), 0, "584556019-04-03 14:25:51.615"},
+        // From 597 hours on the milliseconds wrap: 2149200000 - 2^32.
+        {Date(2145767296), 597, "1970-01-01 00:00:00.000"},
+        {Date(2000683008), -32768, "1970-01-01 00:00:00.000"}};
+    for (const auto& [date, zone, text] : kCases) {
+        EXPECT_EQ(date.toString(static_cast<short>(zone)), text);
+        EXPECT_EQ(date.toShortString(static_cast<short>(zone)), text.substr(text.find('-') + 1));
+        Date same = date;
+        same.calculateMillisecondsFrom1970();
+        EXPECT_TRUE(same == date);
+    }
+    EXPECT_EQ(Date(~0U, 12, 31, 23, 59, 59, 999).year(), ~0U);  // wraps, and nothing worse
+}
+
+TEST(Date, ComparesAndCountsByMillisecondsAlone) {
+    EXPECT_TRUE(Date(1) < Date(1ULL << 63));
+    EXPECT_FALSE(Date(1) < Date(1));
+    EXPECT_EQ(Date(5000) - Date(8000), -3000);
+    EXPECT_EQ(Date(0) - Date(~0ULL), 1);
+    const auto wall = std::chrono::system_clock::now().time_since_epoch();
+    const Date before(static_cast<unsigned long long>(wall / std::chrono::milliseconds(1)));
+    EXPECT_FALSE(Date::now() < before);
+    EXPECT_LT(Date::now() - before, 10000);
+}
+
+TEST(Date, CurrentTimeZoneIsInWholeHoursWithSummerTime) {
+    const std::time_t now = std::time(nullptr);
+    const int today = std::gmtime(&now)->tm_yday;
+    const std::string summer = ",J" + std::to_string((today + 325) % 365 + 1) + ",J" +
+                               std::to_string((today + 40) % 365 + 1);
+    const std::pair<std::string, int> kCases[] = {
+        {"UTC0", 0},         {"<+08>-8", 8},           {"<-05>5", -5},
+        {"<+0530>-5:30", 5}, {"<-0330>3:30", -3},      {"<+14>-14", 14},
+        {"<-12>12", -12},    {"AAA-1BBB" + summer, 2}, {"AAA4BBB" + summer, -3}};
+    for (const auto& [zone, hours] : kCases) {
+        ::setenv("TZ", zone.c_str(), 1);
+        EXPECT_EQ(Date::currentTimeZone(), hours) << zone;
+    }
+    ::unsetenv("TZ");
+}
+
+TEST(DateDeathTest, TheFirstComponentOutOfRangeAborts) {
+    unsigned int c[] = {1969, 0, 0, 24, 60, 60, 1000};
+    const unsigned int kGreatest[] = {2024, 12, 31, 23, 59, 59, 999};
+    const std::string kExpressions[] = {"year >= 1970",          "month >= 1 && month <= 12",
+                                        "day >= 1 && day <= 31", "hour <= 23",
+                                        "minute <= 59",          "second <= 59",
+                                        "millisecond <= 999"};
+    for (std::size_t i = 0; i < 7; ++i) {
+        EXPECT_DEATH(Date(c[0], c[1], c[2], c[3], c[4], c[5], c[6]),
+                     "[ :]src/date.cpp:[0-9]+: NIVUR::Date::Date\\((unsigned int, ){6}unsigned "
+                     "int\\): Assertion `" +
+                         kExpressions[i] + "' failed");
+        c[i] = kGreatest[i];
+    }
+    EXPECT_DEATH(Date(1970, 13, 1, 0, 0, 0, 0), "month <= 12' failed");
+    EXPECT_DEATH(Date(1970, 1, 32, 0, 0, 0, 0), "day <= 31' failed");
+}
+
+TEST(SystemUtil, DeviceInfoComesFromThePropertiesInLowerCase) {
+    EXPECT_EQ(SystemUtil::getAppDataFolder(), "/mnt/sdcard/");
+    const std::string longest(1023, 'x');
+    const std::string tooLong = longest + "Y";
+    const std::tuple<const char*, const char*, std::string, std::string> kCases[] = {
+        {nullptr, "XY", "before", "before"},
+        {"ABC Mobile", "", "abc mobile", "before"},
+        {"ABC Mobile", "XY-100F", "abc mobile", "xy-100f"},
+        {"@AZ[\xc0\xdc", tooLong.c_str(), "@az[\xc0\xdc", longest}};
+    for (const auto& [newManufacturer, newModel, expectedManufacturer, expectedModel] : kCases) {
+        setSystemProperty("ro.product.manufacturer", newManufacturer);
+        setSystemProperty("ro.product.model", newModel);
+        std::string manufacturer = "before";
+        std::string model = "before";
+        EXPECT_EQ(SystemUtil::getDeviceInfo(manufacturer, model), expectedModel != "before");
+        EXPECT_EQ(manufacturer, expectedManufacturer);
+        EXPECT_EQ(model, expectedModel);
+    }
+}
+
+TEST(StopWatch, CountsAndMeasuresFromItsConstruction) {
+    StopWatch watch;
+    SystemUtil::sleep(20);  // time that must be seen to pass
+    EXPECT_GE(watch.record(), 20U);
+    SystemUtil::sleep(30);
+    EXPECT_GE(watch.record(), 50U);
+    EXPECT_EQ(watch.getCount(), 2U);
+}
+
+TEST(StringUtil, ConvertsIntegersWithoutAnyCheck) {
+    EXPECT_EQ(StringUtil::int2String(0), "0");
+    EXPECT_EQ(StringUtil::int2String(LONG_MIN),
+              sizeof(long) == 4 ? "-2147483648" : "-9223372036854775808");
+    const std::pair<std::string, int> kCases[] = {{"", 0},
+                                                  {"-", 0},
+                                                  {"123", 123},
+                                                  {"12a", 169},
+                                                  {"-45", -45},
+                                                  {"+5", -45},
+                                                  {" 7", -153},
+                                                  {"--1", 29},
+                                                  {"\xff", 207},
+                                                  {"-\x80", -80},
+                                                  {std::string("1\0002", 3), 1}};
+    for (const auto& [text, value] : kCases) {
+        EXPECT_EQ(StringUtil::string2Int(text), value) << text;
+    }
+    EXPECT_EQ(StringUtil::string2Int("-2147483648"), INT_MIN);
+    EXPECT_EQ(StringUtil::string2Int("2147483648"), INT_MIN);
+    EXPECT_EQ(StringUtil::string2Int("99999999999999999999"), 1661992959);  // 10^20 - 1 mod 2^32
+}
+
+TEST(StringUtil, ReadsBytesAsAtoiDoes) {
+    const std::pair<const char*, int> kCases[] = {
+        {"", 0}, {"abc", 0}, {"255", 255}, {"300", 44}, {"-1", 255}, {"+7", 7}, {" 12x", 12}};
+    for (const auto& [text, value] : kCases) {
+        EXPECT_EQ(stringToUInt8(text), value) << text;
+    }
+    std::vector<std::uint8_t> bytes = {9};
+    for (const char* const text : {"1 2 255", "  7\n8\t9 ", "\v1,2,3\f0x10\r20", "", " \n"}) {
+        StringUtil::string2UInt8Vector(text, bytes);
+    }
+    EXPECT_EQ(bytes, (std::vector<std::uint8_t>{9, 1, 2, 255, 7, 8, 9, 1, 0, 20}));
+}
+
+}  // namespace
+}  // namespace NIVUR
