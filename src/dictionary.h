@@ -1,0 +1,107 @@
+#ifndef NIVUR_DICTIONARY_H
+#define NIVUR_DICTIONARY_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "export.h"
+
+namespace NIVUR {
+
+/// A typed record: each key, which may be any byte string, holds one value of one of ten types.
+/// A record owns all that it holds: copies are deep, setters store a copy and getters return one,
+/// so that reading an array or a nested record costs a full copy. Nesting of any depth is copied
+/// and destroyed in constant stack. Exhausted memory passes through as std::bad_alloc and leaves
+/// the record as it was. Any number of threads may read one record while none changes it; distinct
+/// records share nothing.
+class NIVUR_EXPORT Dictionary {
+  public:
+    /// The numbers are part of the interface; an array's is that of its elements plus 5.
+    enum ValueType {
+        TYPE_NONE = 0,
+        TYPE_INTEGER = 1,
+        TYPE_STRING = 2,
+        TYPE_DECIMAL = 3,
+        TYPE_BOOLEAN = 4,
+        TYPE_OBJECT = 5,
+        TYPE_INTEGER_ARRAY = 6,
+        TYPE_STRING_ARRAY = 7,
+        TYPE_DECIMAL_ARRAY = 8,
+        TYPE_BOOLEAN_ARRAY = 9,
+        TYPE_OBJECT_ARRAY = 10
+    };
+
+    /// An empty record.
+    Dictionary() noexcept;
+    Dictionary(const Dictionary& other);
+    /// Leaves `other` empty.
+    Dictionary(Dictionary&& other) noexcept;
+    Dictionary& operator=(const Dictionary& other);
+    /// Leaves `other` empty, unless it is this record.
+    Dictionary& operator=(Dictionary&& other) noexcept;
+    virtual ~Dictionary();
+
+    /// The number of keys.
+    unsigned int size() const;
+
+    bool hasKey(const std::string& key) const;
+
+    /// The type of the key's value; TYPE_NONE when there is no such key.
+    ValueType getType(const std::string& key) const;
+
+    /// Every key once: those of strings, integers, decimals, booleans, objects, then those of the
+    /// arrays in the same order; by byte value within each group.
+    std::vector<std::string> allKeys() const;
+
+    /// Removes the key, if it is there.
+    void erase(const std::string& key);
+
+    /// Removes every key.
+    void clear();
+
+    /// A copy of the value that the key holds under just this type: nothing is converted. Otherwise
+    /// 0, false, or an empty string, record or array.
+    std::string getString(const std::string& key) const;
+    long long getInteger(const std::string& key) const;
+    long double getDecimal(const std::string& key) const;
+    bool getBoolean(const std::string& key) const;
+    Dictionary getObject(const std::string& key) const;
+    std::vector<std::string> getStringArray(const std::string& key) const;
+    std::vector<long long> getIntegerArray(const std::string& key) const;
+    std::vector<long double> getDecimalArray(const std::string& key) const;
+    std::vector<bool> getBooleanArray(const std::string& key) const;
+    std::vector<Dictionary> getObjectArray(const std::string& key) const;
+
+    /// Stores a copy under the key, in place of any earlier value, whatever its type. A record may
+    /// be stored into itself.
+    void setString(const std::string& key, const std::string& value);
+    void setInteger(const std::string& key, long long value);
+    void setDecimal(const std::string& key, long double value);
+    void setBoolean(const std::string& key, bool value);
+    void setObject(const std::string& key, const Dictionary& value);
+    void setStringArray(const std::string& key, const std::vector<std::string>& value);
+    void setIntegerArray(const std::string& key, const std::vector<long long>& value);
+    void setDecimalArray(const std::string& key, const std::vector<long double>& value);
+    void setBooleanArray(const std::string& key, const std::vector<bool>& value);
+    void setObjectArray(const std::string& key, const std::vector<Dictionary>& value);
+
+  private:
+    friend class JsonConversion;
+    struct Maps;
+
+    Maps& maps();
+    void eraseOriginalValue(const std::string& key, const void* exceptIn = nullptr);
+    template <class Visitor>
+    void eachMap(Visitor visit) const;
+    template <class Map>
+    typename Map::mapped_type valueOf(Map Maps::*map, const std::string& key) const;
+    template <class Map>
+    void store(Map Maps::*map, const std::string& key, typename Map::mapped_type value);
+
+    std::unique_ptr<Maps> _maps;  // null when nothing was stored yet
+};
+
+}  // namespace NIVUR
+
+#endif
