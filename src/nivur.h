@@ -12,6 +12,7 @@
 #include "event_handler.h"
 #include "date.h"
 #include "dictionary.h"
+#include "client_socket.h"
 #include "log.h"
 #include "mutex.h"
 #include "no_copyable.h"
@@ -25,7 +26,11 @@
 #include "stop_watch.h"
 #include "string_util.h"
 #include "system_property.h"
+#include "server_socket.h"
+#include "shared_ptr.h"
+#include "socket.h"
 #include "system_util.h"
 #include "thread.h"
+#include "udp_socket.h"
 
 #endif

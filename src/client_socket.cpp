@@ -1,0 +1,98 @@
+#include "client_socket.h"
+
+#include <utility>
+
+#include "private/assertion.h"
+#include "private/common/socket_posix.h"
+
+namespace NIVUR {
+
+ClientSocket::ClientSocket(int socket, const std::string& remoteIP, uint16_t remotePort)
+    : Socket(socket), _remoteIP(remoteIP), _remotePort(remotePort) {}
+
+bool ClientSocket::create(const std::string& ip, uint16_t port) {
+    return createBound(ip, port, true);
+}
+
+void ClientSocket::close() {
+    Socket::close();
+    _remoteIP.clear();
+    _remotePort = 0;
+    _deprecated = true;
+}
+
+bool ClientSocket::connect(const std::string& ip, uint16_t port) {
+    if (!checkCreated("CHECK_CLIENT_SOCKET")) {
+        return false;
+    }
+    if (!_remoteIP.empty() || _remotePort != 0) {
+        logLine(LOG_WARN, "connect failed, socket already connected to ip=%s, port=%d",
+                _remoteIP.c_str(), _remotePort);
+        return false;
+    }
+    platform::SocketAddress address{};
+    if (!fillAddress(ip, port, &address)) {
+        logLine(LOG_ERROR, "invalid address: ip=%s, port=%d", ip.c_str(), port);
+        return false;
+    }
+    std::string remoteIP = ip;  // before the call: memory cannot run out once it is connected
+    if (platform::connect(_socket, address) == -1) {
+        logLine(LOG_ERROR, "connect() failed: socket=%d, remoteIP=%s, remotePort=%d, err=%d",
+                _socket, ip.c_str(), port, getError());
+        return false;
+    }
+    _remoteIP = std::move(remoteIP);
+    _remotePort = port;
+    return true;
+}
+
+bool ClientSocket::checkConnected() const {
+    if (!checkCreated("CHECK_CLIENT_SOCKET")) {
+        return false;
+    }
+    if (_remoteIP.empty() || _remotePort == 0) {
+        logLine(LOG_ERROR, "CHECK_CLIENT_CONNECT failed because socket is not connected");
+        return false;
+    }
+    return true;
+}
+
+bool ClientSocket::send(const void* data, unsigned int length, unsigned int* sent) const {
+    if (!checkConnected()) {
+        return false;
+    }
+    NIVUR_ASSERT(data);
+    const ptrdiff_t count = platform::send(_socket, data, length);
+    if (count == -1) {
+        logLine(LOG_TRACE, "send data failed: socket=%d, err=%d", _socket, getError());
+        return false;
+    }
+    if (sent != nullptr) {
+        *sent = static_cast<unsigned int>(count);
+    }
+    return true;
+}
+
+bool ClientSocket::recv(void* data, unsigned int& length) const {
+    if (!checkConnected()) {
+        return false;
+    }
+    NIVUR_ASSERT(data);
+    const ptrdiff_t count = platform::recv(_socket, data, length);
+    if (count == -1) {
+        logLine(LOG_DEBUG, "recv data failed: socket=%d, err=%d", _socket, getError());
+        return false;
+    }
+    length = static_cast<unsigned int>(count);
+    if (count == 0) {
+        logLine(LOG_DEBUG, "socket closed when recv(): socket=%d", _socket);
+        return false;
+    }
+    return true;
+}
+
+int ClientSocket::shutdown() {
+    return platform::shutdown(_socket);
+}
+
+}  // namespace NIVUR

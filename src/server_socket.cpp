@@ -1,0 +1,54 @@
+#include "server_socket.h"
+
+#include "private/assertion.h"
+#include "private/common/descriptor.h"
+#include "private/common/socket_posix.h"
+#include "private/kept_error.h"
+
+namespace NIVUR {
+
+bool ServerSocket::create(const std::string& ip, uint16_t port) {
+    return createBound(ip, port, true);
+}
+
+void ServerSocket::close() {
+    Socket::close();
+}
+
+bool ServerSocket::listen(unsigned int count) const {
+    if (!checkCreated("CHECK_SERVER_SOCKET")) {
+        return false;
+    }
+    NIVUR_ASSERT(count > 0);
+    if (platform::listen(_socket, count) != 0) {
+        logFailure("listen");
+        return false;
+    }
+    return true;
+}
+
+ClientSocket* ServerSocket::accept() {
+    if (!checkCreated("CHECK_SERVER_SOCKET")) {
+        return nullptr;
+    }
+    platform::SocketAddress peer{};
+    platform::Descriptor connection(platform::accept(_socket, peer));
+    if (connection.get() == -1) {
+        logFailure("accept()");
+        return nullptr;
+    }
+    platform::AddressText text;
+    const std::string remoteIP = platform::addressText(peer, text);
+    // The memory is had before the descriptor is let go, so that neither can be lost.
+    return new ClientSocket(connection.release(), remoteIP, platform::addressPort(peer));
+}
+
+void ServerSocket::logFailure(const char* operation) const {
+    const KeptError error;
+    if (_logEnabled) {
+        logLine(LOG_ERROR, "%s failed: socket=%d, ip=%s, port=%d, err=%d", operation, _socket,
+                address().c_str(), port(), error.number());
+    }
+}
+
+}  // namespace NIVUR

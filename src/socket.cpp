@@ -1,0 +1,181 @@
+#include "socket.h"
+
+#include <cstdarg>
+
+#include "private/assertion.h"
+#include "private/common/socket_posix.h"
+#include "private/kept_error.h"
+
+namespace NIVUR {
+
+Socket::Socket(int socket) : _socket(socket), _isIPv6(platform::isIPv6(socket)) {}
+
+Socket::Socket(const Socket& other)
+    : _socket(platform::duplicate(other._socket)), _isIPv6(other._isIPv6) {}
+
+Socket& Socket::operator=(const Socket& other) {
+    if (this != &other) {
+        Socket::close();
+        _socket = platform::duplicate(other._socket);
+        _isIPv6 = other._isIPv6;
+    }
+    return *this;
+}
+
+Socket::~Socket() {
+    Socket::close();
+}
+
+void Socket::close() {
+    if (_socket != -1) {
+        closeSocket(_socket);
+        _socket = -1;
+    }
+}
+
+int Socket::setBroadcast(bool /*enable*/) {
+    return -1;
+}
+
+bool Socket::createBound(const std::string& ip, uint16_t port, bool tcp) {
+    if (_socket >= 0) {
+        if (_logEnabled) {
+            logLine(LOG_WARN, "socket is already created: ip=%s, port=%d", address().c_str(),
+                    this->port());
+        }
+        return false;
+    }
+    _socket = createSocket(ip, port, tcp);
+    return _socket != -1;
+}
+
+int Socket::createSocket(const std::string& ip, uint16_t port, bool tcp) {
+    prepareSocket();
+    if (!isIPv6Address(ip, _isIPv6)) {
+        return -1;
+    }
+    platform::SocketAddress address{};
+    if (!fillAddress(ip, port, &address)) {
+        logLine(LOG_ERROR, "invalid socket address: ip=%s, port=%d", ip.c_str(), port);
+        return -1;
+    }
+    const int socket = platform::open(address, tcp);
+    if (socket == -1) {
+        logLine(LOG_ERROR, "socket create failed, err=%d", getError());
+        return -1;
+    }
+    if (platform::bind(socket, address) == -1) {
+        const KeptError error;
+        logLine(LOG_ERROR, "socket bind failed, err=%d", error.number());
+        closeSocket(socket);
+        return -1;
+    }
+    return socket;
+}
+
+bool Socket::fillAddress(const std::string& ip, uint16_t port, void* address) const {
+    return platform::encodeAddress(ip, port, _isIPv6, address);
+}
+
+bool Socket::checkCreated(const char* guard) const {
+    if (_socket == -1) {
+        logLine(LOG_ERROR, "%s failed because socket is not created", guard);
+    }
+    return _socket != -1;
+}
+
+void Socket::logLine(LogLevel level, const char* fmt, ...) const {
+    if (!_logEnabled) {
+        return;
+    }
+    const KeptError error;
+    va_list args;
+    va_start(args, fmt);
+    Log::vlog("NIVUR", level, fmt, args);
+    va_end(args);
+}
+
+std::string Socket::address() const {
+    platform::SocketAddress address{};
+    if (!checkCreated("CHECK_SOCKET") || platform::localAddress(_socket, address) == -1) {
+        return "";
+    }
+    platform::AddressText text;
+    return platform::addressText(address, text);
+}
+
+uint16_t Socket::port() const {
+    platform::SocketAddress address{};
+    if (!checkCreated("CHECK_SOCKET") || platform::localAddress(_socket, address) == -1) {
+        return 0;
+    }
+    return platform::addressPort(address);
+}
+
+int Socket::select() const {
+    return wait(nullptr);
+}
+
+int Socket::select(unsigned int timeout) const {
+    return wait(&timeout);
+}
+
+int Socket::wait(const unsigned int* timeout) const {
+    if (!checkCreated("CHECK_SOCKET")) {
+        return -1;
+    }
+    const int readable = platform::waitReadable(_socket, timeout);
+    if (readable < 0) {
+        logLine(LOG_DEBUG, "select breaks, socket=%d, errno=%d", _socket, getError());
+        return -1;
+    }
+    return readable > 0 ? 0 : 1;
+}
+
+std::set<Socket*> Socket::waitMultipleSocket(const std::set<Socket*>& sockets,
+                                             unsigned int timeout) {
+    NIVUR_ASSERT(sockets.size() < FD_SETSIZE);
+    platform::ReadSet watched;
+    for (const Socket* socket : sockets) {
+        watched.add(socket->_socket);
+    }
+    std::set<Socket*> readable;
+    if (watched.wait(timeout) > 0) {
+        size_t index = 0;
+        for (Socket* socket : sockets) {
+            if (watched.isReadable(index++)) {
+                readable.insert(readable.end(), socket);
+            }
+        }
+    }
+    return readable;
+}
+
+int Socket::setBlocking(bool blocking) {
+    return platform::setBlocking(_socket, blocking);
+}
+
+int Socket::setReuse(bool reuse) {
+    return platform::setOption(_socket, platform::Option::REUSE, reuse ? 1 : 0);
+}
+
+int Socket::setBufLength(unsigned int length) {
+    if (!checkCreated("CHECK_SOCKET")) {
+        return 0;
+    }
+    const int value = static_cast<int>(length);
+    if (platform::setOption(_socket, platform::Option::SEND_BUFFER, value) == -1) {
+        return -1;
+    }
+    return platform::setOption(_socket, platform::Option::RECEIVE_BUFFER, value);
+}
+
+int Socket::setSockCOS(int cos) {
+    if (!checkCreated("CHECK_SOCKET")) {
+        return 0;
+    }
+    logLine(LOG_ERROR, "setSockCOS cos=%d", cos);
+    return platform::setOption(_socket, platform::Option::PRIORITY, cos);
+}
+
+}  // namespace NIVUR
