@@ -3,10 +3,17 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "export.h"
 
 namespace NIVUR {
+
+/// An IPv4 address of the host.
+struct LocalIPInfo {
+    std::string name;  ///< the interface
+    std::string ip;    ///< the address as dotted text
+};
 
 /// Questions to the system. Any thread may call any operation at any time.
 class NIVUR_EXPORT SystemUtil {
@@ -33,6 +40,9 @@ class NIVUR_EXPORT SystemUtil {
     /// ro.product.manufacturer and ro.product.model. False when either is missing or empty: it and
     /// what comes after it are left as they were.
     static bool getDeviceInfo(std::string& manufacturer, std::string& model);
+    /// The host's IPv4 addresses in the kernel's order: loopback and interfaces that are down
+    /// included, and on a point-to-point link the peer's. Empty also when they cannot be read.
+    static std::vector<LocalIPInfo> getLocalIPList();
 };
 
 }  // namespace NIVUR
