@@ -40,6 +40,7 @@ class NIVUR_EXPORT SystemUtil {
     /// ro.product.manufacturer and ro.product.model. False when either is missing or empty: it and
     /// what comes after it are left as they were.
     static bool getDeviceInfo(std::string& manufacturer, std::string& model);
+
     /// The host's IPv4 addresses in the kernel's order: loopback and interfaces that are down
     /// included, and on a point-to-point link the peer's. Empty also when they cannot be read.
     static std::vector<LocalIPInfo> getLocalIPList();

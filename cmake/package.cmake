@@ -1,0 +1,31 @@
+# What `cmake --install` and `cpack` do.
+include(CMakePackageConfigHelpers)
+include(GNUInstallDirs)
+
+install(TARGETS nivur EXPORT nivurTargets)
+foreach(header IN LISTS NIVUR_PUBLIC_HEADERS)
+  install(FILES src/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/nivur)
+endforeach()
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/nivur)
+configure_package_config_file(cmake/nivurConfig.cmake.in nivurConfig.cmake
+  INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(nivurConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/nivurConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/nivurConfigVersion.cmake DESTINATION ${package_dir})
+install(EXPORT nivurTargets NAMESPACE NIVUR:: DESTINATION ${package_dir})
+
+cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY "\${prefix}" OUTPUT_VARIABLE NIVUR_PC_LIBDIR)
+cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_INCLUDEDIR BASE_DIRECTORY "\${prefix}" OUTPUT_VARIABLE NIVUR_PC_INCLUDEDIR)
+configure_file(cmake/nivur.pc.in nivur.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/nivur.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+set(CPACK_PACKAGE_CONTACT "the nivur developers <nivur@example.org>")
+set(CPACK_RESOURCE_FILE_LICENSE ${CMAKE_CURRENT_SOURCE_DIR}/LICENSE)
+set(CPACK_GENERATOR DEB)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_NAME libnivur-dev)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_SOURCE_GENERATOR TGZ)
+set(CPACK_SOURCE_IGNORE_FILES /build/ /\\.git/ /\\.cache/)
+include(CPack)

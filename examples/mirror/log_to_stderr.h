@@ -1,0 +1,13 @@
+#ifndef MIRROR_LOG_TO_STDERR_H
+#define MIRROR_LOG_TO_STDERR_H
+
+#include <cstdarg>
+
+namespace mirror {
+
+/// A sink for the library's log: time, level and text, a line each, to stderr. Any thread.
+void logToStderr(int level, const char* fmt, va_list args) __attribute__((format(printf, 2, 0)));
+
+}  // namespace mirror
+
+#endif
