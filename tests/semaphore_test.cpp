@@ -66,29 +66,6 @@ TEST(Semaphore, WaiterMayDestroyItAtOnce) {
     notifier.join();
 }
 
-TEST(Semaphore, NoSignalIsLostBetweenManyThreads) {
-    constexpr int kThreads = 4;
-    constexpr int kRounds = 5000;
-    Semaphore semaphore;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back([&] {
-            for (int n = 0; n < kRounds; ++n) {
-                semaphore.notify();
-            }
-        });
-        threads.emplace_back([&] {
-            for (int n = 0; n < kRounds; ++n) {
-                EXPECT_EQ(semaphore.wait(60000), 0);
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(semaphore.wait(0), 1);
-}
-
 TEST(Mutex, IsExclusiveAndScoped) {
     Mutex mutex;
     bool taken = false;

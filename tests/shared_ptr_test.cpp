@@ -105,19 +105,17 @@ struct Derived : Base {
     void call() override { called = "derived"; }
 };
 
-TEST(Functor0, CallsVirtuallyAndNamesItsObject) {
+TEST(Runnable, CallsVirtuallyAndNamesTheObjectThatItDoesNotOwn) {
     Derived object;
-    {
-        Functor0<Base, void (Base::*)()> functor(&object, &Base::call);
-        Runnable& task = functor;
-        task.run();
-        EXPECT_EQ(task.getObject(), &object);
+    const std::unique_ptr<Runnable> tasks[] = {
+        std::make_unique<Functor0<Base, void (Base::*)()>>(&object, &Base::call),
+        std::unique_ptr<Runnable>(makeRunnable([] {}, &object))};
+    for (const auto& task : tasks) {
+        task->run();
+        EXPECT_EQ(task->getObject(), &object);
     }
     EXPECT_EQ(object.called, "derived");
-    const std::unique_ptr<Runnable> anonymous(makeRunnable([] {}));
-    EXPECT_EQ(anonymous->getObject(), nullptr);
-    const std::unique_ptr<Runnable> bound(makeRunnable([] {}, &object));
-    EXPECT_EQ(bound->getObject(), &object);
+    EXPECT_EQ(std::unique_ptr<Runnable>(makeRunnable([] {}))->getObject(), nullptr);
 }
 
 TEST(Functor0, DumpIsTheCompilersTextWithPlainStringSpelling) {
