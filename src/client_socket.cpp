@@ -7,8 +7,32 @@
 
 namespace NIVUR {
 
+namespace {
+
+const char kNotCreated[] = "CHECK_CLIENT_SOCKET failed because socket is not created";
+
+}  // namespace
+
 ClientSocket::ClientSocket(int socket, const std::string& remoteIP, uint16_t remotePort)
     : Socket(socket), _remoteIP(remoteIP), _remotePort(remotePort) {}
+
+ClientSocket::ClientSocket(const ClientSocket& other)
+    : Socket(other), _deprecated(other._deprecated) {
+    if (_socket != -1) {
+        _remoteIP = other._remoteIP;
+        _remotePort = other._remotePort;
+    }
+}
+
+ClientSocket& ClientSocket::operator=(const ClientSocket& other) {
+    std::string remoteIP = other._remoteIP;  // before anything changes: memory may run out
+    Socket::operator=(other);
+    const bool connected = _socket != -1;
+    _remoteIP = connected ? std::move(remoteIP) : std::string();
+    _remotePort = connected ? other._remotePort : uint16_t{0};
+    _deprecated = other._deprecated;
+    return *this;
+}
 
 bool ClientSocket::create(const std::string& ip, uint16_t port) {
     return createBound(ip, port, true);
@@ -22,7 +46,7 @@ void ClientSocket::close() {
 }
 
 bool ClientSocket::connect(const std::string& ip, uint16_t port) {
-    if (!checkCreated("CHECK_CLIENT_SOCKET")) {
+    if (!checkCreated(kNotCreated)) {
         return false;
     }
     if (!_remoteIP.empty() || _remotePort != 0) {
@@ -47,7 +71,7 @@ bool ClientSocket::connect(const std::string& ip, uint16_t port) {
 }
 
 bool ClientSocket::checkConnected() const {
-    if (!checkCreated("CHECK_CLIENT_SOCKET")) {
+    if (!checkCreated(kNotCreated)) {
         return false;
     }
     if (_remoteIP.empty() || _remotePort == 0) {

@@ -19,6 +19,10 @@ class NIVUR_EXPORT ClientSocket : public Socket {
     /// Takes over the descriptor of a connection with that peer.
     ClientSocket(int socket, const std::string& remoteIP, uint16_t remotePort);
 
+    /// Duplicates the connection; with no descriptor left the copy is not created and has no peer.
+    ClientSocket(const ClientSocket& other);
+    ClientSocket& operator=(const ClientSocket& other);
+
     /// Makes a TCP socket bound to a local address; see Socket::create().
     bool create(const std::string& ip, uint16_t port) override;
 

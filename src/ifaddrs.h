@@ -3,8 +3,9 @@
 
 /// \file
 /// The library's own enumeration of interface addresses. Its two functions take the place of the
-/// platform's for the whole process. Its record has the platform's name but fewer fields, so one
-/// source file includes either this or the platform's <ifaddrs.h>; both read the same lists.
+/// platform's for the whole process that is linked with it, not for one that loads it later. Its
+/// record has the platform's name but fewer fields, so one source file includes either this or the
+/// platform's <ifaddrs.h>; both read the same lists.
 
 #ifdef _IFADDRS_H
 #error "include either <nivur/ifaddrs.h> or the platform's <ifaddrs.h>: they define the same record"

@@ -326,8 +326,8 @@ std::set<RunLoop::Timer>::node_type RunLoop::extractTimer(std::set<Timer>::itera
 
 long RunLoop::addTimer(Runnable* task, unsigned int interval, bool repeat) {
     SharedPtr<Runnable> owned(task);
-    std::set<Timer>
-        added;  // holds the timer, with no lock held, should memory for the index run out
+    // Holds the timer, with no lock held, should memory for the index run out.
+    std::set<Timer> added;
     const Timer& timer = *added.emplace(std::move(owned), interval, repeat).first;
     const long id = timer.id();
     AutoLock lock(_mutex);

@@ -7,6 +7,12 @@
 
 namespace NIVUR {
 
+namespace {
+
+const char kNotCreated[] = "CHECK_SERVER_SOCKET failed because socket is not created";
+
+}  // namespace
+
 bool ServerSocket::create(const std::string& ip, uint16_t port) {
     return createBound(ip, port, true);
 }
@@ -16,25 +22,25 @@ void ServerSocket::close() {
 }
 
 bool ServerSocket::listen(unsigned int count) const {
-    if (!checkCreated("CHECK_SERVER_SOCKET")) {
+    if (!checkCreated(kNotCreated)) {
         return false;
     }
     NIVUR_ASSERT(count > 0);
     if (platform::listen(_socket, count) != 0) {
-        logFailure("listen");
+        logFailure("listen failed: socket=%d, ip=%s, port=%d, err=%d");
         return false;
     }
     return true;
 }
 
 ClientSocket* ServerSocket::accept() {
-    if (!checkCreated("CHECK_SERVER_SOCKET")) {
+    if (!checkCreated(kNotCreated)) {
         return nullptr;
     }
     platform::SocketAddress peer{};
     platform::Descriptor connection(platform::accept(_socket, peer));
     if (connection.get() == -1) {
-        logFailure("accept()");
+        logFailure("accept() failed: socket=%d, ip=%s, port=%d, err=%d");
         return nullptr;
     }
     platform::AddressText text;
@@ -43,11 +49,10 @@ ClientSocket* ServerSocket::accept() {
     return new ClientSocket(connection.release(), remoteIP, platform::addressPort(peer));
 }
 
-void ServerSocket::logFailure(const char* operation) const {
+void ServerSocket::logFailure(const char* fmt) const {
     const KeptError error;
     if (_logEnabled) {
-        logLine(LOG_ERROR, "%s failed: socket=%d, ip=%s, port=%d, err=%d", operation, _socket,
-                address().c_str(), port(), error.number());
+        logLine(LOG_ERROR, fmt, _socket, address().c_str(), port(), error.number());
     }
 }
 

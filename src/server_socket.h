@@ -31,7 +31,7 @@ class NIVUR_EXPORT ServerSocket : public Socket {
     ClientSocket* accept();
 
   private:
-    void logFailure(const char* operation) const;
+    void logFailure(const char* fmt) const __attribute__((format(printf, 2, 0)));
 };
 
 }  // namespace NIVUR

@@ -8,7 +8,13 @@
 
 namespace NIVUR {
 
-Socket::Socket(int socket) : _socket(socket), _isIPv6(platform::isIPv6(socket)) {}
+namespace {
+
+const char kNotCreated[] = "CHECK_SOCKET failed because socket is not created";
+
+}  // namespace
+
+Socket::Socket(int socket) : _socket(socket < 0 ? -1 : socket), _isIPv6(platform::isIPv6(socket)) {}
 
 Socket::Socket(const Socket& other)
     : _socket(platform::duplicate(other._socket)), _isIPv6(other._isIPv6) {}
@@ -77,9 +83,9 @@ bool Socket::fillAddress(const std::string& ip, uint16_t port, void* address) co
     return platform::encodeAddress(ip, port, _isIPv6, address);
 }
 
-bool Socket::checkCreated(const char* guard) const {
+bool Socket::checkCreated(const char* line) const {
     if (_socket == -1) {
-        logLine(LOG_ERROR, "%s failed because socket is not created", guard);
+        logLine(LOG_ERROR, line);
     }
     return _socket != -1;
 }
@@ -97,7 +103,7 @@ void Socket::logLine(LogLevel level, const char* fmt, ...) const {
 
 std::string Socket::address() const {
     platform::SocketAddress address{};
-    if (!checkCreated("CHECK_SOCKET") || platform::localAddress(_socket, address) == -1) {
+    if (!checkCreated(kNotCreated) || platform::localAddress(_socket, address) == -1) {
         return "";
     }
     platform::AddressText text;
@@ -106,7 +112,7 @@ std::string Socket::address() const {
 
 uint16_t Socket::port() const {
     platform::SocketAddress address{};
-    if (!checkCreated("CHECK_SOCKET") || platform::localAddress(_socket, address) == -1) {
+    if (!checkCreated(kNotCreated) || platform::localAddress(_socket, address) == -1) {
         return 0;
     }
     return platform::addressPort(address);
@@ -121,7 +127,7 @@ int Socket::select(unsigned int timeout) const {
 }
 
 int Socket::wait(const unsigned int* timeout) const {
-    if (!checkCreated("CHECK_SOCKET")) {
+    if (!checkCreated(kNotCreated)) {
         return -1;
     }
     const int readable = platform::waitReadable(_socket, timeout);
@@ -137,13 +143,15 @@ std::set<Socket*> Socket::waitMultipleSocket(const std::set<Socket*>& sockets,
     NIVUR_ASSERT(sockets.size() < FD_SETSIZE);
     platform::ReadSet watched;
     for (const Socket* socket : sockets) {
-        watched.add(socket->_socket);
+        if (socket->_socket != -1) {
+            watched.add(socket->_socket);
+        }
     }
     std::set<Socket*> readable;
     if (watched.wait(timeout) > 0) {
         size_t index = 0;
         for (Socket* socket : sockets) {
-            if (watched.isReadable(index++)) {
+            if (socket->_socket != -1 && watched.isReadable(index++)) {
                 readable.insert(readable.end(), socket);
             }
         }
@@ -160,7 +168,7 @@ int Socket::setReuse(bool reuse) {
 }
 
 int Socket::setBufLength(unsigned int length) {
-    if (!checkCreated("CHECK_SOCKET")) {
+    if (!checkCreated(kNotCreated)) {
         return 0;
     }
     const int value = static_cast<int>(length);
@@ -171,7 +179,7 @@ int Socket::setBufLength(unsigned int length) {
 }
 
 int Socket::setSockCOS(int cos) {
-    if (!checkCreated("CHECK_SOCKET")) {
+    if (!checkCreated(kNotCreated)) {
         return 0;
     }
     logLine(LOG_ERROR, "setSockCOS cos=%d", cos);

@@ -53,7 +53,8 @@ class NIVUR_EXPORT Socket {
 
     /// Waits up to `timeout` milliseconds for any of the sockets to become readable and returns
     /// those that are: none after the time limit or a failure. A socket that is not created never
-    /// is. Several threads may wait at once.
+    /// is. Several threads may wait at once. A process whose descriptor limit was lowered below the
+    /// number of sockets gets none.
     /// REQUIRES: fewer than 1024 sockets, none null.
     static std::set<Socket*> waitMultipleSocket(const std::set<Socket*>& sockets,
                                                 unsigned int timeout);
@@ -104,7 +105,7 @@ class NIVUR_EXPORT Socket {
     bool fillAddress(const std::string& ip, uint16_t port, void* address) const;
 
     /// True when there is a descriptor; otherwise an error line says that `guard` failed.
-    bool checkCreated(const char* guard) const;
+    bool checkCreated(const char* line) const __attribute__((format(printf, 2, 0)));
 
     /// Writes one log line if this object's are on. The platform's error number outlives it.
     void logLine(LogLevel level, const char* fmt, ...) const __attribute__((format(printf, 3, 4)));

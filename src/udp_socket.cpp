@@ -6,6 +6,12 @@
 
 namespace NIVUR {
 
+namespace {
+
+const char kNotCreated[] = "CHECK_UDP_SOCKET failed because socket is not created";
+
+}  // namespace
+
 bool UDPSocket::create(const std::string& ip, uint16_t port) {
     return createBound(ip, port, false);
 }
@@ -16,7 +22,7 @@ int UDPSocket::setBroadcast(bool enable) {
 
 bool UDPSocket::sendto(const std::string& ip, uint16_t port, const void* data, unsigned long length,
                        unsigned int* sent) const {
-    if (!checkCreated("CHECK_UDP_SOCKET")) {
+    if (!checkCreated(kNotCreated)) {
         return false;
     }
     NIVUR_ASSERT(data);
@@ -41,7 +47,7 @@ bool UDPSocket::sendto(const std::string& ip, uint16_t port, const void* data, u
 }
 
 bool UDPSocket::recvfrom(std::string& ip, uint16_t& port, void* data, unsigned int& length) const {
-    if (!checkCreated("CHECK_UDP_SOCKET")) {
+    if (!checkCreated(kNotCreated)) {
         return false;
     }
     NIVUR_ASSERT(data);

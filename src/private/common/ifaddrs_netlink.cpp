@@ -1,4 +1,3 @@
-#include "ifaddrs.h"
 
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
@@ -15,6 +14,7 @@
 
 #include "private/common/address_dump.h"
 #include "private/common/descriptor.h"
+#include "private/common/interface_list.h"
 
 namespace NIVUR::platform {
 
@@ -148,11 +148,7 @@ DumpState receiveDump(int socket, AddressList& list) {
 
 }  // namespace
 
-}  // namespace NIVUR::platform
-
-using namespace NIVUR::platform;
-
-int getifaddrs(ifaddrs** list) noexcept {
+int listInterfaces(ifaddrs** list) noexcept {
     const Descriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
     if (socket.get() == -1 || !requestDump(socket.get())) {
         return -1;
@@ -170,6 +166,16 @@ int getifaddrs(ifaddrs** list) noexcept {
     }
 }
 
-void freeifaddrs(ifaddrs* list) noexcept {
+void freeInterfaces(ifaddrs* list) noexcept {
     freeList(list);
+}
+
+}  // namespace NIVUR::platform
+
+int getifaddrs(ifaddrs** list) noexcept {
+    return NIVUR::platform::listInterfaces(list);
+}
+
+void freeifaddrs(ifaddrs* list) noexcept {
+    NIVUR::platform::freeInterfaces(list);
 }

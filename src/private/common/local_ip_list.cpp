@@ -5,8 +5,8 @@
 
 #include <memory>
 
-#include "ifaddrs.h"
 #include "log.h"
+#include "private/common/interface_list.h"
 
 namespace NIVUR {
 
@@ -25,10 +25,11 @@ LocalIPInfo readEntry(const ifaddrs& record) {
 std::vector<LocalIPInfo> SystemUtil::getLocalIPList() {
     std::vector<LocalIPInfo> result;
     ifaddrs* head = nullptr;
-    if (::getifaddrs(&head) != 0) {
+    if (platform::listInterfaces(&head) != 0) {
         return result;
     }
-    const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> list(head, ::freeifaddrs);
+    const std::unique_ptr<ifaddrs, decltype(&platform::freeInterfaces)> list(
+        head, platform::freeInterfaces);
     Log::log("NIVUR", LOG_DEBUG, "temp_addr = %p", static_cast<void*>(head));
     for (const ifaddrs* record = head; record != nullptr; record = record->ifa_next) {
         const int family = record->ifa_addr->sa_family;

@@ -63,7 +63,7 @@ int waitReadable(int socket, const unsigned int* timeout);
 /// Sockets to be waited for together.
 class ReadSet {
   public:
-    /// -1 is never readable. REQUIRES: fewer than FD_SETSIZE sockets were added.
+    /// REQUIRES: fewer than FD_SETSIZE sockets were added.
     void add(int socket) { _entries[_count++] = {socket, POLLIN, 0}; }
 
     /// Waits until any is readable or `timeout` milliseconds have passed: their number or 0.
