@@ -26,8 +26,8 @@ struct BufferList_Config {
 /// REQUIRES for destruction: no operation of the list itself is under way.
 class NIVUR_EXPORT BufferList : public BufferOwner, public NoCopyable {
   public:
-    /// Makes the buffers, without a param; fewer than asked for if the memory for more cannot be
-    /// had.
+    /// Makes the buffers, without a param; fewer than asked for if the memory for another's data
+    /// cannot be had, and std::bad_alloc when there is none for the rest.
     explicit BufferList(const BufferList_Config& config);
     ~BufferList() override;
 

@@ -18,8 +18,8 @@ auto find(const Registrations& registrations, const EventHandler* handler) {
 
 }  // namespace
 
-/// One sendEvent() under way, with a copy of the list that is walked without the lock as long as
-/// the list does not change.
+/// One sendEvent() under way, with a copy of the list that holds as long as the list does not
+/// change.
 struct EventCenter::Dispatch {
     const HandlerList* list = nullptr;
     uint64_t began = 0;               // the newest change when the dispatch began
@@ -35,7 +35,12 @@ EventCenter::~EventCenter() = default;
 void EventCenter::registerEventHandler(const std::string& name, EventHandler* handler) {
     NIVUR_ASSERT(handler);
     AutoLock lock(_mutex);
-    HandlerList& list = _handlers[name];
+    const auto entry = _handlers.find(name);
+    if (entry == _handlers.end()) {
+        _handlers.emplace(name, HandlerList{{{handler, 1}}, 1});  // never left without its handler
+        return;
+    }
+    HandlerList& list = entry->second;
     if (!hasHandler(list.registrations, handler)) {
         list.registrations.push_back({handler, list.changes + 1});
         ++list.changes;
@@ -107,9 +112,10 @@ bool EventCenter::begin(Dispatch& dispatch, const std::string& name) {
 }
 
 EventHandler* EventCenter::getUninvokedHandler(Dispatch& dispatch) {
-    // Relaxed, since it tells only whether to look: what has changed is read with the lock held.
-    if (dispatch.list->changes.load(std::memory_order_relaxed) != dispatch.seen) {
-        AutoLock lock(_mutex);
+    // Locked for each handler: whoever unregisters one, and then sees that the one before it has
+    // not returned, may rely on its not being called.
+    AutoLock lock(_mutex);
+    if (dispatch.list->changes != dispatch.seen) {
         update(dispatch);
     }
     return dispatch.next == dispatch.turns.size() ? nullptr

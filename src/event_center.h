@@ -1,7 +1,6 @@
 #ifndef NIVUR_EVENT_CENTER_H
 #define NIVUR_EVENT_CENTER_H
 
-#include <atomic>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -65,7 +64,7 @@ class NIVUR_EXPORT EventCenter : public NoCopyable {
 
     struct HandlerList {
         std::vector<Registration> registrations;  // in the order of their numbers
-        std::atomic<uint64_t> changes{0};         // changed with _mutex held, the newest number
+        uint64_t changes;                         // the newest number
     };
 
     struct Dispatch;

@@ -17,7 +17,8 @@ namespace NIVUR {
 
 namespace {
 
-// As many as the parser reads. The JSON library's own limit when writing is the end of the stack.
+// As many as the parser reads, which also takes an empty container one level deeper. The JSON
+// library's own limit when writing is the end of the stack.
 constexpr unsigned int kMaxLevels = 2047;
 
 struct Release {
@@ -118,7 +119,7 @@ class JsonConversion {
   private:
     template <class Fill>
     json_t* container(json_t* (*create)(), Fill fill) {
-        if (_level == kMaxLevels) {
+        if (_level > kMaxLevels) {
             _tooDeep = true;
             return nullptr;
         }
@@ -126,6 +127,8 @@ class JsonConversion {
         json_t* const created = create();
         fill(created);
         --_level;
+        const bool filled = json_object_size(created) + json_array_size(created) > 0;
+        _tooDeep = _tooDeep || (filled && _level == kMaxLevels);
         return created;
     }
 

@@ -32,6 +32,8 @@ int StringUtil::string2Int(const std::string& text) {
 void StringUtil::string2UInt8Vector(const std::string& text, std::vector<std::uint8_t>& bytes) {
     std::istringstream words(text);
     words.imbue(std::locale::classic());
+    words.exceptions(
+        std::ios::badbit);  // else exhausted memory would look like the end of the text
     std::vector<std::uint8_t> values;
     for (std::string word; words >> word;) {
         values.push_back(stringToUInt8(word));

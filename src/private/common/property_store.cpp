@@ -44,7 +44,8 @@ struct PropertyTable {
 };
 
 PropertyTable& propertyTable() {
-    static PropertyTable table;
+    // Never destroyed: an application's statics may still ask at exit.
+    static PropertyTable& table = *new PropertyTable;
     return table;
 }
 
