@@ -44,11 +44,12 @@ std::string Source::mirror() {
         return error;
     }
     _progress.begin(_size);
+    // Before the start, since a task uses the id.
+    _loop.addTimer(makeRunnable([this] { _progress.print(); }), kProgressMs, true);
+    _timer = _loop.addTimer(makeRunnable([this] { tick(); }), kTickMs, true);
     if (!_loop.start()) {
         return "cannot start a thread";
     }
-    _loop.addTimer(makeRunnable([this] { _progress.print(); }), kProgressMs, true);
-    _timer = _loop.addTimer(makeRunnable([this] { tick(); }), kTickMs, true);
     _finished.wait();
     _loop.stop();
     return _error;
