@@ -10,14 +10,11 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <climits>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <map>
 #include <memory>
-#include <sstream>
 
 #include "support/log_capture.h"
 
@@ -26,7 +23,7 @@ namespace {
 
 const char* const kLocal = "127.0.0.1";
 
-char data[100000];
+char data[100];
 unsigned int length, sent;
 std::string ip;
 uint16_t port;
@@ -46,11 +43,6 @@ struct Connection {
         EXPECT_TRUE(client.connect(local, listener.port()) && listener.select(1000) == 0);
         accepted.reset(listener.accept());
     }
-    void reset() {  // the accepted side, instead of closing it
-        const linger abort{1, 0};
-        setsockopt(accepted->descriptor(), SOL_SOCKET, SO_LINGER, &abort, sizeof(abort));
-        accepted.reset();
-    }
     ServerSocket listener;
     ClientSocket client;
     std::unique_ptr<ClientSocket> accepted;
@@ -62,8 +54,8 @@ struct Refusal {
     std::string line;  // "" for none; FD is the socket's descriptor
 };
 
-// With the log on, off, and with a sink that changes the error number, which is what the line
-// tells. Outputs are 77, or empty, before and after.
+// With the log on and off. What the line tells is the error number afterwards. Outputs are 77, or
+// empty, before and after.
 void expectRefused(const std::vector<Refusal>& refusals) {
     for (const Refusal& row : refusals) {
         SCOPED_TRACE(&row - refusals.data());
@@ -71,33 +63,35 @@ void expectRefused(const std::vector<Refusal>& refusals) {
         const size_t place = line.find("FD");
         if (place < line.size()) line.replace(place, 2, std::to_string(row.socket.descriptor()));
         const ptrdiff_t descriptors = openDescriptors();
-        const auto expectRefusal = [&] {
+        for (const bool isLogged : {false, true}) {
+            row.socket.setLogEnabled(isLogged);
             length = sent = port = 77;
+            LogCapture capture;
             EXPECT_TRUE(row.isRefused());
-            const std::string end = "=" + std::to_string(Socket::getError());
-            EXPECT_TRUE(line.find("err") > line.size() ||
-                        line.find(end) + end.size() == line.size());
+            const std::string number = std::to_string(Socket::getError());
+            EXPECT_EQ(capture.take(), isLogged && !line.empty() ? Lines{line} : Lines{});
+            if (line.find("err") < line.size()) {
+                EXPECT_EQ(line.substr(line.rfind('=') + 1), number);
+            }
             EXPECT_TRUE(length == 77 && sent == 77 && port == 77 && ip.empty());
-        };
-        LogCapture capture;
-        expectRefusal();
-        EXPECT_EQ(capture.take(), line.empty() ? Lines{} : Lines{line});
-        row.socket.setLogEnabled(false);
-        expectRefusal();
-        EXPECT_EQ(capture.take(), Lines{});
-        row.socket.setLogEnabled(true);
-        Log::setCB([](int, const char*, va_list) { errno = 0; });
-        expectRefusal();
+        }
         EXPECT_EQ(openDescriptors(), descriptors);
     }
 }
 
-TEST(Socket, RefusesWhenNotCreatedBeforeItLooksAtArguments) {
+TEST(Socket, RefusesWhenNotCreatedAndToBeCreatedTwiceOrWithWhatCannotBeBound) {
     ClientSocket client;
     ServerSocket server;
-    UDPSocket udp;
+    UDPSocket udp, taken;
+    ASSERT_TRUE(taken.create(kLocal, 0));
     const auto line = [](const std::string& check) {
         return "5 CHECK_" + check + " failed because socket is not created";
+    };
+    const auto hasNoDescriptor = [&] {
+        allowDescriptors(taken.descriptor() + 1);
+        const bool isMade = UDPSocket(taken).descriptor() != -1 || udp.create(kLocal, 0);
+        allowDescriptors(4096);
+        return !isMade;
     };
     expectRefused({
         {client, [&] { return client.address().empty(); }, line("SOCKET")},
@@ -107,25 +101,10 @@ TEST(Socket, RefusesWhenNotCreatedBeforeItLooksAtArguments) {
         {udp, [&] { return udp.setSockCOS(1) == 0; }, line("SOCKET")},
         {client, [&] { return !client.connect("", 0); }, line("CLIENT_SOCKET")},
         {client, [&] { return !client.send(nullptr, 1, nullptr); }, line("CLIENT_SOCKET")},
-        {client, [&] { return !client.recv(nullptr, length); }, line("CLIENT_SOCKET")},
         {server, [&] { return !server.listen(0); }, line("SERVER_SOCKET")},
         {server, [&] { return server.accept() == nullptr; }, line("SERVER_SOCKET")},
         {udp, [&] { return !udp.sendto("", 0, nullptr, 1, nullptr); }, line("UDP_SOCKET")},
         {udp, [&] { return !udp.recvfrom(ip, port, nullptr, length); }, line("UDP_SOCKET")},
-        {client, [&] { return client.setBroadcast(true) == -1; }, ""},
-    });
-}
-
-TEST(Socket, RefusesToBeCreatedTwiceOrWithWhatCannotBeBound) {
-    UDPSocket udp, taken;
-    ASSERT_TRUE(taken.create(kLocal, 0));
-    const auto hasNoDescriptor = [&] {
-        allowDescriptors(taken.descriptor() + 1);
-        const bool isMade = UDPSocket(taken).descriptor() != -1 || udp.create(kLocal, 0);
-        allowDescriptors(4096);
-        return !isMade;
-    };
-    expectRefused({
         {taken, [&] { return !taken.create("::1", 5) && taken.address() == kLocal; },
          "4 socket is already created: ip=127.0.0.1, port=" + std::to_string(taken.port())},
         {udp, [&] { return !udp.create("", 5); }, ""},
@@ -137,22 +116,14 @@ TEST(Socket, RefusesToBeCreatedTwiceOrWithWhatCannotBeBound) {
 }
 
 TEST(Socket, RefusesInEveryStateOfATcpConnectionAndLeavesItThere) {
-    Connection connection, ended, broken, full;
+    Connection connection, ended, ours;
     ClientSocket& client = connection.client;
     ClientSocket fresh;
     ServerSocket deaf, file;
     ASSERT_TRUE(fresh.create(kLocal, 0) && deaf.create(kLocal, 0) && file.create(kLocal, 0));
     ASSERT_NE(dup2(open("/dev/null", O_RDONLY), file.descriptor()), -1);
     ended.accepted.reset();
-    broken.reset();
-    EXPECT_TRUE(broken.client.select(1000) == 0 && !broken.client.recv(data, length));
-    ASSERT_EQ(client.setBlocking(false) + full.client.setBlocking(false), 0);
-    const auto fullRefused = [&] {  // once the kernel has moved what it can to the other side
-        do {
-            sent = 77;
-        } while (full.client.send(data, sizeof(data), &sent));
-        return true;
-    };
+    ASSERT_EQ(client.setBlocking(false) + ours.client.shutdown(), 0);
     const std::string unconnected = "5 CHECK_CLIENT_CONNECT failed because socket is not connected";
     expectRefused({
         {fresh, [&] { return !fresh.send(nullptr, 5, nullptr); }, unconnected},
@@ -170,19 +141,16 @@ TEST(Socket, RefusesInEveryStateOfATcpConnectionAndLeavesItThere) {
              std::to_string(connection.listener.port())},
         {client, [&] { return !client.recv(data, length); },
          "2 recv data failed: socket=FD, err=11"},
-        {full.client, fullRefused, "1 send data failed: socket=FD, err=11"},
         {ended.client,
          [&] { return !ended.client.recv(data, length) && std::exchange(length, 77) == 0; },
          "2 socket closed when recv(): socket=FD"},
-        {broken.client, [&] { return !broken.client.send(data, 5, &sent); },
+        {ours.client, [&] { return !ours.client.send(data, 5, &sent); },
          "1 send data failed: socket=FD, err=32"},
     });
     LogCapture capture;
     EXPECT_EQ(client.setSockCOS(6) + client.setBufLength(5000) + client.setReuse(true), 0);
     EXPECT_EQ(capture.take(), Lines{"5 setSockCOS cos=6"});
-    EXPECT_TRUE(client.send(data, 0, &sent) && sent == 0 && client.shutdown() == 0);
-    EXPECT_TRUE(!client.recv(data, length) && length == 0 && !client.isDeprecated());
-    EXPECT_EQ(client.remoteAddress(), kLocal);
+    EXPECT_TRUE(client.send(data, 0, &sent) && sent == 0 && !client.isDeprecated());
     client.close();
     EXPECT_TRUE(client.remoteAddress().empty() && client.remotePort() == 0);
     EXPECT_TRUE(client.create(kLocal, 0) && client.isDeprecated());
@@ -197,17 +165,17 @@ TEST(Socket, RefusesDatagramsThatCannotGoOrAreEmpty) {
                receiver.select(1000) == 0 && !receiver.recvfrom(ip, port, data, length);
     };
     const char* const everyone = "127.255.255.255";
-    std::ostringstream line;
-    line << "5 sendto() failed: socket=FD, data=" << static_cast<void*>(data)
-         << ", len=5, local_ip=127.0.0.1, local_port=" << udp.port() << ", to_ip=" << everyone
-         << ", to_port=9, err=13";
+    const std::string line =
+        "5 sendto() failed: socket=FD, data=" + testing::PrintToString(static_cast<void*>(data)) +
+        ", len=5, local_ip=127.0.0.1, local_port=" + std::to_string(udp.port()) +
+        ", to_ip=127.255.255.255, to_port=9, err=13";
     const auto sendtoRefused = [&] {
         return !udp.sendto(everyone, 9, data, 5, &sent) && std::exchange(sent, 77) == 0;
     };
     expectRefused({
         {udp, [&] { return !udp.sendto("::1", 9, data, 5, &sent); },
          "5 invalid address: ip=::1, port=9"},
-        {udp, sendtoRefused, line.str()},
+        {udp, sendtoRefused, line},
         {receiver, [&] { return !receiver.recvfrom(ip, port, data, length); },
          "5 recvfrom() failed: socket=FD, err=11"},
         {receiver, emptyRefused, "2 socket closed gracefully: socket=FD"},
@@ -223,9 +191,7 @@ TEST(Socket, RefusesDatagramsThatCannotGoOrAreEmpty) {
 TEST(Socket, BothFamiliesNameBothEndsAndCopiesAreEndsOfTheirOwn) {
     const ptrdiff_t descriptors = openDescriptors();
     for (const std::string local : {"127.0.0.1", "::1"}) {
-        if (local == "::1" && std::ifstream("/proc/net/if_inet6").peek() == EOF) {
-            GTEST_SKIP() << "this host has no IPv6";
-        }
+        if (local == "::1" && std::ifstream("/proc/net/if_inet6").peek() == EOF) break;  // none
         Connection connection(local);
         ClientSocket& client = connection.client;
         const ClientSocket& accepted = *connection.accepted;
@@ -242,8 +208,9 @@ TEST(Socket, BothFamiliesNameBothEndsAndCopiesAreEndsOfTheirOwn) {
         copy.close();
         client.close();
         connection.listener.close();
-        length = sizeof(data);
-        EXPECT_TRUE(assigned.send("hello", 5, &sent) && accepted.recv(data, length) && length == 5);
+        length = 3;
+        EXPECT_TRUE(assigned.send("hello", 5, &sent) && sent == 5);
+        EXPECT_TRUE(accepted.recv(data, length) && std::string(data, length) == "hel");
 
         UDPSocket udp;
         ASSERT_TRUE(udp.create(local, 0));
@@ -262,21 +229,20 @@ TEST(Socket, BothFamiliesNameBothEndsAndCopiesAreEndsOfTheirOwn) {
 
 TEST(SocketWait, AnswersAsSelectDoesWithDescriptorsAboveItsLimit) {
     allowDescriptors(4096);
-    Connection quiet, urgent, talking, ended, broken;
-    const auto high = [](const Connection& connection) {
-        const int descriptor = fcntl(connection.client.descriptor(), F_DUPFD_CLOEXEC, 1200);
-        return ClientSocket(descriptor, kLocal, 9);
+    Connection quiet, urgent, talking;
+    ClientSocket none, unconnected;  // of which select() says that it is readable
+    ASSERT_TRUE(unconnected.create(kLocal, 0));
+    const auto high = [](const ClientSocket& socket) {
+        return ClientSocket(fcntl(socket.descriptor(), F_DUPFD_CLOEXEC, 1200), kLocal, 9);
     };
-    ClientSocket sockets[] = {high(quiet), high(urgent), high(talking), high(ended), high(broken)};
-    ClientSocket none;
+    ClientSocket sockets[] = {high(quiet.client), high(urgent.client), high(talking.client),
+                              high(unconnected)};
     ASSERT_GE(sockets[0].descriptor(), 1200);
     ASSERT_TRUE(talking.accepted->send("x", 1, nullptr));
     ASSERT_EQ(::send(urgent.accepted->descriptor(), "x", 1, MSG_OOB), 1);
-    ended.accepted.reset();
-    broken.reset();
     std::set<Socket*> all{&none}, readable;
     const uint64_t begin = SystemUtil::getCPUTime();
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(sockets[i].select(i < 2 ? 30 : UINT_MAX), i < 2 ? 1 : 0) << i;
         all.insert(&sockets[i]);
         if (i >= 2) readable.insert(&sockets[i]);
@@ -300,43 +266,6 @@ TEST(SocketWait, AnswersAsSelectDoesWithDescriptorsAboveItsLimit) {
     expectRefused({{sockets[0], [&] { return sockets[0].select(UINT_MAX) == -1; },
                     "2 select breaks, socket=FD, errno=9"}});
     EXPECT_TRUE(Socket::waitMultipleSocket(all, UINT_MAX).empty());
-}
-
-TEST(SocketWait, ServesManyConnectionsAtOnceAndEveryByteComesBack) {
-    constexpr unsigned int kSize = 20000;
-    std::vector<Connection> connections(100);
-    std::map<const Socket*, std::string> awaited;  // by clients
-    std::map<const Socket*, ClientSocket*> streams;
-    std::set<Socket*> sockets;
-    uint64_t number = 1;  // of a sequence that is long enough not to repeat
-    for (Connection& connection : connections) {
-        std::string bytes(kSize, ' ');
-        for (char& byte : bytes) {
-            number = number * 48271 % 0x7FFFFFFF;
-            byte = static_cast<char>(number >> 8);
-        }
-        ASSERT_TRUE(connection.client.send(bytes.data(), kSize, &sent) && sent == kSize);
-        awaited[&connection.client] = bytes;
-        for (ClientSocket* stream : {&connection.client, connection.accepted.get()}) {
-            sockets.insert(stream);
-            streams[stream] = stream;
-        }
-    }
-    for (size_t left = connections.size() * kSize; left > 0;) {
-        const std::set<Socket*> readable = Socket::waitMultipleSocket(sockets, 10000);
-        ASSERT_FALSE(readable.empty());
-        for (Socket* const socket : readable) {
-            length = 1500;
-            ASSERT_TRUE(streams[socket]->recv(data, length));
-            if (awaited.count(socket) == 0) {
-                ASSERT_TRUE(streams[socket]->send(data, length, &sent) && sent == length);
-                continue;
-            }
-            ASSERT_EQ(awaited[socket].substr(0, length), std::string(data, length));
-            awaited[socket].erase(0, length);
-            left -= length;
-        }
-    }
 }
 
 TEST(SocketDeathTest, BreachesAbortWithTheirExpressionAndPlace) {

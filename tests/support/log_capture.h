@@ -3,6 +3,7 @@
 
 #include <nivur/log.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <mutex>
 #include <string>
@@ -39,6 +40,7 @@ class LogCapture {
         std::vsnprintf(text, sizeof(text), fmt, args);
         const std::lock_guard<std::mutex> lock(mutex());
         lines().push_back(std::to_string(level) + " " + text);
+        errno = 0;  // as any sink may change it
     }
 };
 
