@@ -22,26 +22,23 @@ TEST(Date, CountsEveryDayOfTheCalendarInBothDirections) {
         const bool leap = year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
         for (unsigned int month = 1; month <= 12; ++month) {
             const unsigned int length = kLengths[month - 1] + (leap && month == 2 ? 1 : 0);
-            for (unsigned int day = 1; day <= length; ++day, end += kDay) {
-                const Date date(end);
-                ASSERT_EQ(date.year() * 10000 + date.month() * 100 + date.day(),
-                          year * 10000 + month * 100 + day);
-                ASSERT_TRUE(Date(year, month, day, 23, 59, 59, 999) == date);
+            for (unsigned int day = 1; day <= 31; ++day) {
+                // What is past the month's end counts on into the next, the components stay.
+                const Date given(year, month, day, 23, 59, 59, 999);
+                const Date counted(end + (day - 1) * kDay);
+                ASSERT_TRUE(given == counted && given.day() == day);
+                ASSERT_EQ(counted.year() * 10000 + counted.month() * 100 + counted.day(),
+                          year * 10000 + month * 100 + day + (day > length ? 100 - length : 0));
             }
-            // What is past the month's end counts on into the next, the components stay.
-            const Date past(year, month, 31, 23, 59, 59, 999);
-            ASSERT_EQ(past.millisecondsFrom1970(), end + 30 * kDay - length * kDay);
-            ASSERT_EQ(past.day(), 31U);
+            end += length * kDay;
         }
     }
 }
 
 TEST(Date, PrintsAnyDateInTheGivenZone) {
-    const std::tuple<Date, int, std::string> kCases[] = {
-        {Date(2024, 3, 5, 7, 8, 9, 10), 8, "2024-03-05 15:08:09.010"},
-        {Date(2024, 12, 31, 23, 30, 0, 0), 2, "2025-01-01 01:30:00.000"},
+    const std::tuple<Date, short, std::string> kCases[] = {
+        {Date(2024, 12, 31, 23, 30, 8, 10), 2, "2025-01-01 01:30:08.010"},
         {Date(2024, 3, 1, 4, 0, 0, 0), -5, "2024-02-29 23:00:00.000"},
-        {Date(2147483648000), 0, "2038-01-19 03:14:08.000"},
         {Date(4294967296000), 0, "2106-02-07 06:28:16.000"},
         {Date(253402300800000), 0, "10000-01-01 00:00:00.000"},
         {Date(~0ULL), 0, "584556019-04-03 14:25:51.615"},
@@ -49,8 +46,8 @@ TEST(Date, PrintsAnyDateInTheGivenZone) {
         {Date(2145767296), 597, "1970-01-01 00:00:00.000"},
         {Date(2000683008), -32768, "1970-01-01 00:00:00.000"}};
     for (const auto& [date, zone, text] : kCases) {
-        EXPECT_EQ(date.toString(static_cast<short>(zone)), text);
-        EXPECT_EQ(date.toShortString(static_cast<short>(zone)), text.substr(text.find('-') + 1));
+        EXPECT_EQ(date.toString(zone), text);
+        EXPECT_EQ(date.toShortString(zone), text.substr(text.find('-') + 1));
         Date same = date;
         same.calculateMillisecondsFrom1970();
         EXPECT_TRUE(same == date);
@@ -59,14 +56,13 @@ TEST(Date, PrintsAnyDateInTheGivenZone) {
 }
 
 TEST(Date, ComparesAndCountsByMillisecondsAlone) {
-    EXPECT_TRUE(Date(1) < Date(1ULL << 63));
-    EXPECT_FALSE(Date(1) < Date(1));
+    EXPECT_TRUE(Date(1) < Date(1ULL << 63) && !(Date(1) < Date(1)) && !(Date(1) == Date(2)));
     EXPECT_EQ(Date(5000) - Date(8000), -3000);
     EXPECT_EQ(Date(0) - Date(~0ULL), 1);
     const auto wall = std::chrono::system_clock::now().time_since_epoch();
     const Date before(static_cast<unsigned long long>(wall / std::chrono::milliseconds(1)));
-    EXPECT_FALSE(Date::now() < before);
-    EXPECT_LT(Date::now() - before, 10000);
+    const int passed = static_cast<int>(Date::now() - before);
+    EXPECT_TRUE(passed >= 0 && passed < 10000) << passed;
 }
 
 TEST(Date, CurrentTimeZoneIsInWholeHoursWithSummerTime) {
@@ -75,9 +71,8 @@ TEST(Date, CurrentTimeZoneIsInWholeHoursWithSummerTime) {
     const std::string summer = ",J" + std::to_string((today + 325) % 365 + 1) + ",J" +
                                std::to_string((today + 40) % 365 + 1);
     const std::pair<std::string, int> kCases[] = {
-        {"UTC0", 0},         {"<+08>-8", 8},           {"<-05>5", -5},
-        {"<+0530>-5:30", 5}, {"<-0330>3:30", -3},      {"<+14>-14", 14},
-        {"<-12>12", -12},    {"AAA-1BBB" + summer, 2}, {"AAA4BBB" + summer, -3}};
+        {"UTC0", 0},      {"<+0530>-5:30", 5},      {"<-0330>3:30", -3},     {"<+14>-14", 14},
+        {"<-12>12", -12}, {"AAA-1BBB" + summer, 2}, {"AAA4BBB" + summer, -3}};
     for (const auto& [zone, hours] : kCases) {
         ::setenv("TZ", zone.c_str(), 1);
         EXPECT_EQ(Date::currentTimeZone(), hours) << zone;
@@ -87,17 +82,19 @@ TEST(Date, CurrentTimeZoneIsInWholeHoursWithSummerTime) {
 
 TEST(DateDeathTest, TheFirstComponentOutOfRangeAborts) {
     unsigned int c[] = {1969, 0, 0, 24, 60, 60, 1000};
-    const unsigned int kGreatest[] = {2024, 12, 31, 23, 59, 59, 999};
-    const std::string kExpressions[] = {"year >= 1970",          "month >= 1 && month <= 12",
-                                        "day >= 1 && day <= 31", "hour <= 23",
-                                        "minute <= 59",          "second <= 59",
-                                        "millisecond <= 999"};
-    for (std::size_t i = 0; i < 7; ++i) {
+    const std::pair<unsigned int, const char*> kGreatest[] = {
+        {2024, "year >= 1970"},        {12, "month >= 1 && month <= 12"},
+        {31, "day >= 1 && day <= 31"}, {23, "hour <= 23"},
+        {59, "minute <= 59"},          {59, "second <= 59"},
+        {999, "millisecond <= 999"}};
+    const std::string place =
+        "[ :]src/date.cpp:[0-9]+: NIVUR::Date::Date\\((unsigned int, ){6}unsigned int\\): "
+        "Assertion `";
+    unsigned int* component = c;
+    for (const auto& [greatest, expression] : kGreatest) {
         EXPECT_DEATH(Date(c[0], c[1], c[2], c[3], c[4], c[5], c[6]),
-                     "[ :]src/date.cpp:[0-9]+: NIVUR::Date::Date\\((unsigned int, ){6}unsigned "
-                     "int\\): Assertion `" +
-                         kExpressions[i] + "' failed");
-        c[i] = kGreatest[i];
+                     place + expression + "' failed");
+        *component++ = greatest;
     }
     EXPECT_DEATH(Date(1970, 13, 1, 0, 0, 0, 0), "month <= 12' failed");
     EXPECT_DEATH(Date(1970, 1, 32, 0, 0, 0, 0), "day <= 31' failed");
@@ -105,30 +102,26 @@ TEST(DateDeathTest, TheFirstComponentOutOfRangeAborts) {
 
 TEST(SystemUtil, DeviceInfoComesFromThePropertiesInLowerCase) {
     EXPECT_EQ(SystemUtil::getAppDataFolder(), "/mnt/sdcard/");
-    const std::string longest(1023, 'x');
-    const std::string tooLong = longest + "Y";
+    const std::string longest(1023, 'x'), tooLong = longest + "Y";
     const std::tuple<const char*, const char*, std::string, std::string> kCases[] = {
         {nullptr, "XY", "before", "before"},
         {"ABC Mobile", "", "abc mobile", "before"},
-        {"ABC Mobile", "XY-100F", "abc mobile", "xy-100f"},
         {"@AZ[\xc0\xdc", tooLong.c_str(), "@az[\xc0\xdc", longest}};
     for (const auto& [newManufacturer, newModel, expectedManufacturer, expectedModel] : kCases) {
         setSystemProperty("ro.product.manufacturer", newManufacturer);
         setSystemProperty("ro.product.model", newModel);
-        std::string manufacturer = "before";
-        std::string model = "before";
+        std::string manufacturer = "before", model = "before";
         EXPECT_EQ(SystemUtil::getDeviceInfo(manufacturer, model), expectedModel != "before");
-        EXPECT_EQ(manufacturer, expectedManufacturer);
-        EXPECT_EQ(model, expectedModel);
+        EXPECT_TRUE(manufacturer == expectedManufacturer && model == expectedModel) << model;
     }
 }
 
 TEST(StopWatch, CountsAndMeasuresFromItsConstruction) {
     StopWatch watch;
-    SystemUtil::sleep(20);  // time that must be seen to pass
-    EXPECT_GE(watch.record(), 20U);
-    SystemUtil::sleep(30);
-    EXPECT_GE(watch.record(), 50U);
+    for (const unsigned int passed : {20U, 40U}) {
+        SystemUtil::sleep(20);  // time that must be seen to pass
+        EXPECT_GE(watch.record(), passed);
+    }
     EXPECT_EQ(watch.getCount(), 2U);
 }
 
@@ -136,23 +129,23 @@ TEST(StringUtil, ConvertsIntegersWithoutAnyCheck) {
     EXPECT_EQ(StringUtil::int2String(0), "0");
     EXPECT_EQ(StringUtil::int2String(LONG_MIN),
               sizeof(long) == 4 ? "-2147483648" : "-9223372036854775808");
-    const std::pair<std::string, int> kCases[] = {{"", 0},
-                                                  {"-", 0},
-                                                  {"123", 123},
-                                                  {"12a", 169},
-                                                  {"-45", -45},
-                                                  {"+5", -45},
-                                                  {" 7", -153},
-                                                  {"--1", 29},
-                                                  {"\xff", 207},
-                                                  {"-\x80", -80},
-                                                  {std::string("1\0002", 3), 1}};
+    const std::pair<const char*, int> kCases[] = {
+        {"", 0},
+        {"-", 0},
+        {"12a", 169},
+        {"-45", -45},
+        {"+5", -45},
+        {" 7", -153},
+        {"--1", 29},
+        {"\xff", 207},
+        {"-\x80", -80},
+        {"-2147483648", INT_MIN},
+        {"2147483648", INT_MIN},
+        {"99999999999999999999", 1661992959}};  // 10^20 - 1 mod 2^32
     for (const auto& [text, value] : kCases) {
         EXPECT_EQ(StringUtil::string2Int(text), value) << text;
     }
-    EXPECT_EQ(StringUtil::string2Int("-2147483648"), INT_MIN);
-    EXPECT_EQ(StringUtil::string2Int("2147483648"), INT_MIN);
-    EXPECT_EQ(StringUtil::string2Int("99999999999999999999"), 1661992959);  // 10^20 - 1 mod 2^32
+    EXPECT_EQ(StringUtil::string2Int(std::string("1\0002", 3)), 1);
 }
 
 TEST(StringUtil, ReadsBytesAsAtoiDoes) {
