@@ -14,7 +14,9 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <memory>
+#include <set>
 
 #include "support/log_capture.h"
 
@@ -23,7 +25,7 @@ namespace {
 
 const char* const kLocal = "127.0.0.1";
 
-char data[100];
+char data[1500];
 unsigned int length, sent;
 std::string ip;
 uint16_t port;
@@ -108,8 +110,8 @@ TEST(Socket, RefusesWhenNotCreatedAndToBeCreatedTwiceOrWithWhatCannotBeBound) {
         {taken, [&] { return !taken.create("::1", 5) && taken.address() == kLocal; },
          "4 socket is already created: ip=127.0.0.1, port=" + std::to_string(taken.port())},
         {udp, [&] { return !udp.create("", 5); }, ""},
-        {udp, [&] { return !udp.create("localhost", 5); },
-         "5 invalid socket address: ip=localhost, port=5"},
+        {udp, [&] { return !udp.create("127.1", 5); },  // the resolver takes it
+         "5 invalid socket address: ip=127.1, port=5"},
         {udp, [&] { return !udp.create(kLocal, taken.port()); }, "5 socket bind failed, err=98"},
         {udp, hasNoDescriptor, "5 socket create failed, err=24"},
     });
@@ -205,6 +207,15 @@ TEST(Socket, BothFamiliesNameBothEndsAndCopiesAreEndsOfTheirOwn) {
         EXPECT_TRUE(assigned.connect(local, connection.listener.port()));
         assigned = copy;
         assigned = *&assigned;
+        allowDescriptors(3);
+        const ClientSocket failed(copy);
+        fresh = copy;
+        allowDescriptors(4096);
+        for (const ClientSocket* const socket :
+             std::initializer_list<const ClientSocket*>{&failed, &fresh}) {
+            EXPECT_EQ(socket->descriptor(), -1);
+            EXPECT_TRUE(socket->remoteAddress().empty() && socket->remotePort() == 0);
+        }
         copy.close();
         client.close();
         connection.listener.close();
@@ -266,6 +277,43 @@ TEST(SocketWait, AnswersAsSelectDoesWithDescriptorsAboveItsLimit) {
     expectRefused({{sockets[0], [&] { return sockets[0].select(UINT_MAX) == -1; },
                     "2 select breaks, socket=FD, errno=9"}});
     EXPECT_TRUE(Socket::waitMultipleSocket(all, UINT_MAX).empty());
+}
+
+TEST(SocketWait, ServesManyConnectionsAtOnceAndEveryByteComesBack) {
+    constexpr unsigned int kSize = 20000;
+    std::vector<Connection> connections(100);
+    std::map<const Socket*, std::string> awaited;  // by clients
+    std::map<const Socket*, ClientSocket*> streams;
+    std::set<Socket*> sockets;
+    uint64_t number = 1;  // of a sequence that is long enough not to repeat
+    for (Connection& connection : connections) {
+        std::string bytes(kSize, ' ');
+        for (char& byte : bytes) {
+            number = number * 48271 % 0x7FFFFFFF;
+            byte = static_cast<char>(number >> 8);
+        }
+        ASSERT_TRUE(connection.client.send(bytes.data(), kSize, &sent) && sent == kSize);
+        awaited[&connection.client] = bytes;
+        for (ClientSocket* stream : {&connection.client, connection.accepted.get()}) {
+            sockets.insert(stream);
+            streams[stream] = stream;
+        }
+    }
+    for (size_t left = connections.size() * kSize; left > 0;) {
+        const std::set<Socket*> readable = Socket::waitMultipleSocket(sockets, 10000);
+        ASSERT_FALSE(readable.empty());
+        for (Socket* const socket : readable) {
+            length = 1500;
+            ASSERT_TRUE(streams[socket]->recv(data, length));
+            if (awaited.count(socket) == 0) {
+                ASSERT_TRUE(streams[socket]->send(data, length, &sent) && sent == length);
+                continue;
+            }
+            ASSERT_EQ(awaited[socket].substr(0, length), std::string(data, length));
+            awaited[socket].erase(0, length);
+            left -= length;
+        }
+    }
 }
 
 TEST(SocketDeathTest, BreachesAbortWithTheirExpressionAndPlace) {

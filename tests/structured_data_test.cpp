@@ -214,10 +214,13 @@ TEST(Serialization, RefusesWhatIsNotJsonWithOneLine) {
 }
 
 TEST(Serialization, CarriesTheSameNestingInBothDirections) {
-    const std::string deepest = nested(2047, "1");
     LogCapture log;
-    D record = Serialization::deserialize(deepest);
-    EXPECT_EQ(Serialization::serialize(record), deepest);
+    D record;
+    for (const char* const innermost : {"{}", "1"}) {
+        const std::string deepest = nested(2047, innermost);
+        record = Serialization::deserialize(deepest);
+        EXPECT_EQ(Serialization::serialize(record), deepest);
+    }
     EXPECT_EQ(log.take(), Lines());
 
     EXPECT_EQ(Serialization::serializeArray({D(), record, D()}), "");
