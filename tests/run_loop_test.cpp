@@ -276,7 +276,7 @@ TEST_F(RunLoopTest, RepeatingTimerIsNeverEarlyAndMakesUpForMissedRuns) {
 TEST_F(RunLoopTest, StopDropsTimersAndEveryChangeWakesTheLoop) {
     const auto token = std::make_shared<int>();
     const uint64_t begin = SystemUtil::getCPUTime();
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < 60; ++i) {
         ASSERT_TRUE(loop.start());
         drain();
         Latch ran;
@@ -286,8 +286,8 @@ TEST_F(RunLoopTest, StopDropsTimersAndEveryChangeWakesTheLoop) {
         loop.stop();
         EXPECT_EQ(token.use_count(), 1);
     }
-    // A loop that slept its 100 ms out before it saw any of these would need 2 s and more.
-    EXPECT_LT(SystemUtil::getCPUTime() - begin, 1500U);
+    // A loop that slept its 100 ms out before it saw any of these would need 6 s and more.
+    EXPECT_LT(SystemUtil::getCPUTime() - begin, 5000U);
 }
 
 TEST_F(RunLoopTest, TimersDueTogetherRunInOrderOfDueTimeThenOfAdding) {
@@ -442,11 +442,10 @@ TEST_F(RunLoopTest, BusyLoopLetsStopAndCancelThrough) {
         SystemUtil::sleep(2);
     });
     for (int i = 0; i < 20; ++i) {
-        const int before = runs;
         loop.stopTimer(1);
         loop.cancelTasksForObject(&trace);
-        EXPECT_LT(runs - before, 20);
     }
+    EXPECT_LT(runs, 1000);  // some 40, and thousands without turns
     loop.stop();
 }
 
@@ -503,14 +502,16 @@ TEST_F(RunLoopTest, IdleLoopWakesAboutTenTimesASecond) {
     ASSERT_TRUE(loop.start());
     const auto switches = [this] {
         rusage usage{};
-        loop.postItem(makeRunnable([&] { getrusage(RUSAGE_THREAD, &usage); }), false, true);
+        call([&] { getrusage(RUSAGE_THREAD, &usage); });
         return usage.ru_nvcsw;
     };
+    const uint64_t begin = SystemUtil::getCPUTime();
     const long before = switches();
-    SystemUtil::sleep(1050);  // the time over which the wakes are counted
+    SystemUtil::sleep(1000);  // the time over which the wakes are counted
     const long wakes = switches() - before;
-    EXPECT_GE(wakes, 7);
-    EXPECT_LE(wakes, 14);
+    const auto expected = static_cast<long>((SystemUtil::getCPUTime() - begin) / 100);
+    EXPECT_GE(wakes, expected * 6 / 10);
+    EXPECT_LE(wakes, expected + 4);
 }
 
 TEST(RunLoopDeathTest, NullTaskAborts) {
