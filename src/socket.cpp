@@ -1,7 +1,5 @@
 #include "socket.h"
 
-#include <cstdarg>
-
 #include "private/assertion.h"
 #include "private/common/socket_posix.h"
 #include "private/kept_error.h"
@@ -83,22 +81,28 @@ bool Socket::fillAddress(const std::string& ip, uint16_t port, void* address) co
     return platform::encodeAddress(ip, port, _isIPv6, address);
 }
 
-bool Socket::checkCreated(const char* line) const {
+bool Socket::checkCreated(const char* line, ...) const {
     if (_socket == -1) {
-        logLine(LOG_ERROR, line);
+        va_list none;
+        va_start(none, line);
+        vlogLine(LOG_ERROR, line, none);
+        va_end(none);
     }
     return _socket != -1;
 }
 
 void Socket::logLine(LogLevel level, const char* fmt, ...) const {
-    if (!_logEnabled) {
-        return;
-    }
-    const KeptError error;
     va_list args;
     va_start(args, fmt);
-    Log::vlog("NIVUR", level, fmt, args);
+    vlogLine(level, fmt, args);
     va_end(args);
+}
+
+void Socket::vlogLine(LogLevel level, const char* fmt, va_list args) const {
+    if (_logEnabled) {
+        const KeptError error;
+        Log::vlog("NIVUR", level, fmt, args);
+    }
 }
 
 std::string Socket::address() const {

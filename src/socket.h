@@ -1,6 +1,7 @@
 #ifndef NIVUR_SOCKET_H
 #define NIVUR_SOCKET_H
 
+#include <cstdarg>
 #include <cstdint>
 #include <set>
 #include <string>
@@ -104,8 +105,9 @@ class NIVUR_EXPORT Socket {
     /// when `ip` is no numeric address of that family.
     bool fillAddress(const std::string& ip, uint16_t port, void* address) const;
 
-    /// True when there is a descriptor; otherwise an error line says that `guard` failed.
-    bool checkCreated(const char* line) const __attribute__((format(printf, 2, 0)));
+    /// True when there is a descriptor; otherwise `line`, which takes no arguments, is logged as an
+    /// error.
+    bool checkCreated(const char* line, ...) const __attribute__((format(printf, 2, 3)));
 
     /// Writes one log line if this object's are on. The platform's error number outlives it.
     void logLine(LogLevel level, const char* fmt, ...) const __attribute__((format(printf, 3, 4)));
@@ -117,6 +119,8 @@ class NIVUR_EXPORT Socket {
   private:
     void prepareSocket();
     int wait(const unsigned int* timeout) const;
+    void vlogLine(LogLevel level, const char* fmt, va_list args) const
+        __attribute__((format(printf, 3, 0)));
 };
 
 }  // namespace NIVUR

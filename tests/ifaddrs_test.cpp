@@ -100,12 +100,14 @@ std::string bytes(const Header& header) {
 
 // Headers tell the length of what follows, and so much more.
 std::string message(int type, const std::string& body = "", int more = 0) {
-    const auto length = static_cast<uint32_t>(sizeof(nlmsghdr) + body.size() + more);
+    const auto length =
+        static_cast<uint32_t>(static_cast<int>(sizeof(nlmsghdr) + body.size()) + more);
     return bytes(nlmsghdr{length, uint16_t(type), 0, 0, 0}) + body;
 }
 
 std::string attribute(const std::string& payload, int type = IFA_ADDRESS, int more = 0) {
-    const auto length = static_cast<uint16_t>(sizeof(rtattr) + payload.size() + more);
+    const auto length =
+        static_cast<uint16_t>(static_cast<int>(sizeof(rtattr) + payload.size()) + more);
     const std::string padding((4 - payload.size() % 4) % 4, '\0');
     return bytes(rtattr{length, uint16_t(type)}) + payload + padding;
 }
@@ -167,7 +169,7 @@ TEST(Interfaces, AreWhatWasReceivedAndNothingElse) {
 TEST(Interfaces, AreThoseThatThePlatformListsAndNoneWithoutDescriptors) {
     const int free = dup(STDIN_FILENO);
     close(free);
-    for (const rlim_t more : {0, 1, 1000}) {
+    for (const rlim_t more : {0U, 1U, 1000U}) {
         const rlimit limit{static_cast<rlim_t>(free) + more, 4096};
         ASSERT_EQ(prlimit(0, RLIMIT_NOFILE, &limit, nullptr), 0);
         const Lines failure = {more == 0 ? "list left alone" : "list is null"};
