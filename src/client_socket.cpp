@@ -25,6 +25,9 @@ ClientSocket::ClientSocket(const ClientSocket& other)
 }
 
 ClientSocket& ClientSocket::operator=(const ClientSocket& other) {
+    if (this == &other) {
+        return *this;
+    }
     std::string remoteIP = other._remoteIP;  // before anything changes: memory may run out
     Socket::operator=(other);
     const bool connected = _socket != -1;

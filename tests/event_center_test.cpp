@@ -14,13 +14,16 @@ struct Handler : EventHandler {
     explicit Handler(const char* itsName) : name(itsName) {}
     void onEvent(const Event& event, Parameter* given) override {
         calls += event.id() + name;
-        EXPECT_EQ(given, &parameter);
+        EXPECT_EQ(given, &parameter());
         if (const auto once = std::exchange(action, nullptr)) once();
     }
     const char* name;
     std::function<void()> action;
     static inline std::string calls;
-    static inline Parameter parameter;
+    static Parameter& parameter() {
+        static Parameter instance;
+        return instance;
+    }
 };
 
 struct Scene {
@@ -30,7 +33,7 @@ struct Scene {
     void add(Handler& handler) { center.registerEventHandler("x", &handler); }
     void remove(Handler& handler) { center.unregisterEventHandler("x", &handler); }
     std::string send() {
-        EXPECT_TRUE(center.sendEvent(Event("x"), &Handler::parameter));
+        EXPECT_TRUE(center.sendEvent(Event("x"), &Handler::parameter()));
         return std::exchange(Handler::calls, "");
     }
 };
@@ -42,7 +45,7 @@ TEST(EventCenter, CallsEachHandlerOnceInOrderWhateverTheyDoMeanwhile) {
         {[](Scene& s) { s.remove(s.b), s.add(s.d), s.add(s.b); }, "xaxcxdxb", "xaxcxdxb"},
         {[](Scene& s) { s.center.unregisterAllEventHandlers(); }, "xa", ""},
         {[](Scene& s) { s.center.unregisterAllEventHandlers("x"), s.add(s.c); }, "xaxc", "xc"},
-        {[](Scene& s) { s.center.sendEvent(Event("x"), &Handler::parameter); }, "xaxaxbxcxbxc",
+        {[](Scene& s) { s.center.sendEvent(Event("x"), &Handler::parameter()); }, "xaxaxbxcxbxc",
          "xaxbxc"},
         {[](Scene& s) { std::thread([&] { s.remove(s.b); }).join(); }, "xaxc", "xaxc"},
     };

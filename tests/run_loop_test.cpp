@@ -35,7 +35,7 @@ class Trace {
 };
 
 /// Calls a function when the last copy goes.
-std::shared_ptr<void> atDestruction(std::function<void()> function) {
+std::shared_ptr<void> atDestruction(const std::function<void()>& function) {
     return std::shared_ptr<void>(nullptr, [function](void*) { function(); });
 }
 

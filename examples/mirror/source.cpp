@@ -21,12 +21,15 @@ constexpr int kFramesPerTick = 16;
 constexpr int kMaxBacklog = 256;
 constexpr unsigned int kProgressMs = 200;
 
-const NIVUR::BufferPool_Config kPoolConfig{{{kFrameSize, kMaxBacklog}}};
+const NIVUR::BufferPool_Config& poolConfig() {
+    static const NIVUR::BufferPool_Config config{{{kFrameSize, kMaxBacklog}}};
+    return config;
+}
 
 }  // namespace
 
 Source::Source(std::string path, Sink& sink, Progress& progress)
-    : _path(std::move(path)), _sink(sink), _progress(progress), _pool(&kPoolConfig, "frames") {}
+    : _path(std::move(path)), _sink(sink), _progress(progress), _pool(&poolConfig(), "frames") {}
 
 Source::~Source() {
     _loop.stop();

@@ -117,7 +117,7 @@ void Thread::waitForStop() {
 /// Joins the last thread if it has ended but was never joined, and gives it.
 std::shared_ptr<Thread::Run> Thread::waitForEndedRun() {
     _mutex.lock();
-    const std::shared_ptr<Run> ended = _started ? nullptr : _thread;
+    std::shared_ptr<Run> ended = _started ? nullptr : _thread;
     _mutex.unlock();
     waitForRun(ended);
     return ended;
