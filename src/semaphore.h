@@ -3,6 +3,9 @@
 
 #include <pthread.h>
 
+#include <atomic>
+#include <cstdint>
+
 #include "export.h"
 #include "no_copyable.h"
 
@@ -28,12 +31,16 @@ class NIVUR_EXPORT Semaphore : public NoCopyable {
     int notify();
 
   private:
+    bool takeSignal();
+    void beginWait();
     int finishWait(int error);
 
+    // The lock is the platform's own and so carries no annotation. It is taken to sleep and to wake
+    // only: as long as nobody sleeps, signals are given and taken by changing _count alone.
     pthread_mutex_t _mutex;
     pthread_cond_t _cond;
-    unsigned int
-        _count;  // guarded by _mutex, which is the platform's own and so carries no annotation
+    std::atomic<int64_t> _count{0};  // of signals, or below 0 of sleepers: then guarded by _mutex
+    unsigned int _wakeups = 0;       // of sleepers, not yet noticed; guarded by _mutex
 };
 
 }  // namespace NIVUR

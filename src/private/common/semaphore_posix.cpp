@@ -5,7 +5,7 @@
 
 namespace NIVUR {
 
-Semaphore::Semaphore() : _mutex{}, _cond{}, _count(0) {
+Semaphore::Semaphore() : _mutex{}, _cond{} {
     ::pthread_mutex_init(&_mutex, nullptr);
     ::pthread_cond_init(&_cond, nullptr);
 }
@@ -16,46 +16,82 @@ Semaphore::~Semaphore() {
 }
 
 int Semaphore::wait() {
+    if (takeSignal()) {
+        return 0;
+    }
     if (::pthread_mutex_lock(&_mutex) != 0) {
         return -1;
     }
     int error = 0;
-    while (_count == 0 && error == 0) {
+    beginWait();
+    while (_wakeups == 0 && error == 0) {
         error = ::pthread_cond_wait(&_cond, &_mutex);
     }
     return finishWait(error);
 }
 
 int Semaphore::wait(unsigned int timeoutMs) {
+    if (takeSignal()) {
+        return 0;
+    }
+    if (timeoutMs == 0) {
+        return 1;
+    }
     const timespec deadline = deadlineAfter(timeoutMs);
     if (::pthread_mutex_lock(&_mutex) != 0) {
         return -1;
     }
-    int error = timeoutMs == 0 ? ETIMEDOUT : 0;
-    while (_count == 0 && error == 0) {
+    int error = 0;
+    beginWait();
+    while (_wakeups == 0 && error == 0) {
         error = waitUntil(&_cond, &_mutex, deadline);
     }
     return finishWait(error);
 }
 
-int Semaphore::finishWait(int error) {
-    int result = error == ETIMEDOUT ? 1 : -1;
-    if (_count > 0 && (error == 0 || error == ETIMEDOUT)) {
-        --_count;
-        result = 0;
-    }
-    ::pthread_mutex_unlock(&_mutex);
-    return result;
-}
-
 int Semaphore::notify() {
+    for (int64_t count = _count; count >= 0;) {
+        if (_count.compare_exchange_weak(count, count + 1)) {
+            return 0;  // and whoever takes the signal may destroy the semaphore
+        }
+    }
     if (const int error = ::pthread_mutex_lock(&_mutex)) {
         return error;
     }
-    ++_count;
-    // Under the lock: once the waiter can see the signal it may destroy the semaphore.
-    ::pthread_cond_signal(&_cond);
+    if (_count++ < 0) {
+        ++_wakeups;
+        // Under the lock: once the sleeper can see it, it may destroy the semaphore.
+        ::pthread_cond_signal(&_cond);
+    }
     return ::pthread_mutex_unlock(&_mutex);
+}
+
+bool Semaphore::takeSignal() {
+    for (int64_t count = _count; count > 0;) {
+        if (_count.compare_exchange_weak(count, count - 1)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Counts the caller, which holds the lock, as a sleeper; a signal that came meanwhile wakes it.
+void Semaphore::beginWait() {
+    if (_count-- > 0) {
+        ++_wakeups;
+    }
+}
+
+int Semaphore::finishWait(int error) {
+    int result = 0;
+    if (_wakeups > 0) {
+        --_wakeups;
+    } else {
+        ++_count;  // one sleeper less
+        result = error == ETIMEDOUT ? 1 : -1;
+    }
+    ::pthread_mutex_unlock(&_mutex);
+    return result;
 }
 
 }  // namespace NIVUR
