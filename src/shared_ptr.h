@@ -1,10 +1,10 @@
 #ifndef NIVUR_SHARED_PTR_H
 #define NIVUR_SHARED_PTR_H
 
+#include <atomic>
 #include <utility>
 
 #include "export.h"
-#include "mutex.h"
 #include "no_copyable.h"
 
 namespace NIVUR {
@@ -29,18 +29,14 @@ class SharedCount : public NoCopyable {
   public:
     SharedCount(T* object, PtrDisposer<T>* disposer) : _ptr(object), _disposer(disposer) {}
 
-    void incRefCount() {
-        AutoLock lock(_mutex);
-        ++_refCount;
-    }
+    void incRefCount() { _refCount.fetch_add(1, std::memory_order_relaxed); }
 
     /// Drops one reference; the last one disposes of the object and frees this block.
     void decRefCount();
 
   private:
     T* const _ptr;
-    unsigned int _refCount NIVUR_GUARDED_BY(_mutex) = 1;
-    Mutex _mutex;
+    std::atomic<unsigned int> _refCount{1};
     PtrDisposer<T>* const _disposer;
 };
 
@@ -138,14 +134,11 @@ typename SharedPtr<T>::DefaultPtrDisposer SharedPtr<T>::_kDefaultPtrDisposer;
 
 template <class T>
 void SharedCount<T>::decRefCount() {
-    {
-        AutoLock lock(_mutex);
-        if (_refCount != 0 && --_refCount != 0) {
-            return;
-        }
+    // What the others did with the object is done before it goes.
+    if (_refCount.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        _disposer->dispose(_ptr);
+        delete this;
     }
-    _disposer->dispose(_ptr);
-    delete this;
 }
 
 }  // namespace NIVUR
