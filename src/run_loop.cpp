@@ -7,6 +7,8 @@
 
 #include "log.h"
 #include "private/assertion.h"
+#include "private/intake.h"
+#include "private/linked_queue.h"
 #include "system_util.h"
 
 namespace NIVUR {
@@ -15,26 +17,35 @@ namespace {
 
 constexpr unsigned int kMaxSleepMs = 100;
 
-bool actsOn(const SharedPtr<Runnable>& task, const void* object) {
-    return task && task->getObject() == object;
+template <class Task>
+bool actsOn(const Task& task, const void* object) {
+    return task._runnable && task._runnable->getObject() == object;
 }
 
-std::string describe(const SharedPtr<Runnable>& task) {
-    return task ? task->dump() : std::string();
-}
-
-template <class Tasks>
-void describeAll(std::string& text, const char* title, const Tasks& tasks) {
-    if (tasks.empty()) {
-        return;
-    }
-    text += title;
-    for (const auto& task : tasks) {
-        text += describe(task._runnable) + "\r\t";
-    }
+template <class Task>
+std::string describe(const Task& task) {
+    return task._runnable ? task._runnable->dump() : std::string();
 }
 
 }  // namespace
+
+/// Its end, however it comes, deletes the task and then releases the poster that waits.
+struct RunLoop::RunLoopItem : NoCopyable {
+    RunLoopItem(Runnable* runnable, bool highPriority, std::shared_ptr<Semaphore> semaphore)
+        : _runnable(runnable), _semaphore(std::move(semaphore)), _highPriority(highPriority) {}
+
+    ~RunLoopItem() {
+        _runnable.reset();
+        if (_semaphore != nullptr) {
+            _semaphore->notify();
+        }
+    }
+
+    std::unique_ptr<Runnable> _runnable;
+    std::shared_ptr<Semaphore> _semaphore;  // of the poster that waits, or null
+    RunLoopItem* _next = nullptr;           // in the queue that holds it
+    const bool _highPriority;
+};
 
 /// Keeps the gate shut for a scope, except on the loop's own thread, when a task calls: that is
 /// behind it already.
@@ -42,58 +53,58 @@ class RunLoop::Gate : public NoCopyable {
   public:
     enum Caller { LOOP_ITSELF, ANYBODY };
 
-    // Whether the lock is taken depends on the thread, which the analysis cannot follow.
-    explicit Gate(RunLoop& loop, Caller caller = ANYBODY) NIVUR_NO_THREAD_SAFETY_ANALYSIS
-        : _mutex(caller == ANYBODY && loop.isLoopThread() ? nullptr : &loop._runningMutex) {
-        if (_mutex != nullptr) {
-            AutoLock turn(loop._turnMutex);
-            _mutex->lock();
-        }
+    explicit Gate(RunLoop& loop, Caller caller = ANYBODY)
+        : _loop(loop), _caller(caller), _shuts(caller == LOOP_ITSELF || !loop.isLoopThread()) {
+        shut();
     }
 
-    ~Gate() NIVUR_NO_THREAD_SAFETY_ANALYSIS {
-        if (_mutex != nullptr) {
-            _mutex->unlock();
-        }
+    ~Gate() { open(); }
+
+    /// Lets in who waits.
+    void reopen() {
+        open();
+        shut();
     }
 
   private:
-    Mutex* const _mutex;
+    // Whether a lock is taken depends on the thread, which the analysis cannot follow.
+    void shut() NIVUR_NO_THREAD_SAFETY_ANALYSIS {
+        if (_shuts && _caller == ANYBODY) {
+            ++_loop._gateCallers;
+            AutoLock turn(_loop._turnMutex);
+            _loop._runningMutex.lock();
+            --_loop._gateCallers;
+        } else if (_shuts) {
+            if (_loop._gateCallers != 0) {
+                AutoLock turn(_loop._turnMutex);
+            }
+            _loop._runningMutex.lock();
+        }
+    }
+
+    void open() NIVUR_NO_THREAD_SAFETY_ANALYSIS {
+        if (_shuts) {
+            _loop._runningMutex.unlock();
+        }
+    }
+
+    RunLoop& _loop;
+    const Caller _caller;
+    const bool _shuts;
 };
 
 /// What was taken out under the queue lock, to be deleted without it: declare it before the lock.
 struct RunLoop::Dropped {
-    std::list<RunLoopItem> items;
+    ItemQueue items;
     std::list<Timer> runningTimers;
     std::set<Timer> timers;
 
     bool empty() const { return items.empty() && timers.empty(); }
 
-    void take(std::list<RunLoopItem>& queue, const void* object) { takeIf(queue, items, object); }
-    void take(std::list<Timer>& queue, const void* object) { takeIf(queue, runningTimers, object); }
-
-  private:
-    template <class Tasks>
-    static void takeIf(Tasks& queue, Tasks& taken, const void* object) {
-        for (auto next = queue.begin(); next != queue.end();) {
-            const auto task = next++;
-            if (actsOn(task->_runnable, object)) {
-                taken.splice(taken.end(), queue, task);
-            }
-        }
+    void take(ItemQueue& queue, const void* object) {
+        items.takeIf(queue, [object](const RunLoopItem& item) { return actsOn(item, object); });
     }
 };
-
-RunLoop::RunLoopItem::RunLoopItem(SharedPtr<Runnable> runnable,
-                                  std::shared_ptr<Semaphore> semaphore)
-    : _runnable(std::move(runnable)), _semaphore(std::move(semaphore)) {}
-
-RunLoop::RunLoopItem::~RunLoopItem() {
-    _runnable = SharedPtr<Runnable>();
-    if (_semaphore != nullptr) {
-        _semaphore->notify();
-    }
-}
 
 RunLoop::Timer::Timer(SharedPtr<Runnable> runnable, unsigned int interval, bool repeat)
     : _runnable(std::move(runnable)),
@@ -109,7 +120,11 @@ bool RunLoop::Timer::operator<(const Timer& other) const {
     return std::tie(_nextTime, _sequence) < std::tie(other._nextTime, other._sequence);
 }
 
-RunLoop::RunLoop(const std::string& name) : _name(name) {}
+RunLoop::RunLoop(const std::string& name)
+    : _name(name),
+      _intake(std::make_unique<Intake<RunLoopItem>>()),
+      _items(std::make_unique<ItemQueue>()),
+      _highPriorityItems(std::make_unique<ItemQueue>()) {}
 
 RunLoop::~RunLoop() {
     do {
@@ -128,30 +143,38 @@ bool RunLoop::start(Thread::ThreadPriority priority) {
 }
 
 void RunLoop::stop() {
-    const auto run = _thread.requestStop();
-    _wakeSemaphore.notify();
+    std::shared_ptr<Thread::Run> run;
+    {
+        AutoLock lock(_mutex);
+        run = _thread.requestStop();
+        ItemQueue posted;
+        if (_intake->close(posted)) {
+            _wakeSemaphore.notify();
+        }
+        sortIn(posted);
+    }
     Thread::waitForRun(run);
 }
 
 void RunLoop::postItem(Runnable* item, bool highPriority, bool wait) {
     if (!wait) {
-        enqueue(SharedPtr<Runnable>(item), highPriority, nullptr);
+        enqueue(item, highPriority, nullptr);
         return;
     }
     if (isLoopThread()) {
         runAtOnce(item);
         return;
     }
-    SharedPtr<Runnable> task(item);
+    std::unique_ptr<Runnable> offered(item);
     const auto done = std::make_shared<Semaphore>();
-    if (enqueue(std::move(task), highPriority, done) && done->wait() == -1) {
+    if (enqueue(offered.release(), highPriority, done) && done->wait() == -1) {
         Log::log("NIVUR", LOG_ERROR, "Semaphore wait error, run loop item may not run");
     }
 }
 
 /// A waiting post from the loop's own thread, which could not wait for itself.
 void RunLoop::runAtOnce(Runnable* item) {
-    const SharedPtr<Runnable> task(item);
+    const std::unique_ptr<Runnable> task(item);
     if (const char* const refusal = getRefusal()) {
         Log::log("NIVUR", LOG_ERROR, refusal, _name.c_str());
         return;
@@ -160,30 +183,35 @@ void RunLoop::runAtOnce(Runnable* item) {
     item->run();
 }
 
-bool RunLoop::enqueue(SharedPtr<Runnable> task, bool highPriority,
-                      std::shared_ptr<Semaphore> semaphore) {
-    const Runnable* const item = task.get();
-    std::list<RunLoopItem> items;  // a refused task is deleted at the end, with no lock held
-    items.emplace_back(std::move(task), std::move(semaphore));
-    const char* refusal = nullptr;
-    {
-        AutoLock lock(_mutex);
-        // Asked under the lock under which an ending loop drops its queues: nothing slips in behind
-        // it.
-        refusal = getRefusal();
-        if (refusal == nullptr) {
-            NIVUR_ASSERT(item);
-            std::list<RunLoopItem>& queue = highPriority ? _highPriorityItems : _items;
-            queue.splice(queue.end(), items);
-            // Within the lock: once the task can run, its owner may end the loop.
-            _wakeSemaphore.notify();
+bool RunLoop::enqueue(Runnable* item, bool highPriority, std::shared_ptr<Semaphore> semaphore) {
+    std::unique_ptr<Runnable> offered(item);
+    auto entry = std::make_unique<RunLoopItem>(item, highPriority, std::move(semaphore));
+    (void)offered.release();
+    for (;;) {
+        switch (item == nullptr ? _intake->CLOSED : _intake->add(entry)) {
+            case Intake<RunLoopItem>::ADDED_ASLEEP:
+                _wakeSemaphore.notify();
+                return true;
+            case Intake<RunLoopItem>::ADDED:
+                return true;  // the task may have run, and ended the loop
+            case Intake<RunLoopItem>::CLOSED:
+                if (const char* const refusal = getRefusal()) {
+                    Log::log("NIVUR", LOG_ERROR, refusal, _name.c_str());
+                    return false;
+                }
+                NIVUR_ASSERT(item);
+                openIntake();  // the loop's thread has started and not yet come to it
         }
     }
-    if (refusal != nullptr) {
-        Log::log("NIVUR", LOG_ERROR, refusal, _name.c_str());
-        return false;
+}
+
+/// Lets posts in while the loop runs. stop() sets the flag that is asked for and closes the intake
+/// under one lock, so that none slips in behind it and is forgotten.
+void RunLoop::openIntake() {
+    AutoLock lock(_mutex);
+    if (getRefusal() == nullptr) {
+        _intake->open();
     }
-    return true;
 }
 
 /// The log line for a post that cannot be taken now, or null.
@@ -202,14 +230,12 @@ bool RunLoop::isLoopThread() const {
 }
 
 void RunLoop::runLoopProc() {
-    while (!_thread.isStopping()) {
-        _mutex.lock();
-        const unsigned int sleepMs = getWaitTime(SystemUtil::getCPUTime());
-        _mutex.unlock();
-        _wakeSemaphore.wait(sleepMs);
-        select();
-        runTimers();
-        runItem();
+    openIntake();
+    for (bool busy = false; !_thread.isStopping();) {
+        if (!busy) {
+            sleep();
+        }
+        busy = runPass();
     }
     Log::log("NIVUR", LOG_DEBUG, "thread %s break loop!", _name.c_str());
     Gate gate(*this, Gate::LOOP_ITSELF);
@@ -217,21 +243,62 @@ void RunLoop::runLoopProc() {
     }
 }
 
-unsigned int RunLoop::getWaitTime(uint64_t now) const {
+/// Runs what is due, and one task; false when there was nothing.
+bool RunLoop::runPass() {
+    Gate gate(*this, Gate::LOOP_ITSELF);
+    const bool timersDue = select();
+    if (timersDue) {
+        runTimers();
+        gate.reopen();
+    }
+    return runItem() || timersDue;
+}
+
+void RunLoop::sleep() {
+    if (!_intake->beginSleep()) {
+        return;
+    }
+    // Looked at after the mark is set: who adds anything from here on finds it and signals.
+    _mutex.lock();
+    const unsigned int sleepMs = getWaitTime();
+    _mutex.unlock();
+    const bool signalled = _wakeSemaphore.wait(sleepMs) == 0;
+    if (!_intake->endSleep() && !signalled) {
+        _wakeSemaphore.wait();  // for the signal of whoever has removed the mark
+    }
+}
+
+unsigned int RunLoop::getWaitTime() const {
+    if (!_items->empty() || !_highPriorityItems->empty()) {
+        return 0;
+    }
     if (_sortedTimers.empty()) {
         return kMaxSleepMs;
     }
+    const uint64_t now = SystemUtil::getCPUTime();
     const uint64_t next = _sortedTimers.begin()->_nextTime;
     return now >= next ? 0 : static_cast<unsigned int>(std::min<uint64_t>(next - now, kMaxSleepMs));
 }
 
-/// Takes what this pass will run.
-void RunLoop::select() {
+/// Takes what this pass will run; true when there are timers among it.
+bool RunLoop::select() {
     AutoLock lock(_mutex);
+    takeIntake();
     collectDueTimers();
-    std::list<RunLoopItem>& queue = _highPriorityItems.empty() ? _items : _highPriorityItems;
-    if (!queue.empty()) {
-        _runningItem.splice(_runningItem.begin(), queue, queue.begin());
+    _runningItem = (_highPriorityItems->empty() ? _items : _highPriorityItems)->pop();
+    return !_runningTimers.empty();
+}
+
+/// Empties the intake into the queues.
+void RunLoop::takeIntake() {
+    ItemQueue posted;
+    _intake->take(posted);
+    sortIn(posted);
+}
+
+void RunLoop::sortIn(ItemQueue& posted) {
+    while (std::unique_ptr<RunLoopItem> item = posted.pop()) {
+        (item->_highPriority ? _highPriorityItems : _items)->push(std::move(item));
     }
 }
 
@@ -255,7 +322,6 @@ void RunLoop::collectDueTimers() {
 }
 
 void RunLoop::runTimers() {
-    Gate gate(*this, Gate::LOOP_ITSELF);
     for (;;) {
         SharedPtr<Runnable> task;
         {
@@ -278,27 +344,28 @@ void RunLoop::runTimers() {
     }
 }
 
-void RunLoop::runItem() {
-    Gate gate(*this, Gate::LOOP_ITSELF);
+bool RunLoop::runItem() {
     Runnable* running = nullptr;
     {
         AutoLock lock(_mutex);
-        if (_runningItem.empty()) {
-            return;  // nothing was queued, or it was cancelled after it was taken
+        if (_runningItem == nullptr) {
+            return false;  // nothing was queued, or it was cancelled after it was taken
         }
         _runningItemBegun = true;
-        running = _runningItem.front()._runnable.get();
+        running = _runningItem->_runnable.get();
     }
     running->run();
-    std::list<RunLoopItem> finished;  // deleted behind the gate, which then lets its poster go
+    std::unique_ptr<RunLoopItem> finished;  // deleted behind the gate; its poster goes on then
     AutoLock lock(_mutex);
     finished.swap(_runningItem);
     _runningItemBegun = false;
+    return true;
 }
 
 void RunLoop::dropItems(Dropped& dropped) {
-    dropped.items.splice(dropped.items.end(), _highPriorityItems);
-    dropped.items.splice(dropped.items.end(), _items);
+    takeIntake();
+    dropped.items.append(*_highPriorityItems);
+    dropped.items.append(*_items);
 }
 
 /// Drops whatever is queued or pending; false when there was nothing.
@@ -335,7 +402,9 @@ long RunLoop::addTimer(Runnable* task, unsigned int interval, bool repeat) {
     auto node = added.extract(added.begin());
     node.value()._sequence = ++_timersAdded;
     _sortedTimers.insert(std::move(node));
-    _wakeSemaphore.notify();
+    if (_intake->endSleep()) {
+        _wakeSemaphore.notify();
+    }
     return id;
 }
 
@@ -381,18 +450,24 @@ void RunLoop::cancelTasksForObject(void* object) {
     Gate gate(*this);
     AutoLock lock(_mutex);
     dropPending(object, dropped);  // what the running task has added meanwhile
-    if (!_runningItemBegun) {
-        dropped.take(_runningItem, object);
+    if (_runningItem != nullptr && !_runningItemBegun && actsOn(*_runningItem, object)) {
+        dropped.items.push(std::move(_runningItem));
     }
-    dropped.take(_runningTimers, object);
+    for (auto next = _runningTimers.begin(); next != _runningTimers.end();) {
+        const auto timer = next++;
+        if (actsOn(*timer, object)) {
+            dropped.runningTimers.splice(dropped.runningTimers.end(), _runningTimers, timer);
+        }
+    }
 }
 
 void RunLoop::dropPending(const void* object, Dropped& dropped) {
-    dropped.take(_highPriorityItems, object);
-    dropped.take(_items, object);
+    takeIntake();
+    dropped.take(*_highPriorityItems, object);
+    dropped.take(*_items, object);
     for (auto next = _sortedTimers.begin(); next != _sortedTimers.end();) {
         const auto timer = next++;
-        if (actsOn(timer->_runnable, object)) {
+        if (actsOn(*timer, object)) {
             dropped.timers.insert(extractTimer(timer));
         }
     }
@@ -400,19 +475,30 @@ void RunLoop::dropPending(const void* object, Dropped& dropped) {
 
 void RunLoop::dumpLoopInfo() {
     std::string text = "dump thread info, _name: " + _name;
+    const auto listTask = [&text](const auto& task) { text += describe(task) + "\r\t"; };
     {
         AutoLock lock(_mutex);
-        text += ", _items.size: " + std::to_string(_items.size());
-        text += ", _highPriorityItems.size: " + std::to_string(_highPriorityItems.size());
+        takeIntake();
+        text += ", _items.size: " + std::to_string(_items->size());
+        text += ", _highPriorityItems.size: " + std::to_string(_highPriorityItems->size());
         text += ", _sortedTimers.size: " + std::to_string(_sortedTimers.size());
         text += ", _runningTimers.size: " + std::to_string(_runningTimers.size());
-        text += " , _hasRunningItem: " + std::to_string(_runningItem.size());
-        if (!_runningItem.empty()) {
-            text += "\r _runningItem : \r\t" + describe(_runningItem.front()._runnable);
+        text += std::string(" , _hasRunningItem: ") + (_runningItem != nullptr ? "1" : "0");
+        if (_runningItem != nullptr) {
+            text += "\r _runningItem : \r\t" + describe(*_runningItem);
         }
-        describeAll(text, "\r _runningTimers : \r\t", _runningTimers);
-        describeAll(text, "\r _items : \r\t", _items);
-        describeAll(text, "\r _highPriorityItems : \r\t", _highPriorityItems);
+        if (!_runningTimers.empty()) {
+            text += "\r _runningTimers : \r\t";
+            std::for_each(_runningTimers.begin(), _runningTimers.end(), listTask);
+        }
+        if (!_items->empty()) {
+            text += "\r _items : \r\t";
+            _items->forEach(listTask);
+        }
+        if (!_highPriorityItems->empty()) {
+            text += "\r _highPriorityItems : \r\t";
+            _highPriorityItems->forEach(listTask);
+        }
     }
     Log::log("NIVUR", LOG_WARN, "%s", text.c_str());
 }

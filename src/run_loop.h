@@ -1,6 +1,7 @@
 #ifndef NIVUR_RUN_LOOP_H
 #define NIVUR_RUN_LOOP_H
 
+#include <atomic>
 #include <cstdint>
 #include <list>
 #include <memory>
@@ -16,6 +17,11 @@
 #include "thread.h"
 
 namespace NIVUR {
+
+template <class Item>
+class Intake;
+template <class Item>
+class LinkedQueue;
 
 /// A named thread that runs posted tasks one at a time, high-priority ones first and each kind in
 /// the order of posting, and timers. Every operation may be called from any thread, also from a
@@ -80,14 +86,8 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     void dumpLoopInfo();
 
   private:
-    /// Its end, however it comes, releases the poster that waits: when the task is gone.
-    struct RunLoopItem : NoCopyable {
-        RunLoopItem(SharedPtr<Runnable> runnable, std::shared_ptr<Semaphore> semaphore);
-        ~RunLoopItem();
-
-        SharedPtr<Runnable> _runnable;
-        std::shared_ptr<Semaphore> _semaphore;  // of the poster that waits, or null
-    };
+    struct RunLoopItem;
+    using ItemQueue = LinkedQueue<RunLoopItem>;
 
     struct Timer {
         Timer(SharedPtr<Runnable> runnable, unsigned int interval, bool repeat);
@@ -109,26 +109,32 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
 
     // On the loop's thread.
     void runLoopProc();
-    void select();
+    void sleep();
+    bool runPass();
+    bool select();
     void runTimers();
-    void runItem();
+    bool runItem();
 
     bool isLoopThread() const;
     const char* getRefusal() const;
     void runAtOnce(Runnable* item);
-    bool enqueue(SharedPtr<Runnable> task, bool highPriority, std::shared_ptr<Semaphore> semaphore);
+    bool enqueue(Runnable* item, bool highPriority, std::shared_ptr<Semaphore> semaphore);
+    void openIntake();
 
-    unsigned int getWaitTime(uint64_t now) const NIVUR_REQUIRES(_mutex);
+    unsigned int getWaitTime() const NIVUR_REQUIRES(_mutex);
     void collectDueTimers() NIVUR_REQUIRES(_mutex);
     std::set<Timer>::iterator findTimer(long id) const NIVUR_REQUIRES(_mutex);
     std::set<Timer>::node_type extractTimer(std::set<Timer>::iterator timer) NIVUR_REQUIRES(_mutex);
+    void sortIn(ItemQueue& posted) NIVUR_REQUIRES(_mutex);
+    void takeIntake() NIVUR_REQUIRES(_mutex);
     void dropItems(Dropped& dropped) NIVUR_REQUIRES(_mutex);
     void dropPending(const void* object, Dropped& dropped) NIVUR_REQUIRES(_mutex);
     bool dropAll();
 
-    // Taken to shut the gate and let go at once, so that all who want to, the loop included, take
-    // turns.
+    // Taken to shut the gate and let go at once, so that all who want to take turns; by the loop
+    // itself only when somebody else wants to.
     Mutex _turnMutex NIVUR_ACQUIRED_BEFORE(_runningMutex);
+    std::atomic<unsigned int> _gateCallers{0};
 
     // The gate: shut while a batch of timers or a task runs and is deleted.
     Mutex _runningMutex NIVUR_ACQUIRED_BEFORE(_mutex);
@@ -141,15 +147,18 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     Thread _thread;
     Semaphore _wakeSemaphore;
 
-    std::list<RunLoopItem> _items NIVUR_GUARDED_BY(_mutex);
-    std::list<RunLoopItem> _highPriorityItems NIVUR_GUARDED_BY(_mutex);
+    // Where posters leave their tasks, without a lock. Whoever looks at the queues empties it into
+    // them first. It is closed when the loop is not running or is stopping.
+    const std::unique_ptr<Intake<RunLoopItem>> _intake;
+    const std::unique_ptr<ItemQueue> _items NIVUR_PT_GUARDED_BY(_mutex);
+    const std::unique_ptr<ItemQueue> _highPriorityItems NIVUR_PT_GUARDED_BY(_mutex);
     std::set<Timer> _sortedTimers NIVUR_GUARDED_BY(_mutex);
     std::unordered_multimap<long, const Timer*> _timersById NIVUR_GUARDED_BY(_mutex);
     uint64_t _timersAdded NIVUR_GUARDED_BY(_mutex) = 0;
 
     // What the current pass has taken: the due timers, first to last, and at most one task.
     std::list<Timer> _runningTimers NIVUR_GUARDED_BY(_mutex);
-    std::list<RunLoopItem> _runningItem NIVUR_GUARDED_BY(_mutex);
+    std::unique_ptr<RunLoopItem> _runningItem NIVUR_GUARDED_BY(_mutex);
     bool _runningItemBegun NIVUR_GUARDED_BY(_mutex) = false;
 };
 

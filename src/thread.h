@@ -1,6 +1,7 @@
 #ifndef NIVUR_THREAD_H
 #define NIVUR_THREAD_H
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -79,7 +80,7 @@ class NIVUR_EXPORT Thread : public NoCopyable {
     // Innermost: nothing else is locked, and no code of a caller runs, while it is held.
     mutable Mutex _mutex;
     bool _started NIVUR_GUARDED_BY(_mutex) = false;
-    bool _stopping NIVUR_GUARDED_BY(_mutex) = false;
+    std::atomic<bool> _stopping{false};  // written with _mutex held
     Runnable* _runnable NIVUR_GUARDED_BY(_mutex) = nullptr;
     std::string _name NIVUR_GUARDED_BY(_mutex);
     int _threadID NIVUR_GUARDED_BY(_mutex) = INVALID_THREAD_ID;

@@ -13,6 +13,7 @@
 #define NIVUR_CAPABILITY(name) NIVUR_THREAD_ANNOTATION(capability(name))
 #define NIVUR_SCOPED_CAPABILITY NIVUR_THREAD_ANNOTATION(scoped_lockable)
 #define NIVUR_GUARDED_BY(lock) NIVUR_THREAD_ANNOTATION(guarded_by(lock))
+#define NIVUR_PT_GUARDED_BY(lock) NIVUR_THREAD_ANNOTATION(pt_guarded_by(lock))
 #define NIVUR_ACQUIRED_BEFORE(...) NIVUR_THREAD_ANNOTATION(acquired_before(__VA_ARGS__))
 #define NIVUR_REQUIRES(...) NIVUR_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 #define NIVUR_EXCLUDES(...) NIVUR_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))

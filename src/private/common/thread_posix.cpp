@@ -142,7 +142,6 @@ void Thread::waitForRun(const std::shared_ptr<Run>& run) {
 }
 
 bool Thread::isStopping() const {
-    AutoLock lock(_mutex);
     return _stopping;
 }
 
