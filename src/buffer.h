@@ -14,6 +14,9 @@ namespace NIVUR {
 class Buffer;
 class BufferHome;
 
+extern template class NIVUR_EXPORT SharedCount<Buffer>;
+extern template class NIVUR_EXPORT SharedPtr<Buffer>;
+
 /// Base of what a caller may attach to a Buffer, which deletes it through this class.
 class NIVUR_EXPORT BaseBufferParam {
   public:
@@ -131,10 +134,8 @@ class NIVUR_EXPORT Buffer : public NoCopyable {
     // Of a list's buffer only, and then in place of _owner, which the buffer may outlive.
     std::shared_ptr<BufferHome> _home;
     unsigned int _index = 0;
+    SharedCount<Buffer> _count{this, &_disposer, SharedCount<Buffer>::IN_OBJECT};
 };
-
-extern template class NIVUR_EXPORT SharedCount<Buffer>;
-extern template class NIVUR_EXPORT SharedPtr<Buffer>;
 
 }  // namespace NIVUR
 

@@ -37,7 +37,7 @@ SharedPtr<Buffer> BufferList::getBuffer(unsigned int /*size*/) {
     }
     Buffer* const buffer = _buffers[*index].get();
     buffer->_state = BUFFER_STATE_IN_USE;
-    return SharedPtr<Buffer>(buffer, &Buffer::_disposer);
+    return SharedPtr<Buffer>(buffer->_count);
 }
 
 void BufferList::returnFreeBuffer(Buffer* buffer) {

@@ -27,7 +27,12 @@ class PtrDisposer {
 template <class T>
 class SharedCount : public NoCopyable {
   public:
-    SharedCount(T* object, PtrDisposer<T>* disposer) : _ptr(object), _disposer(disposer) {}
+    /// A block on the heap, which goes with the last reference, or a part of the object, which
+    /// serves again when the object is lent anew.
+    enum Place { ON_HEAP, IN_OBJECT };
+
+    SharedCount(T* object, PtrDisposer<T>* disposer, Place place = ON_HEAP)
+        : _ptr(object), _disposer(disposer), _place(place) {}
 
     void incRefCount() { _refCount.fetch_add(1, std::memory_order_relaxed); }
 
@@ -35,9 +40,13 @@ class SharedCount : public NoCopyable {
     void decRefCount();
 
   private:
+    template <class>
+    friend class SharedPtr;
+
     T* const _ptr;
     std::atomic<unsigned int> _refCount{1};
     PtrDisposer<T>* const _disposer;
+    const Place _place;
 };
 
 /// A reference-counted pointer: the last of the pointers that share an object disposes of it, by
@@ -70,6 +79,12 @@ class SharedPtr {
             disposer->dispose(object);
             throw;
         }
+    }
+
+    /// The first pointer to an object that holds its own `count`: it needs no memory.
+    /// REQUIRES: there is no other pointer to the object.
+    explicit SharedPtr(SharedCount<T>& count) noexcept : _ptr(count._ptr), _sharedCount(&count) {
+        count._refCount.store(1, std::memory_order_relaxed);
     }
 
     SharedPtr(const SharedPtr& other) : _ptr(other._ptr), _sharedCount(other._sharedCount) {
@@ -134,9 +149,15 @@ typename SharedPtr<T>::DefaultPtrDisposer SharedPtr<T>::_kDefaultPtrDisposer;
 
 template <class T>
 void SharedCount<T>::decRefCount() {
-    // What the others did with the object is done before it goes.
-    if (_refCount.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        _disposer->dispose(_ptr);
+    // What the others did with the object is done before it goes. The only one that is left can
+    // tell by looking.
+    if (_refCount.load(std::memory_order_acquire) != 1 &&
+        _refCount.fetch_sub(1, std::memory_order_acq_rel) != 1) {
+        return;
+    }
+    const Place place = _place;
+    _disposer->dispose(_ptr);
+    if (place == ON_HEAP) {
         delete this;
     }
 }
