@@ -5,7 +5,8 @@
 
 namespace mirror {
 
-/// A sink for the library's log: time, level and text, a line each, to stderr. Any thread.
+/// A sink for the library's log: warnings and errors with their time, to stderr, without control
+/// characters that a peer may have chosen. Any thread.
 void logToStderr(int level, const char* fmt, va_list args) __attribute__((format(printf, 2, 0)));
 
 }  // namespace mirror

@@ -1,44 +1,88 @@
-/// mirror SOURCE DESTINATION: copies a file through two run loops and says whether it arrived
-/// whole.
+/// mirror: copies a file over the network and says whether it arrived whole. See options.cpp for
+/// its usage and texts.h for what the two ends tell each other.
 
 #include <nivur/event_center.h>
 #include <nivur/log.h>
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "log_to_stderr.h"
+#include "options.h"
 #include "progress.h"
-#include "sink.h"
-#include "source.h"
+#include "receiver.h"
+#include "sender.h"
+#include "signals.h"
 
 namespace {
 
-int fail(const std::string& message) {
-    std::fprintf(stderr, "mirror: %s\n", message.c_str());
-    return 1;
+using mirror::Address;
+using mirror::Options;
+
+/// One end, with the events that it sends and who shows them.
+template <class End>
+struct Side {
+    template <class... Arguments>
+    Side(const char* deed, bool quiet, Arguments... arguments)
+        : progress(events, deed, quiet), end(arguments..., events) {}
+
+    NIVUR::EventCenter events;
+    mirror::Progress progress;
+    End end;
+};
+
+/// Starts the ends that are asked for and waits for them; an error message, or "".
+std::string run(const Options& options, const sigset_t& signalSet) {
+    std::optional<Side<mirror::Receiver>> receiver;
+    std::optional<Side<mirror::Sender>> sender;
+    std::vector<mirror::Endpoint*> ends;
+    std::optional<Address> address = options.address;
+    if (options.receives()) {
+        receiver.emplace("received", options.sends(), options.destination, options.dropPercent);
+        ends.push_back(&receiver->end);
+        address = receiver->end.start(*address);
+    }
+    if (options.sends() && address) {
+        sender.emplace("sent", false, options.source);
+        ends.push_back(&sender->end);
+        sender->end.start(*address);
+    } else if (address) {
+        std::printf("listening on %s\n", address->text().c_str());
+        std::fflush(stdout);
+    }
+    const mirror::Signals signals(signalSet, [&ends](int number) {
+        for (mirror::Endpoint* end : ends) {
+            number == SIGUSR1 ? end->dump() : end->interrupt();
+        }
+    });
+    const std::string error = sender ? sender->end.wait() : "";
+    if (!error.empty() && receiver) {
+        receiver->end.interrupt();
+    }
+    const std::string receiverError = receiver ? receiver->end.wait() : "";
+    return error.empty() ? receiverError : error;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
-        return fail("usage: mirror SOURCE DESTINATION");
+    const auto options = Options::parse({argv + 1, argv + argc});
+    if (!options) {
+        std::fputs(mirror::kUsage, stderr);
+        return 2;
     }
     std::error_code ignored;
-    if (std::filesystem::equivalent(argv[1], argv[2], ignored)) {
-        return fail("source and destination are the same file");
+    std::string error = "source and destination are the same file";
+    if (!std::filesystem::equivalent(options->source, options->destination, ignored)) {
+        NIVUR::Log::setCB(mirror::logToStderr);
+        error = run(*options, mirror::blockSignals(options->dump));
     }
-    NIVUR::Log::setCB(mirror::logToStderr);
-
-    NIVUR::EventCenter events;
-    mirror::Progress progress(events);
-    mirror::Sink sink(argv[2], events);
-    mirror::Source source(argv[1], sink, progress);
-    const std::string error = source.mirror();
     if (!error.empty()) {
-        return fail(error);
+        std::fprintf(stderr, "mirror: %s\n", error.c_str());
     }
-    mirror::BytesDone::send(events, "finished", std::filesystem::file_size(argv[2]));
-    return 0;
+    return error.empty() ? 0 : 1;
 }

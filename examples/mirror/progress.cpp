@@ -5,12 +5,15 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <utility>
 
 namespace mirror {
 
 namespace {
 
-const char kBytes[] = "bytes";
+constexpr double kIntervalSeconds = 0.2;
+const char kKey[] = "standing";
+const char* const kEvents[] = {"begun", "moved", "finished"};
 
 double mebibytes(uint64_t bytes) {
     return static_cast<double>(bytes) / (1024 * 1024);
@@ -18,51 +21,58 @@ double mebibytes(uint64_t bytes) {
 
 }  // namespace
 
-void BytesDone::send(NIVUR::EventCenter& events, const std::string& name, uint64_t size) {
+void Standing::send(NIVUR::EventCenter& events, const std::string& name) const {
     NIVUR::Parameter parameter;
-    parameter.set(kBytes, new BytesDone(size));
+    parameter.set(kKey, new Standing(*this));
     events.sendEvent(NIVUR::Event(name), &parameter);
 }
 
-Progress::Progress(NIVUR::EventCenter& events)
-    : _events(events), _onTerminal(::isatty(STDOUT_FILENO) == 1) {
-    _events.registerEventHandler("frame", this);
-    _events.registerEventHandler("finished", this);
+Progress::Progress(NIVUR::EventCenter& events, std::string deed, bool quiet)
+    : _events(events),
+      _deed(std::move(deed)),
+      _quiet(quiet),
+      _onTerminal(::isatty(STDOUT_FILENO) == 1) {
+    for (const char* const event : kEvents) {
+        _events.registerEventHandler(event, this);
+    }
 }
 
 Progress::~Progress() {
-    _events.unregisterEventHandler("frame", this);
-    _events.unregisterEventHandler("finished", this);
-}
-
-void Progress::begin(uint64_t size) {
-    _size = size;
-    _watch.emplace();
-}
-
-void Progress::print() {
-    const uint64_t done = _done;
-    const double percent = _size == 0 ? 100 : 100 * mebibytes(done) / mebibytes(_size);
-    std::printf("%s%5.1f %%  %8.1f MiB  %8.1f MiB/s%s", _onTerminal ? "\r" : "", percent,
-                mebibytes(done), mebibytesPerSecond(done), _onTerminal ? "" : "\n");
-    std::fflush(stdout);
+    for (const char* const event : kEvents) {
+        _events.unregisterEventHandler(event, this);
+    }
 }
 
 void Progress::onEvent(const NIVUR::Event& event, NIVUR::Parameter* parameter) {
-    const auto* const size = dynamic_cast<const BytesDone*>(parameter->get(kBytes));
-    if (size == nullptr) {
+    const auto* const standing = dynamic_cast<const Standing*>(parameter->get(kKey));
+    if (standing == nullptr) {
         return;
     }
-    if (event.id() == "frame") {
-        _done += size->bytes;
-        return;
+    if (event.id() == "begun") {
+        _watch.emplace();
+    } else if (event.id() == "finished") {
+        printSummary(*standing);
+    } else if (!_quiet && seconds() - _printed >= kIntervalSeconds) {
+        _printed = seconds();
+        printLine(*standing);
     }
-    std::printf("%smirrored %" PRIu64 " bytes at %.1f MiB/s; sizes and checksums agree\n",
-                _onTerminal ? "\r\033[K" : "", size->bytes, mebibytesPerSecond(size->bytes));
+    std::fflush(stdout);
 }
 
-double Progress::mebibytesPerSecond(uint64_t bytes) {
-    return mebibytes(bytes) * 1000 / std::max(1U, _watch->record());
+void Progress::printLine(const Standing& standing) {
+    std::printf("%s%s %5.1f %%  %8.1f MiB  %8.1f MiB/s%s", _onTerminal ? "\r" : "", _deed.c_str(),
+                100 * mebibytes(standing.done) / mebibytes(standing.size), mebibytes(standing.done),
+                mebibytes(standing.done) / seconds(), _onTerminal ? "" : "\n");
+}
+
+void Progress::printSummary(const Standing& standing) {
+    std::printf("%s%s %" PRIu64 " bytes in %.2f s, %.1f MiB/s; sizes and checksums agree\n%s",
+                _onTerminal && !_quiet ? "\r\033[K" : "", _deed.c_str(), standing.done, seconds(),
+                mebibytes(standing.done) / seconds(), standing.details.c_str());
+}
+
+double Progress::seconds() {
+    return std::max(1U, _watch->record()) / 1000.0;
 }
 
 }  // namespace mirror

@@ -7,45 +7,47 @@
 #include <nivur/parameter.h>
 #include <nivur/stop_watch.h>
 
-#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <string>
 
 namespace mirror {
 
-/// The size that a "frame" or "finished" event carries.
-struct BytesDone : NIVUR::ParameterValue {
-    explicit BytesDone(uint64_t size) : bytes(size) {}
-    const uint64_t bytes;
+/// How far a transfer is, which every event about it carries.
+struct Standing : NIVUR::ParameterValue {
+    Standing(uint64_t doneBytes, uint64_t sizeBytes, std::string detailLines = "")
+        : done(doneBytes), size(sizeBytes), details(std::move(detailLines)) {}
+    const uint64_t done;
+    const uint64_t size;
+    const std::string details;  // for the summary
 
-    /// Sends the event `name` with this size.
-    static void send(NIVUR::EventCenter& events, const std::string& name, uint64_t size);
+    /// Sends the event `name`: "begun", "moved" or "finished".
+    void send(NIVUR::EventCenter& events, const std::string& name) const;
 };
 
-/// What the person at the terminal sees: one line while frames arrive, rewritten in place where
-/// that is possible, and a summary when all is done. Told by the events "frame" and "finished".
+/// What the person at the terminal sees of one end: a line while the file moves, rewritten in place
+/// where that is possible, and a summary when all is done.
 class Progress : public NIVUR::EventHandler {
   public:
-    explicit Progress(NIVUR::EventCenter& events);
+    /// `deed` is what this end does with the file: "sent" or "received". The summary is all that a
+    /// `quiet` one prints.
+    Progress(NIVUR::EventCenter& events, std::string deed, bool quiet);
     ~Progress() override;
 
-    /// Starts the clock for a file of `size` bytes.
-    void begin(uint64_t size);
-
-    /// Prints the line as it stands.
-    void print();
-
+    /// On the loop of the end.
     void onEvent(const NIVUR::Event& event, NIVUR::Parameter* parameter) override;
 
   private:
-    double mebibytesPerSecond(uint64_t bytes);
+    void printLine(const Standing& standing);
+    void printSummary(const Standing& standing);
+    double seconds();
 
     NIVUR::EventCenter& _events;
+    const std::string _deed;
+    const bool _quiet;
     const bool _onTerminal;
-    uint64_t _size = 0;
     std::optional<NIVUR::StopWatch> _watch;
-    std::atomic<uint64_t> _done{0};
+    double _printed = 0;
 };
 
 }  // namespace mirror

@@ -1,0 +1,30 @@
+#include "address.h"
+
+#include "number.h"
+
+namespace mirror {
+
+std::optional<Address> Address::parse(const std::string& text) {
+    const size_t colon = text.rfind(':');
+    if (colon == std::string::npos) {
+        return std::nullopt;
+    }
+    std::string ip = text.substr(0, colon);
+    const auto port = toNumber(text.substr(colon + 1));
+    const bool bracketed = ip.size() > 2 && ip.front() == '[' && ip.back() == ']';
+    if (bracketed) {
+        ip = ip.substr(1, ip.size() - 2);
+    }
+    const Address address{ip, static_cast<uint16_t>(port.value_or(0))};
+    const bool numeric = !ip.empty() && ip.find_first_not_of("0123456789abcdefABCDEF.:") == ip.npos;
+    if (!numeric || !port || *port > UINT16_MAX || address.isIPv6() != bracketed) {
+        return std::nullopt;
+    }
+    return address;
+}
+
+std::string Address::text() const {
+    return (isIPv6() ? "[" + ip + "]" : ip) + ":" + std::to_string(port);
+}
+
+}  // namespace mirror

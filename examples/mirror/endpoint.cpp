@@ -1,0 +1,102 @@
+#include "endpoint.h"
+
+#include <nivur/system_util.h>
+
+#include <utility>
+
+#include "texts.h"
+
+using NIVUR::Dictionary;
+using NIVUR::makeRunnable;
+using NIVUR::SystemUtil;
+
+namespace mirror {
+
+namespace {
+
+constexpr unsigned int kCheckMs = 1000;
+constexpr unsigned int kStandstillMs = 10000;
+
+}  // namespace
+
+Endpoint::Endpoint(const std::string& name, std::string peerRole, NIVUR::EventCenter& events)
+    : _loop("mirror-" + name),
+      _events(events),
+      _peerRole(std::move(peerRole)),
+      _controlLoop("mirror-" + name + "-ctl") {}
+
+void Endpoint::startLoops() {
+    _loop.addTimer(makeRunnable([this] { checkProgress(); }), kCheckMs, true);
+    if (!_controlLoop.start() || !_loop.start()) {
+        end("cannot start a thread");
+    }
+}
+
+void Endpoint::stopLoops() {
+    _controlLoop.stop();  // it posts to the other one
+    _loop.stop();
+    _channel.reset();
+}
+
+std::string Endpoint::wait() {
+    _done.wait();
+    if (_channel != nullptr && _lastWord) {
+        _channel->waitForClose();
+    }
+    return _error;
+}
+
+void Endpoint::interrupt() {
+    _loop.postItem(makeRunnable([this] { end("interrupted"); }), true, false);
+}
+
+void Endpoint::dump() {
+    _loop.dumpLoopInfo();
+    _controlLoop.dumpLoopInfo();
+}
+
+void Endpoint::connect(std::unique_ptr<NIVUR::ClientSocket> socket) {
+    _channel = std::make_unique<ControlChannel>(std::move(socket), _controlLoop, _loop, *this);
+    progress();
+}
+
+void Endpoint::end(const std::string& error, bool told) {
+    if (_ended) {
+        return;
+    }
+    _ended = true;
+    _error = error;
+    _lastWord = !told;
+    if (_channel != nullptr && !told && !error.empty()) {
+        send(makeRefusal(error));
+    }
+    _done.notify();
+}
+
+void Endpoint::progress() {
+    _progressMs = SystemUtil::getCPUTime();
+}
+
+void Endpoint::checkProgress() {
+    if (!_ended && isConnected() && SystemUtil::getCPUTime() - _progressMs > kStandstillMs) {
+        onLost("has made no progress for " + std::to_string(kStandstillMs / 1000) + " s");
+    }
+}
+
+void Endpoint::onText(const Dictionary& text) {
+    if (_ended) {
+        return;
+    }
+    const std::string type = typeOf(text);
+    if (type == "refuse") {
+        end("refused by the " + _peerRole + ": " + printable(text.getString("reason")), true);
+    } else if (!handle(type, text) && !_ended) {
+        onLost("sent a text that does not belong here: " + printable(type));
+    }
+}
+
+void Endpoint::onLost(const std::string& deed) {
+    end("the " + _peerRole + " " + deed);
+}
+
+}  // namespace mirror

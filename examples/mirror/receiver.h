@@ -1,0 +1,86 @@
+#ifndef MIRROR_RECEIVER_H
+#define MIRROR_RECEIVER_H
+
+#include <nivur/buffer_pool.h>
+#include <nivur/server_socket.h>
+#include <nivur/udp_socket.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "address.h"
+#include "disk_writer.h"
+#include "dropper.h"
+#include "endpoint.h"
+#include "frame.h"
+#include "reassembly.h"
+
+namespace mirror {
+
+/// The receiving end: waits for one sender whose offer is good, puts the frames into their order,
+/// asks again for those that do not come, and passes them on to the disk.
+class Receiver : public Endpoint {
+  public:
+    /// Drops `dropPercent` of the datagrams unseen, for trials.
+    Receiver(const std::string& path, unsigned int dropPercent, NIVUR::EventCenter& events);
+    ~Receiver() override { stopLoops(); }
+
+    /// Begins to listen, on TCP and UDP; where, or nothing when that fails: wait() tells why.
+    std::optional<Address> start(const Address& at);
+
+    void dump() override;
+
+  private:
+    bool listen(const Address& at);
+    void poll();
+    void welcome();
+    void turnAway(const std::string& reason);
+
+    void receiveDatagrams();
+    bool isFrame(const std::string& ip, unsigned int size);
+    void takeFrame();
+    void passOn();
+    uint64_t taken() const { return _reassembly.base() + _reassembly.held(); }
+    void acknowledge();
+    void tick();
+    void askForMissing();
+    void finish();
+    std::string details() const;
+
+    void accept();
+    bool handle(const std::string& type, const NIVUR::Dictionary& text) override;
+    bool onOffer(const NIVUR::Dictionary& text);
+    bool onIndex(const NIVUR::Dictionary& text);
+    bool onFinished(const NIVUR::Dictionary& text);
+    void onLost(const std::string& deed) override;
+
+    NIVUR::ServerSocket _listener;
+    NIVUR::UDPSocket _udp;
+    NIVUR::BufferPool _pool;
+    DiskWriter _disk;
+    Dropper _dropper;
+
+    // Of the transfer.
+    bool _accepted = false;
+    FrameLayout _layout;
+    uint64_t _session = 0;
+    Reassembly _reassembly;
+    NIVUR::SharedPtr<NIVUR::Buffer> _datagram;  // the one that comes next
+    struct {
+        uint64_t base = 0;
+        uint64_t taken = 0;
+    } _acknowledged;
+    std::string _checksum;  // of the sender, once it has sent everything
+
+    uint64_t _askedAgain = 0;
+    uint64_t _dropped = 0;
+    uint64_t _ignored = 0;
+    uint64_t _duplicates = 0;
+    uint64_t _turnedAway = 0;
+};
+
+}  // namespace mirror
+
+#endif

@@ -1,0 +1,30 @@
+#include "send_window.h"
+
+#include <utility>
+
+using NIVUR::Buffer;
+using NIVUR::SharedPtr;
+
+namespace mirror {
+
+void SendWindow::add(SharedPtr<Buffer> datagram, uint64_t nowUs) {
+    _entries.push_back({std::move(datagram), nowUs});
+}
+
+const Buffer* SendWindow::find(uint64_t index) const {
+    return index >= _base && index < next() ? _entries[index - _base].datagram.get() : nullptr;
+}
+
+bool SendWindow::confirm(uint64_t base, uint64_t held, uint64_t nowUs) {
+    if (base < _base || base > next() || held > next() - base) {
+        return false;
+    }
+    for (; _base < base; ++_base) {
+        _latencies.add(nowUs - _entries.front().sentUs);
+        _entries.pop_front();
+    }
+    _held = held;
+    return true;
+}
+
+}  // namespace mirror

@@ -1,0 +1,252 @@
+#include "sender.h"
+
+#include <nivur/system_util.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <utility>
+
+#include "progress.h"
+#include "texts.h"
+
+using NIVUR::Buffer;
+using NIVUR::Dictionary;
+using NIVUR::makeRunnable;
+using NIVUR::SharedPtr;
+using NIVUR::SystemUtil;
+
+namespace mirror {
+
+namespace {
+
+constexpr unsigned int kTickMs = 1;
+constexpr unsigned int kConnectMs = 10;
+constexpr int kMaxAttempts = 500;
+constexpr unsigned int kMaxWindow = 4096;
+
+const NIVUR::BufferPool_Config& poolConfig() {
+    static const NIVUR::BufferPool_Config config{{{kDatagramSize, kMaxWindow}}};
+    return config;
+}
+
+}  // namespace
+
+Sender::Sender(std::string path, NIVUR::EventCenter& events)
+    : Endpoint("send", "receiver", events),
+      _path(std::move(path)),
+      _pool(&poolConfig(), "datagrams to send") {}
+
+void Sender::start(const Address& to) {
+    _to = to;
+    const std::string error = open();
+    if (!error.empty()) {
+        end(error);
+        return;
+    }
+    _connectTimer = _loop.addTimer(makeRunnable([this] { attemptConnection(); }), kConnectMs, true);
+    startLoops();
+}
+
+std::string Sender::open() {
+    std::error_code error;
+    _layout.fileSize = std::filesystem::file_size(_path, error);
+    if (!error) {
+        errno = 0;
+        _file.open(_path, std::ios::binary);
+        error.assign(_file ? 0 : errno, std::generic_category());
+    }
+    if (error) {
+        return "cannot read " + _path + ": " + error.message();
+    }
+    return _layout.isValid() ? "" : _path + " is too large";
+}
+
+/// Connects without blocking: the call is repeated until it says how the connection went.
+void Sender::attemptConnection() {
+    if (hasEnded()) {
+        return;
+    }
+    bool created = true;
+    if (_connecting == nullptr) {
+        _connecting = std::make_unique<NIVUR::ClientSocket>();
+        _connecting->setLogEnabled(false);
+        created = _connecting->create(_to.anyLocal(), 0) && _udp.create(_to.anyLocal(), 0) &&
+                  _connecting->setBlocking(false) == 0;
+    }
+    if (created && _connecting->connect(_to.ip, _to.port)) {
+        _loop.stopTimer(_connectTimer);
+        offer();
+        return;
+    }
+    const int reason = NIVUR::Socket::getError();
+    const bool underWay = created && (reason == EINPROGRESS || reason == EALREADY);
+    if (!underWay || ++_attempts == kMaxAttempts) {
+        end("cannot connect to " + _to.text() + ": " +
+            std::strerror(underWay ? ETIMEDOUT : reason));
+    }
+}
+
+void Sender::offer() {
+    connect(std::move(_connecting));
+    Dictionary text = makeText("offer");
+    text.setString("name", std::filesystem::path(_path).filename());
+    setNumber(text, "size", _layout.fileSize);
+    setNumber(text, "frameSize", _layout.frameSize);
+    send(text);
+}
+
+bool Sender::handle(const std::string& type, const Dictionary& text) {
+    using Operation = bool (Sender::*)(const Dictionary&);
+    static const std::map<std::string, Operation> kHandlers = {{"accept", &Sender::onAccept},
+                                                             {"have", &Sender::onHave},
+                                                             {"missing", &Sender::onMissing},
+                                                             {"done", &Sender::onDone}};
+    const auto handler = kHandlers.find(type);
+    const bool inOrder = (_maxWindow == 0) == (type == "accept");
+    return handler != kHandlers.end() && inOrder && (this->*handler->second)(text);
+}
+
+bool Sender::onAccept(const Dictionary& text) {
+    const auto session = getNumber(text, "session");
+    const auto window = getNumber(text, "window");
+    if (!session || !window || *window == 0) {
+        return false;
+    }
+    _session = *session;
+    _maxWindow = std::min<uint64_t>(*window, kMaxWindow);
+    progress();
+    Standing(0, _layout.fileSize).send(_events, "begun");
+    _loop.addTimer(makeRunnable([this] { tick(); }), kTickMs, true);
+    if (_layout.frames() == 0) {
+        sayFinished();
+    }
+    sendFrames();
+    return true;
+}
+
+/// Tells the receiver how many frames it should see once no more may be sent for now: it cannot
+/// miss the last ones otherwise.
+void Sender::tick() {
+    if (hasEnded()) {
+        return;
+    }
+    sendFrames();
+    if (_announced != _window.next() && !hasEnded()) {
+        _announced = _window.next();
+        Dictionary text = makeText("index");
+        setNumber(text, "sent", _announced);
+        send(text);
+    }
+}
+
+void Sender::sendFrames() {
+    while (mayAddFrame()) {
+        if (!readFrame()) {
+            end(_path + " shrank while it was read");
+            return;
+        }
+        if (_window.next() == _layout.frames()) {
+            sayFinished();
+        }
+    }
+}
+
+bool Sender::mayAddFrame() const {
+    return _window.next() < _layout.frames() && _window.next() - _window.base() < _maxWindow &&
+           _window.onTheWay() < _pace.limit();
+}
+
+bool Sender::readFrame() {
+    const uint64_t index = _window.next();
+    const unsigned int size = _layout.sizeOf(index);
+    SharedPtr<Buffer> datagram = _pool.getPoolBuffer(kDatagramSize, nullptr);
+    if (!datagram || !_file.read(datagram->data() + kHeaderSize, size)) {
+        return false;
+    }
+    FrameHeader{_session, static_cast<uint32_t>(index)}.write(datagram->data());
+    datagram->setUsedSize(kHeaderSize + size);
+    _checksum.add(datagram->data() + kHeaderSize, size);
+    transmit(*datagram);
+    _window.add(std::move(datagram), SystemUtil::getCPUTimeInMicroseconds());
+    return true;
+}
+
+/// A datagram that the system refuses is as good as lost on the way, and asked for again.
+void Sender::transmit(const Buffer& datagram) {
+    _udp.sendto(_to.ip, _to.port, datagram.data(), datagram.usedSize(), nullptr);
+    ++_datagrams;
+}
+
+void Sender::sayFinished() {
+    Dictionary text = makeText("finished");
+    setNumber(text, "size", _layout.fileSize);
+    text.setString("checksum", _checksum.text());
+    send(text);
+}
+
+bool Sender::onHave(const Dictionary& text) {
+    const auto frames = getNumber(text, "frames");
+    const auto held = getNumber(text, "held");
+    const uint64_t before = _window.base();
+    if (!frames || !held ||
+        !_window.confirm(*frames, *held, SystemUtil::getCPUTimeInMicroseconds())) {
+        return false;
+    }
+    if (_window.base() != before) {
+        progress();
+        _pace.arrived(_window.base() - before);
+        const uint64_t bytes = _window.base() * _layout.frameSize;
+        Standing(std::min(bytes, _layout.fileSize), _layout.fileSize).send(_events, "moved");
+    }
+    sendFrames();
+    return true;
+}
+
+bool Sender::onMissing(const Dictionary& text) {
+    const auto from = getNumber(text, "from");
+    if (!from) {
+        return false;
+    }
+    for (const long long offset : text.getIntegerArray("offsets")) {
+        const uint64_t index = *from + static_cast<uint64_t>(offset);
+        if (offset < 0 || *from > _window.next() || index >= _window.next()) {
+            return false;
+        }
+        ++_lost;
+        _pace.lost(1);
+        if (const Buffer* const datagram = _window.find(index)) {
+            transmit(*datagram);
+            ++_sentAgain;
+        }
+    }
+    return true;
+}
+
+bool Sender::onDone(const Dictionary& /*text*/) {
+    if (_window.base() != _layout.frames()) {
+        return false;
+    }
+    Standing(_layout.fileSize, _layout.fileSize, details()).send(_events, "finished");
+    end("", true);
+    return true;
+}
+
+std::string Sender::details() const {
+    const auto milliseconds = [this](unsigned int percent) {
+        return static_cast<double>(_window.latencies().percentile(percent)) / 1000;
+    };
+    char text[256];
+    std::snprintf(text, sizeof(text),
+                  "  datagrams: %llu sent, %llu lost, %llu sent again\n"
+                  "  frame latency: median %.2f ms, 99th percentile %.2f ms\n",
+                  static_cast<unsigned long long>(_datagrams),
+                  static_cast<unsigned long long>(_lost),
+                  static_cast<unsigned long long>(_sentAgain), milliseconds(50), milliseconds(99));
+    return text;
+}
+
+}  // namespace mirror

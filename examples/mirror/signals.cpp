@@ -1,0 +1,41 @@
+#include "signals.h"
+
+#include <nivur/runnable.h>
+#include <unistd.h>
+
+#include <utility>
+
+namespace mirror {
+
+sigset_t blockSignals(bool withUsr1) {
+    sigset_t set;
+    ::sigemptyset(&set);
+    ::sigaddset(&set, SIGINT);
+    ::sigaddset(&set, SIGTERM);
+    if (withUsr1) {
+        ::sigaddset(&set, SIGUSR1);
+    }
+    ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    return set;
+}
+
+Signals::Signals(const sigset_t& set, Handler handler) : _set(set), _handler(std::move(handler)) {
+    _thread.start(NIVUR::makeRunnable([this] { handleAll(); }), "mirror-signals");
+}
+
+Signals::~Signals() {
+    _thread.stop();
+    if (_thread.isStarted()) {
+        ::kill(::getpid(), SIGTERM);  // ends the wait
+    }
+    _thread.waitForStop();
+}
+
+void Signals::handleAll() {
+    int number = 0;
+    while (::sigwait(&_set, &number) == 0 && !_thread.isStopping()) {
+        _handler(number);
+    }
+}
+
+}  // namespace mirror

@@ -1,0 +1,35 @@
+#ifndef MIRROR_SIGNALS_H
+#define MIRROR_SIGNALS_H
+
+#include <nivur/no_copyable.h>
+#include <nivur/thread.h>
+
+#include <csignal>
+#include <functional>
+
+namespace mirror {
+
+/// Blocks SIGINT and SIGTERM, and SIGUSR1 if asked to, in this thread and those that it starts from
+/// now on, and returns their set.
+sigset_t blockSignals(bool withUsr1);
+
+/// Handles blocked signals on a thread of its own, where anything may be done.
+class Signals : public NIVUR::NoCopyable {
+  public:
+    using Handler = std::function<void(int)>;
+
+    /// Begins to call `handler` with the number of each signal.
+    Signals(const sigset_t& set, Handler handler);
+    ~Signals();
+
+  private:
+    void handleAll();
+
+    const sigset_t _set;
+    const Handler _handler;
+    NIVUR::Thread _thread;
+};
+
+}  // namespace mirror
+
+#endif

@@ -1,0 +1,46 @@
+#ifndef MIRROR_TEXTS_H
+#define MIRROR_TEXTS_H
+
+#include <nivur/dictionary.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+/// What the two ends tell each other on the control connection: JSON texts, a line each, with a
+/// "type".
+///
+///     sender                          receiver
+///     offer {name, size, frameSize}
+///                                     accept {session, window}
+///     index {sent}                    have {frames, held}, missing {from, offsets}
+///     finished {size, checksum}
+///                                     done
+///
+/// Either end may send "alive" at any time, and "refuse" {reason}, which ends the transfer.
+namespace mirror {
+
+/// A text of that type.
+NIVUR::Dictionary makeText(const std::string& type);
+
+/// The text that ends a transfer, and why.
+NIVUR::Dictionary makeRefusal(const std::string& reason);
+
+/// A text as it travels.
+std::string toLine(const NIVUR::Dictionary& text);
+
+/// The type of a text; "" when it has none.
+std::string typeOf(const NIVUR::Dictionary& text);
+
+/// Numbers travel as decimal strings: JSON integers are written in 32 bits.
+void setNumber(NIVUR::Dictionary& text, const std::string& key, uint64_t number);
+
+/// The number that was stored so; nothing when there is none.
+std::optional<uint64_t> getNumber(const NIVUR::Dictionary& text, const std::string& key);
+
+/// Text that a peer has chosen, fit for a terminal: without control characters, and not endless.
+std::string printable(std::string text);
+
+}  // namespace mirror
+
+#endif
