@@ -1,38 +1,229 @@
 #!/usr/bin/env bash
-# mirror_test MIRROR: the example as a person would run it, when it succeeds and when it cannot.
+# mirror_test MIRROR ECHO_SERVER: the example as people would run it, when it succeeds, when it cannot,
+# and against peers that mean no good.
 set -euo pipefail
-mirror=$1
+mirror=$1 echo_server=$2
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+trap 'kill -9 $(jobs -p) 2>/dev/null || true; rm -rf "$work"' EXIT
 cd "$work"
 
-fails() {  # MESSAGE ARGUMENT...: exit code 1 and that message
-    local message=$1 code=0
-    shift
-    "$mirror" "$@" >out 2>err || code=$?
-    if [[ $code -ne 1 ]] || ! grep -q -e "$message" err; then
-        echo "mirror $*: exit code $code, expected 1 and '$message'"
-        cat err
-        exit 1
-    fi
+fail() {
+    echo "line ${BASH_LINENO[1]}: $*"
+    tail -n 5 -- *.out *.err
+    exit 1
 }
 
-for size in 0 1 16384 3000001; do
-    head -c "$size" /dev/urandom >source
-    "$mirror" source copy >out
-    cmp source copy
-    grep -q "mirrored $size bytes" out
+soon() {  # COMMAND...: waits until it succeeds
+    local deadline=$((SECONDS + 20))
+    until "$@"; do
+        ((SECONDS < deadline)) || fail "never: $*"
+        sleep 0.02
+    done
+}
+
+listen() {  # DESTINATION OPTION...: a receiver; sets pid, host and port
+    : >receive.out
+    "$mirror" receive "$1" --listen "${address:-127.0.0.1}:0" "${@:2}" >receive.out 2>receive.err &
+    pid=$!
+    soon grep -q '^listening on' receive.out
+    host=$(sed -n 's/^listening on //p' receive.out)
+    port=${host##*:}
+}
+
+ends() {  # PID CODE NAME MESSAGE: the process ends so, with that in NAME.err
+    local code=0
+    wait "$1" 2>/dev/null || code=$?
+    [[ $code -eq $2 ]] || fail "$3: exit code $code, expected $2"
+    [[ -z $4 ]] || grep -q -e "$4" "$3.err" || fail "$3 did not say '$4'"
+}
+
+fails() {  # CODE MESSAGE ARGUMENT...
+    "$mirror" "${@:3}" >run.out 2>run.err &
+    ends $! "$1" run "$2"
+}
+
+nothing_left() { [[ ! -e $1 && ! -e $1.part ]] || fail "$1 or $1.part is there"; }
+
+# A sender that stops in the middle is given up after a while; the others go on meanwhile.
+truncate -s 8G huge
+listen frozen
+frozen_receiver=$pid
+mv receive.out frozen.out
+mv receive.err frozen.err
+"$mirror" send huge --to "$host" >frozen_sender.out 2>frozen_sender.err &
+frozen_sender=$!
+soon test -s frozen.part
+kill -STOP $frozen_sender
+
+# What is sent arrives, byte for byte.
+addresses=(127.0.0.1)
+grep -q '^0\{31\}1 ' /proc/net/if_inet6 2>/dev/null && addresses+=('[::1]')
+for address in "${addresses[@]}"; do
+    while read -r size drop; do
+        head -c "$size" /dev/urandom >source
+        listen copy --drop "$drop"
+        "$mirror" send source --to "$host" >send.out 2>send.err || fail "$address $size $drop"
+        ends $pid 0 receive ''
+        cmp source copy
+        grep -q "sent $size bytes in" send.out || fail 'no summary of the sender'
+        grep -q "received $size bytes in" receive.out || fail 'no summary of the receiver'
+        if ((size > 1000000)) && [[ $drop -gt 0 ]]; then
+            grep -q ' [1-9][0-9]* dropped on purpose' receive.out || fail 'nothing was dropped'
+            grep -q ' [1-9][0-9]* lost, [1-9][0-9]* sent again' send.out || fail 'nothing was lost'
+        fi
+    done <<<'0 0
+        1 0
+        1180 50
+        1181 0
+        3000001 5
+        1000001 40'
 done
+address=127.0.0.1
 
-fails 'usage'
-fails 'cannot read missing: No such file' missing copy
-fails 'cannot write none/copy: No such file' source none/copy
-fails 'same file' source ./source
-fails 'writing the destination failed' source /dev/full
+# Both ends in one process; a copy replaces a file.
+"$mirror" source copy --drop 5 >run.out
+cmp source copy
 
-truncate -s 2G source
-(
-    until [[ -s shrunk ]]; do :; done
-    truncate -s 1M source
-) &
-fails 'source shrank while it was read' source shrunk
+# What cannot be done is said.
+fails 2 usage
+fails 2 usage source
+fails 2 usage source copy --drop 100
+fails 2 usage send source --to localhost:7
+fails 2 usage send source --to ::1:7
+fails 2 usage send source --to 127.0.0.1:70000
+fails 2 usage receive copy --to 127.0.0.1:7
+fails 1 'cannot read missing: No such file' missing other
+fails 1 'cannot read \.: Is a directory' . other
+fails 1 'cannot write none/copy: No such file' source none/copy
+fails 1 'cannot write .*: not a file' source "$work"
+fails 1 'same file' source ./source
+fails 1 'cannot write /dev/full: No space left' source /dev/full
+fails 1 'cannot connect to 127.0.0.1:1: Connection refused' send source --to 127.0.0.1:1
+nothing_left other
+
+# Each end tells the other why.
+listen /dev/full
+fails 1 "cannot listen on $host: Address already in use" receive other --listen "$host"
+fails 1 'refused by the receiver: cannot write /dev/full' send source --to "$host"
+ends $pid 1 receive 'cannot write /dev/full'
+
+# A source that shrinks, a sender or a receiver that is killed, one that is asked to stop.
+"$mirror" huge shrunk >run.out 2>run.err &
+soon test -s shrunk.part
+truncate -s 1M huge
+ends $! 1 run 'huge shrank while it was read'
+nothing_left shrunk
+truncate -s 8G huge
+
+listen lost
+"$mirror" send huge --to "$host" >send.out 2>send.err &
+sender=$!
+soon test -s lost.part
+kill -9 $sender
+ends $pid 1 receive 'the sender closed the connection'
+nothing_left lost
+
+listen lost
+"$mirror" send huge --to "$host" >send.out 2>send.err &
+sender=$!
+soon test -s lost.part
+kill -9 $pid
+ends $sender 1 send 'the receiver closed the connection'
+
+"$mirror" huge stopped --dump >run.out 2>run.err &
+soon test -s stopped.part
+kill -USR1 $!
+for loop in send send-ctl recv recv-ctl disk; do
+    soon grep -q "dump thread info, _name: mirror-$loop," run.err
+done
+kill -TERM $!
+ends $! 1 run 'interrupted'
+nothing_left stopped
+
+# A receiver that talks nonsense: it sends back what it gets.
+"$echo_server" 127.0.0.1 0 2 >echo.out &
+soon grep -q port echo.out
+fails 1 'the receiver sent a text that does not belong here: offer' \
+    send source --to "127.0.0.1:$(sed 's/.* //' echo.out)"
+
+# Whoever does not make a good offer is turned away, and the receiver waits for the next.
+listen hello
+offer='{"type": "offer", "name": "hello", "size": "5", "frameSize": "1000"}'
+while read -r text; do
+    exec 3<>"/dev/tcp/127.0.0.1/$port"
+    printf '%s\n' "$text" >&3 || true
+    grep -q '"refuse"' <&3 || fail "accepted: $text"
+    exec 3>&-
+done <<END
+$(head -c 9000 /dev/zero | tr '\0' '[')
+$(head -c 300 /dev/urandom | tr "\n\0" "  ")
+{}
+{"type": "have"}
+{"type": "finished", "size": "5", "checksum": "a430d84680aabd0b"}
+${offer/5/-5}
+${offer/5/99999999999999999999}
+${offer/5/18446744073709551615}
+${offer/1000/0}
+${offer/1000/4294967296}
+${offer/1000/65000}
+END
+
+# A sender by hand, which keeps others out, and among whose datagrams are many that are none of its.
+exec 3<>"/dev/tcp/127.0.0.1/$port"
+echo "$offer" >&3
+until [[ ${accepted:-} == *'"accept"'* ]]; do
+    read -r -t 5 accepted <&3 || fail 'a good offer was not accepted'
+done
+session=$(sed 's/.*"session": "\([0-9]*\)".*/\1/' <<<"$accepted")
+fails 1 'refused by the receiver: busy' send source --to "$host"
+
+bytes() {  # COUNT NUMBER: in network byte order
+    for ((shift = 8 * ($1 - 1); shift >= 0; shift -= 8)); do
+        printf '%b' "\\x$(printf %x $(($2 >> shift & 255)))"
+    done
+}
+datagram() {  # SESSION INDEX TEXT
+    { bytes 8 "$1" && bytes 8 1 && bytes 4 "$2" && printf '%s' "$3"; } >datagram
+    cat datagram >"/dev/udp/127.0.0.1/$port"
+}
+for size in 1 19 20 21 25 1200 1201 9000; do
+    head -c "$size" /dev/urandom >datagram
+    cat datagram >"/dev/udp/127.0.0.1/$port"
+done
+datagram $((session + 1)) 0 hellO
+datagram "$session" 1 hellO
+datagram "$session" 4294967295 hellO
+datagram "$session" 0 hellO+
+datagram "$session" 0 hell
+datagram "$session" 0 hello
+datagram "$session" 0 hello
+grep -q '"frames": "1"' <&3 || fail 'the frame was not taken'
+echo '{"type": "finished", "size": "5", "checksum": "a430d84680aabd0b"}' >&3
+grep -q '"done"' <&3 || fail 'the file was not taken'
+exec 3>&-
+ends $pid 0 receive ''
+[[ $(<hello) == hello ]] || fail 'hello differs'
+grep -q ' 1 duplicates, 13 ignored' receive.out || fail 'what was ignored was not counted'
+
+# Once a transfer is under way, a bad text ends it.
+for text in '{"type": "index", "sent": "2"}' '{"type": "offer"}' '{"type": "finished", "size": "6"}' '!'; do
+    listen bad
+    exec 3<>"/dev/tcp/127.0.0.1/$port"
+    printf '%s\n' "$offer" "$text" >&3
+    grep -q '"refuse"' <&3 || fail "taken: $text"
+    exec 3>&-
+    ends $pid 1 receive 'the sender sent a text that'
+    nothing_left bad
+done
+listen bad
+exec 3<>"/dev/tcp/127.0.0.1/$port"
+printf '%s\n' "${offer/5/0}" '{"type": "finished", "size": "0", "checksum": "?"}' >&3
+grep -q '"refuse"' <&3 || fail 'a wrong checksum was taken'
+exec 3>&-
+ends $pid 1 receive 'the copy differs from the source'
+nothing_left bad
+
+ends $frozen_receiver 1 frozen 'the sender has been silent for 5 s'
+nothing_left frozen
+kill -CONT $frozen_sender
+ends $frozen_sender 1 frozen_sender 'receiver'

@@ -43,6 +43,7 @@ std::string Endpoint::wait() {
     if (_channel != nullptr && _lastWord) {
         _channel->waitForClose();
     }
+    stopLoops();
     return _error;
 }
 

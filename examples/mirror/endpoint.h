@@ -22,8 +22,8 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
   public:
     virtual ~Endpoint() = default;
 
-    /// Waits until the transfer has ended; an error message, or "" when the file has arrived. Call
-    /// it once.
+    /// Waits until the transfer has ended and closes the connection; an error message, or "" when
+    /// the file has arrived. Call it once.
     std::string wait();
 
     /// Ends the transfer with an error, unless it has ended. Any thread.
@@ -39,7 +39,7 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
     /// Starts the loops: the last thing that starting an end does.
     void startLoops();
 
-    /// Stops the loops: the first thing that the end's destruction does.
+    /// Stops the loops, unless wait() has: the first thing that the end's destruction does.
     void stopLoops();
 
     /// Takes up a connection to the peer.

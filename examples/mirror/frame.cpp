@@ -26,14 +26,15 @@ Number readNumber(const char* bytes) {
 }  // namespace
 
 void FrameHeader::write(char* bytes) const {
-    writeNumber(writeNumber(bytes, session), index);
+    writeNumber(writeNumber(writeNumber(bytes, session), sentUs), index);
 }
 
 std::optional<FrameHeader> FrameHeader::read(const char* bytes, unsigned int size) {
     if (size <= kHeaderSize || size > kDatagramSize) {
         return std::nullopt;
     }
-    return FrameHeader{readNumber<uint64_t>(bytes), readNumber<uint32_t>(bytes + sizeof(session))};
+    return FrameHeader{readNumber<uint64_t>(bytes), readNumber<uint64_t>(bytes + 8),
+                       readNumber<uint32_t>(bytes + 16)};
 }
 
 unsigned int FrameLayout::sizeOf(uint64_t index) const {

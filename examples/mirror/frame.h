@@ -7,13 +7,14 @@
 namespace mirror {
 
 constexpr unsigned int kDatagramSize = 1200;  // fits every link that IPv6 may use
-constexpr unsigned int kHeaderSize = 12;
+constexpr unsigned int kHeaderSize = 20;
 constexpr unsigned int kMaxFrameSize = kDatagramSize - kHeaderSize;
 
 /// What each datagram begins with; the bytes of one frame, a piece of the file, follow. In network
 /// byte order.
 struct FrameHeader {
     uint64_t session;  // a secret that the receiver has told the sender
+    uint64_t sentUs;   // on the sender's clock
     uint32_t index;    // of the frame in the file
 
     /// Writes kHeaderSize bytes.

@@ -6,35 +6,54 @@
 
 namespace mirror {
 
-/// How many frames may be on their way at once. It grows while nearly all arrive and shrinks when
-/// many are lost, as they are when a buffer on the way overflows. A link that loses one frame in
-/// ten whatever the pace does not slow it down.
+/// How many frames may be on their way at once. It grows as long as frames do not queue up on the
+/// way, which shows in the round trip before anything is lost, and shrinks when they do or when
+/// many are lost. A link that loses one frame in ten whatever the pace does not slow it down.
 class Pace {
   public:
     uint64_t limit() const { return _limit; }
 
-    /// Tells of frames that have arrived.
-    void arrived(uint64_t frames) {
+    /// The quickest way to the receiver and back that was seen, in microseconds.
+    uint64_t roundTripUs() const { return _quickestUs == UINT64_MAX ? 0 : _quickestUs; }
+
+    /// Tells of frames that have arrived, the last of them after that round trip.
+    void arrived(uint64_t frames, uint64_t roundTripUs) {
+        _recentUs = std::min(_recentUs, roundTripUs);
         _arrived += frames;
-        if (_arrived < _limit) {
-            return;
+        if (_arrived >= _limit) {
+            adapt();
         }
-        const bool tooMany = _lost > _arrived / kToleratedShare;
-        _limit = tooMany ? std::max(_limit / 2, kMin) : std::min(_limit + kStep, kMax);
+    }
+
+    /// Tells of one that has not.
+    void lost() { ++_lost; }
+
+  private:
+    static constexpr uint64_t kMin = 64;
+    static constexpr uint64_t kMax = 4096;
+    static constexpr uint64_t kStep = 16;
+    static constexpr uint64_t kToleratedShare = 8;
+    static constexpr uint64_t kToleratedUs = 2000;
+
+    void adapt() {
+        _quickestUs = std::min(_quickestUs, _recentUs);
+        if (_lost > _arrived / kToleratedShare) {
+            _limit = std::max(_limit / 2, kMin);
+        } else if (_recentUs > 2 * _quickestUs + kToleratedUs) {
+            _limit = std::max(_limit - kStep, kMin);
+        } else {
+            _limit = std::min(_limit + kStep, kMax);
+        }
+        _recentUs = UINT64_MAX;
         _arrived = 0;
         _lost = 0;
     }
 
-    /// Tells of frames that have not.
-    void lost(uint64_t frames) { _lost += frames; }
-
-  private:
-    static constexpr uint64_t kMin = 64;
-    static constexpr uint64_t kMax = 2048;
-    static constexpr uint64_t kStep = 16;
-    static constexpr uint64_t kToleratedShare = 8;
-
     uint64_t _limit = 2 * kMin;
+    uint64_t _quickestUs = UINT64_MAX;
+
+    // Since the limit was adapted.
+    uint64_t _recentUs = UINT64_MAX;
     uint64_t _arrived = 0;
     uint64_t _lost = 0;
 };

@@ -24,6 +24,7 @@ Reassembly::Outcome Reassembly::add(uint64_t index, SharedPtr<Buffer>& frame, ui
     }
     slot(index).frame.swap(frame);
     ++_held;
+    _newest = std::max(_newest, index + 1);
     expect(index + 1, nowMs);
     return Outcome::TAKEN;
 }

@@ -33,8 +33,9 @@ class Reassembly {
     /// The number of frames that were popped, and so the index of the first in the window.
     uint64_t base() const { return _base; }
 
-    /// How many frames are here.
-    unsigned int held() const { return _held; }
+    /// How many frames were taken, and the end of them.
+    uint64_t taken() const { return _base + _held; }
+    uint64_t newest() const { return _newest; }
 
     /// Up to `max` frames, given as their distance from base(), that should have come by now. They
     /// count as asked for again.
@@ -52,7 +53,8 @@ class Reassembly {
     std::vector<Slot> _slots;
     uint64_t _base = 0;
     uint64_t _expected = 0;  // the end of those that were sent
-    unsigned int _held = 0;
+    uint64_t _newest = 0;
+    uint64_t _held = 0;
 };
 
 }  // namespace mirror

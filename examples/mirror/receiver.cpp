@@ -156,6 +156,7 @@ bool Receiver::isFrame(const std::string& ip, unsigned int size) {
 
 void Receiver::takeFrame() {
     const auto header = FrameHeader::read(_datagram->data(), _datagram->usedSize());
+    _echoUs = header->sentUs;
     switch (_reassembly.add(header->index, _datagram, SystemUtil::getCPUTime())) {
         case Reassembly::Outcome::TAKEN:
             return;
@@ -178,7 +179,7 @@ void Receiver::passOn() {
         _reassembly.pop();
         progress();
     }
-    if (taken() - _acknowledged.taken >= kFramesPerHave) {
+    if (_reassembly.taken() - _acknowledged.taken >= kFramesPerHave) {
         acknowledge();
     }
     if (!_checksum.empty() && _reassembly.base() == _layout.frames()) {
@@ -187,10 +188,11 @@ void Receiver::passOn() {
 }
 
 void Receiver::acknowledge() {
-    _acknowledged = {_reassembly.base(), taken()};
+    _acknowledged = {_reassembly.base(), _reassembly.taken()};
     Dictionary text = makeText("have");
     setNumber(text, "frames", _reassembly.base());
-    setNumber(text, "held", _reassembly.held());
+    setNumber(text, "newest", _reassembly.newest());
+    setNumber(text, "echo", _echoUs);
     send(text);
 }
 
@@ -203,7 +205,7 @@ void Receiver::tick() {
         end(error);
         return;
     }
-    if (_acknowledged.base != _reassembly.base() || _acknowledged.taken != taken()) {
+    if (_acknowledged.base != _reassembly.base() || _acknowledged.taken != _reassembly.taken()) {
         acknowledge();
         Standing(_disk.written(), _layout.fileSize).send(_events, "moved");
     }
@@ -226,7 +228,9 @@ void Receiver::finish() {
     const std::string error = _disk.commit(_checksum);
     if (error.empty()) {
         Standing(_layout.fileSize, _layout.fileSize, details()).send(_events, "finished");
-        send(makeText("done"));
+        Dictionary text = makeText("done");
+        setNumber(text, "arrived", _layout.frames() + _duplicates);
+        send(text);
     }
     end(error);
 }

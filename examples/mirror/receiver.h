@@ -42,7 +42,6 @@ class Receiver : public Endpoint {
     bool isFrame(const std::string& ip, unsigned int size);
     void takeFrame();
     void passOn();
-    uint64_t taken() const { return _reassembly.base() + _reassembly.held(); }
     void acknowledge();
     void tick();
     void askForMissing();
@@ -72,6 +71,7 @@ class Receiver : public Endpoint {
         uint64_t base = 0;
         uint64_t taken = 0;
     } _acknowledged;
+    uint64_t _echoUs = 0;   // the sender's clock in the frame that came last
     std::string _checksum;  // of the sender, once it has sent everything
 
     uint64_t _askedAgain = 0;

@@ -15,15 +15,15 @@ const Buffer* SendWindow::find(uint64_t index) const {
     return index >= _base && index < next() ? _entries[index - _base].datagram.get() : nullptr;
 }
 
-bool SendWindow::confirm(uint64_t base, uint64_t held, uint64_t nowUs) {
-    if (base < _base || base > next() || held > next() - base) {
+bool SendWindow::confirm(uint64_t base, uint64_t newest, uint64_t nowUs) {
+    if (base < _base || base > newest || newest < _newest || newest > next()) {
         return false;
     }
     for (; _base < base; ++_base) {
         _latencies.add(nowUs - _entries.front().sentUs);
         _entries.pop_front();
     }
-    _held = held;
+    _newest = newest;
     return true;
 }
 

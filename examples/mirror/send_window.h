@@ -19,8 +19,8 @@ class SendWindow {
     uint64_t base() const { return _base; }
     uint64_t next() const { return _base + _entries.size(); }
 
-    /// How many frames were sent and, as far as is known, have not arrived.
-    uint64_t onTheWay() const { return _entries.size() - _held; }
+    /// How many frames were sent that no later one has overtaken.
+    uint64_t onTheWay() const { return next() - _newest; }
 
     /// Keeps the datagram of the next frame.
     void add(NIVUR::SharedPtr<NIVUR::Buffer> datagram, uint64_t nowUs);
@@ -28,9 +28,9 @@ class SendWindow {
     /// The datagram of a frame; null when it is not, or no longer, here.
     const NIVUR::Buffer* find(uint64_t index) const;
 
-    /// Lets go of the first frames up to `base`, where `held` of the later ones have arrived too;
-    /// false, with nothing changed, when that cannot be.
-    bool confirm(uint64_t base, uint64_t held, uint64_t nowUs);
+    /// Lets go of the frames before `base`, when the newest that has arrived is the one before
+    /// `newest`; false, with nothing changed, when that cannot be.
+    bool confirm(uint64_t base, uint64_t newest, uint64_t nowUs);
 
     /// How long it took from sending a frame to its confirmation.
     const Latencies& latencies() const { return _latencies; }
@@ -43,7 +43,7 @@ class SendWindow {
 
     std::deque<Entry> _entries;
     uint64_t _base = 0;
-    uint64_t _held = 0;
+    uint64_t _newest = 0;
     Latencies _latencies;
 };
 

@@ -102,9 +102,9 @@ void Sender::offer() {
 bool Sender::handle(const std::string& type, const Dictionary& text) {
     using Operation = bool (Sender::*)(const Dictionary&);
     static const std::map<std::string, Operation> kHandlers = {{"accept", &Sender::onAccept},
-                                                             {"have", &Sender::onHave},
-                                                             {"missing", &Sender::onMissing},
-                                                             {"done", &Sender::onDone}};
+                                                               {"have", &Sender::onHave},
+                                                               {"missing", &Sender::onMissing},
+                                                               {"done", &Sender::onDone}};
     const auto handler = kHandlers.find(type);
     const bool inOrder = (_maxWindow == 0) == (type == "accept");
     return handler != kHandlers.end() && inOrder && (this->*handler->second)(text);
@@ -167,16 +167,17 @@ bool Sender::readFrame() {
     if (!datagram || !_file.read(datagram->data() + kHeaderSize, size)) {
         return false;
     }
-    FrameHeader{_session, static_cast<uint32_t>(index)}.write(datagram->data());
     datagram->setUsedSize(kHeaderSize + size);
     _checksum.add(datagram->data() + kHeaderSize, size);
-    transmit(*datagram);
+    transmit(*datagram, index);
     _window.add(std::move(datagram), SystemUtil::getCPUTimeInMicroseconds());
     return true;
 }
 
 /// A datagram that the system refuses is as good as lost on the way, and asked for again.
-void Sender::transmit(const Buffer& datagram) {
+void Sender::transmit(const Buffer& datagram, uint64_t index) {
+    FrameHeader{_session, SystemUtil::getCPUTimeInMicroseconds(), static_cast<uint32_t>(index)}
+        .write(datagram.data());
     _udp.sendto(_to.ip, _to.port, datagram.data(), datagram.usedSize(), nullptr);
     ++_datagrams;
 }
@@ -190,15 +191,16 @@ void Sender::sayFinished() {
 
 bool Sender::onHave(const Dictionary& text) {
     const auto frames = getNumber(text, "frames");
-    const auto held = getNumber(text, "held");
+    const auto newest = getNumber(text, "newest");
     const uint64_t before = _window.base();
-    if (!frames || !held ||
-        !_window.confirm(*frames, *held, SystemUtil::getCPUTimeInMicroseconds())) {
+    const auto echo = getNumber(text, "echo");
+    const uint64_t nowUs = SystemUtil::getCPUTimeInMicroseconds();
+    if (!frames || !newest || !echo || *echo > nowUs || !_window.confirm(*frames, *newest, nowUs)) {
         return false;
     }
     if (_window.base() != before) {
         progress();
-        _pace.arrived(_window.base() - before);
+        _pace.arrived(_window.base() - before, nowUs - *echo);
         const uint64_t bytes = _window.base() * _layout.frameSize;
         Standing(std::min(bytes, _layout.fileSize), _layout.fileSize).send(_events, "moved");
     }
@@ -216,20 +218,31 @@ bool Sender::onMissing(const Dictionary& text) {
         if (offset < 0 || *from > _window.next() || index >= _window.next()) {
             return false;
         }
-        ++_lost;
-        _pace.lost(1);
-        if (const Buffer* const datagram = _window.find(index)) {
-            transmit(*datagram);
-            ++_sentAgain;
-        }
+        sendAgain(index);
     }
     return true;
 }
 
-bool Sender::onDone(const Dictionary& /*text*/) {
-    if (_window.base() != _layout.frames()) {
+/// Sends a frame again, unless it has arrived meanwhile or can still be on its way.
+void Sender::sendAgain(uint64_t index) {
+    const Buffer* const datagram = _window.find(index);
+    if (datagram == nullptr) {
+        return;
+    }
+    const uint64_t sentUs = FrameHeader::read(datagram->data(), datagram->usedSize())->sentUs;
+    if (SystemUtil::getCPUTimeInMicroseconds() - sentUs >= _pace.roundTripUs()) {
+        transmit(*datagram, index);
+        _pace.lost();
+        ++_sentAgain;
+    }
+}
+
+bool Sender::onDone(const Dictionary& text) {
+    const auto arrived = getNumber(text, "arrived");
+    if (_window.base() != _layout.frames() || !arrived || *arrived > _datagrams) {
         return false;
     }
+    _lost = _datagrams - *arrived;
     Standing(_layout.fileSize, _layout.fileSize, details()).send(_events, "finished");
     end("", true);
     return true;

@@ -36,7 +36,8 @@ class Sender : public Endpoint {
     void sendFrames();
     bool mayAddFrame() const;
     bool readFrame();
-    void transmit(const NIVUR::Buffer& datagram);
+    void transmit(const NIVUR::Buffer& datagram, uint64_t index);
+    void sendAgain(uint64_t index);
     void sayFinished();
     std::string details() const;
 

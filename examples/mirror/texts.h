@@ -13,9 +13,9 @@
 ///     sender                          receiver
 ///     offer {name, size, frameSize}
 ///                                     accept {session, window}
-///     index {sent}                    have {frames, held}, missing {from, offsets}
+///     index {sent}                    have {frames, newest, echo}, missing {from, offsets}
 ///     finished {size, checksum}
-///                                     done
+///                                     done {arrived}
 ///
 /// Either end may send "alive" at any time, and "refuse" {reason}, which ends the transfer.
 namespace mirror {
