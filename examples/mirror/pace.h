@@ -8,19 +8,20 @@ namespace mirror {
 
 /// How many frames may be on their way at once. It grows as long as frames do not queue up on the
 /// way, which shows in the round trip before anything is lost, and shrinks when they do or when
-/// many are lost. A link that loses one frame in ten whatever the pace does not slow it down.
+/// many are lost. A link that loses one frame in twenty whatever the pace does not slow it down.
 class Pace {
   public:
     uint64_t limit() const { return _limit; }
 
-    /// The quickest way to the receiver and back that was seen, in microseconds.
-    uint64_t roundTripUs() const { return _quickestUs == UINT64_MAX ? 0 : _quickestUs; }
+    /// How long the last frame that arrived took to the receiver and back, in microseconds.
+    uint64_t roundTripUs() const { return _latestUs; }
 
-    /// Tells of frames that have arrived, the last of them after that round trip.
+    /// Tells of frames that have arrived or were overtaken, the last after that round trip.
     void arrived(uint64_t frames, uint64_t roundTripUs) {
+        _latestUs = roundTripUs;
         _recentUs = std::min(_recentUs, roundTripUs);
         _arrived += frames;
-        if (_arrived >= _limit) {
+        if (_arrived >= kSample) {
             adapt();
         }
     }
@@ -31,7 +32,8 @@ class Pace {
   private:
     static constexpr uint64_t kMin = 64;
     static constexpr uint64_t kMax = 4096;
-    static constexpr uint64_t kStep = 16;
+    static constexpr uint64_t kStep = 32;
+    static constexpr uint64_t kSample = 1024;  // losses are reported in bunches
     static constexpr uint64_t kToleratedShare = 8;
     static constexpr uint64_t kToleratedUs = 2000;
 
@@ -50,6 +52,7 @@ class Pace {
     }
 
     uint64_t _limit = 2 * kMin;
+    uint64_t _latestUs = 0;
     uint64_t _quickestUs = UINT64_MAX;
 
     // Since the limit was adapted.

@@ -10,8 +10,8 @@ namespace mirror {
 
 namespace {
 
-constexpr uint64_t kPatienceMs = 10;       // for a frame that others have overtaken
-constexpr uint64_t kAskedPatienceMs = 20;  // for one that was asked for again
+constexpr uint64_t kPatienceMs = 5;        // for a frame that others have overtaken
+constexpr uint64_t kAskedPatienceMs = 10;  // for one that was asked for again
 
 }  // namespace
 

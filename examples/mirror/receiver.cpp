@@ -24,7 +24,7 @@ namespace mirror {
 
 namespace {
 
-constexpr unsigned int kWindow = 4096;
+constexpr unsigned int kWindow = 8192;
 constexpr unsigned int kRoomSize = kDatagramSize + 1;  // shows which datagrams are too long
 constexpr unsigned int kSocketBuffer = 4 * 1024 * 1024;
 constexpr int kDatagramsPerPoll = 64;

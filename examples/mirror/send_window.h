@@ -19,6 +19,9 @@ class SendWindow {
     uint64_t base() const { return _base; }
     uint64_t next() const { return _base + _entries.size(); }
 
+    /// The first frame behind all that have arrived.
+    uint64_t newest() const { return _newest; }
+
     /// How many frames were sent that no later one has overtaken.
     uint64_t onTheWay() const { return next() - _newest; }
 

@@ -26,7 +26,7 @@ namespace {
 constexpr unsigned int kTickMs = 1;
 constexpr unsigned int kConnectMs = 10;
 constexpr int kMaxAttempts = 500;
-constexpr unsigned int kMaxWindow = 4096;
+constexpr unsigned int kMaxWindow = 8192;
 
 const NIVUR::BufferPool_Config& poolConfig() {
     static const NIVUR::BufferPool_Config config{{{kDatagramSize, kMaxWindow}}};
@@ -191,16 +191,20 @@ void Sender::sayFinished() {
 
 bool Sender::onHave(const Dictionary& text) {
     const auto frames = getNumber(text, "frames");
-    const auto newest = getNumber(text, "newest");
-    const uint64_t before = _window.base();
+    const auto end = getNumber(text, "newest");
+    const uint64_t base = _window.base();
+    const uint64_t newest = _window.newest();
     const auto echo = getNumber(text, "echo");
     const uint64_t nowUs = SystemUtil::getCPUTimeInMicroseconds();
-    if (!frames || !newest || !echo || *echo > nowUs || !_window.confirm(*frames, *newest, nowUs)) {
+    if (!frames || !end || !echo || *echo > nowUs || !_window.confirm(*frames, *end, nowUs)) {
         return false;
     }
-    if (_window.base() != before) {
+    if (_echoUs != *echo) {
+        _echoUs = *echo;
+        _pace.arrived(_window.newest() - newest, nowUs - *echo);
+    }
+    if (_window.base() != base) {
         progress();
-        _pace.arrived(_window.base() - before, nowUs - *echo);
         const uint64_t bytes = _window.base() * _layout.frameSize;
         Standing(std::min(bytes, _layout.fileSize), _layout.fileSize).send(_events, "moved");
     }

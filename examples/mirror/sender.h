@@ -63,6 +63,7 @@ class Sender : public Endpoint {
     SendWindow _window;
     Pace _pace;
     uint64_t _announced = 0;
+    uint64_t _echoUs = 0;  // when the last frame was sent that is known to have arrived
 
     uint64_t _datagrams = 0;
     uint64_t _lost = 0;
