@@ -192,6 +192,7 @@ for size in 1 19 20 21 25 1200 1201 9000; do
 done
 datagram $((session + 1)) 0 hellO
 datagram "$session" 1 hellO
+datagram "$session" 1 "$(printf '%01000d' 0)"
 datagram "$session" 4294967295 hellO
 datagram "$session" 0 hellO+
 datagram "$session" 0 hell
@@ -203,7 +204,7 @@ grep -q '"done"' <&3 || fail 'the file was not taken'
 exec 3>&-
 ends $pid 0 receive ''
 [[ $(<hello) == hello ]] || fail 'hello differs'
-grep -q ' 1 duplicates, 13 ignored' receive.out || fail 'what was ignored was not counted'
+grep -q ' 1 duplicates, 14 ignored' receive.out || fail 'what was ignored was not counted'
 
 # Once a transfer is under way, a bad text ends it.
 for text in '{"type": "index", "sent": "2"}' '{"type": "offer"}' '{"type": "finished", "size": "6"}' '!'; do

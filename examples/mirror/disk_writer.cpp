@@ -24,7 +24,7 @@ DiskWriter::DiskWriter(std::string path)
 
 DiskWriter::~DiskWriter() {
     _loop.stop();
-    if (_file != nullptr && _partPath != _path) {
+    if (!_partPath.empty()) {
         std::remove(_partPath.c_str());
     }
 }
@@ -38,17 +38,19 @@ std::string DiskWriter::open() {
 }
 
 std::string DiskWriter::openFile() {
-    std::error_code ignored;
-    const fs::file_type type = fs::status(_path, ignored).type();
+    std::error_code error;
+    const fs::file_type type = fs::status(_path, error).type();
     const bool isDevice = type == fs::file_type::character || type == fs::file_type::block;
     if (type == fs::file_type::regular || type == fs::file_type::not_found || isDevice) {
-        _partPath = isDevice ? _path : _path + ".part";
-        _file.reset(std::fopen(_partPath.c_str(), "wb"));
-    } else if (type != fs::file_type::none) {
+        const std::string path = isDevice ? _path : _path + ".part";
+        _file.reset(std::fopen(path.c_str(), "wb"));
+        error.assign(_file == nullptr ? errno : 0, std::generic_category());
+        _partPath = isDevice || error ? "" : path;
+    } else if (!error) {
         return "cannot write " + _path + ": not a file";
     }
-    if (_file == nullptr) {
-        return "cannot write " + _path + ": " + std::strerror(errno);
+    if (error) {
+        return "cannot write " + _path + ": " + error.message();
     }
     std::setvbuf(_file.get(), nullptr, _IONBF, 0);  // the chunks are large
     return "";
@@ -93,18 +95,18 @@ std::string DiskWriter::commit(const std::string& checksum) {
 
 std::string DiskWriter::finish(const std::string& checksum) {
     drain();
-    if (error().empty() && _checksum.text() != checksum) {
+    if (!error().empty()) {
+        return error();
+    }
+    if (_checksum.text() != checksum) {
         return "the copy differs from the source";
     }
-    if (error().empty() && std::fflush(_file.get()) != 0) {
+    if (std::fclose(_file.release()) != 0) {
         fail(errno);
-    }
-    if (error().empty() && _partPath != _path &&
-        std::rename(_partPath.c_str(), _path.c_str()) != 0) {
+    } else if (!_partPath.empty() && std::rename(_partPath.c_str(), _path.c_str()) != 0) {
         fail(errno);
-    }
-    if (error().empty()) {
-        _file.reset();
+    } else {
+        _partPath.clear();
     }
     return error();
 }

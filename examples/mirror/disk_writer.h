@@ -59,7 +59,6 @@ class DiskWriter : public NIVUR::NoCopyable {
     void fail(int reason);
 
     const std::string _path;
-    std::string _partPath;  // set by openFile() alone, for which open() waits
     NIVUR::RunLoop _loop{"mirror-disk"};
     NIVUR::RingBuffer _ring;
     std::atomic<bool> _drainQueued{false};
@@ -70,6 +69,7 @@ class DiskWriter : public NIVUR::NoCopyable {
 
     // On the loop alone.
     std::unique_ptr<std::FILE, Close> _file;
+    std::string _partPath;  // of what is not whole yet, or ""
     Checksum _checksum;
 };
 

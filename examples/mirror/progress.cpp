@@ -50,6 +50,7 @@ void Progress::onEvent(const NIVUR::Event& event, NIVUR::Parameter* parameter) {
     }
     if (event.id() == "begun") {
         _watch.emplace();
+        std::fputs(_quiet ? "" : standing->details.c_str(), stdout);
     } else if (event.id() == "finished") {
         printSummary(*standing);
     } else if (!_quiet && seconds() - _printed >= kIntervalSeconds) {

@@ -19,7 +19,7 @@ struct Standing : NIVUR::ParameterValue {
         : done(doneBytes), size(sizeBytes), details(std::move(detailLines)) {}
     const uint64_t done;
     const uint64_t size;
-    const std::string details;  // for the summary
+    const std::string details;  // lines to print when it has begun or finished
 
     /// Sends the event `name`: "begun", "moved" or "finished".
     void send(NIVUR::EventCenter& events, const std::string& name) const;

@@ -267,19 +267,20 @@ bool Receiver::onOffer(const Dictionary& text) {
     }
     const std::string error = _disk.open();
     if (error.empty()) {
-        accept();
+        accept(printable(text.getString("name")));
     } else {
         end(error);
     }
     return true;
 }
 
-void Receiver::accept() {
+void Receiver::accept(const std::string& name) {
     std::random_device random;
     _session = uint64_t{random()} << 32 | random();
     _accepted = true;
     progress();
-    Standing(0, _layout.fileSize).send(_events, "begun");
+    Standing(0, _layout.fileSize, "receiving " + name + " from " + peer() + "\n")
+        .send(_events, "begun");
     Dictionary text = makeText("accept");
     setNumber(text, "session", _session);
     setNumber(text, "window", kWindow);

@@ -48,7 +48,7 @@ class Receiver : public Endpoint {
     void finish();
     std::string details() const;
 
-    void accept();
+    void accept(const std::string& name);
     bool handle(const std::string& type, const NIVUR::Dictionary& text) override;
     bool onOffer(const NIVUR::Dictionary& text);
     bool onIndex(const NIVUR::Dictionary& text);

@@ -74,6 +74,7 @@ void Sender::attemptConnection() {
     if (_connecting == nullptr) {
         _connecting = std::make_unique<NIVUR::ClientSocket>();
         _connecting->setLogEnabled(false);
+        _udp.setLogEnabled(false);
         created = _connecting->create(_to.anyLocal(), 0) && _udp.create(_to.anyLocal(), 0) &&
                   _connecting->setBlocking(false) == 0;
     }
