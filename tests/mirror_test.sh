@@ -8,7 +8,7 @@ trap 'kill -9 $(jobs -p) 2>/dev/null || true; rm -rf "$work"' EXIT
 cd "$work"
 
 fail() {
-    echo "line ${BASH_LINENO[1]}: $*"
+    echo "line ${BASH_LINENO[*]}: $*"
     tail -n 5 -- *.out *.err
     exit 1
 }
