@@ -148,14 +148,14 @@ fails 1 'the receiver sent a text that does not belong here: offer' \
 
 # Whoever does not make a good offer is turned away, and the receiver waits for the next.
 listen hello
-offer='{"type": "offer", "name": "hello", "size": "5", "frameSize": "1000"}'
+offer='{"type": "offer", "name": "hello", "size": "5", "frameSize": "3"}'
 while read -r text; do
     exec 3<>"/dev/tcp/127.0.0.1/$port"
     printf '%s\n' "$text" >&3 || true
     grep -q '"refuse"' <&3 || fail "accepted: $text"
     exec 3>&-
 done <<END
-$(head -c 9000 /dev/zero | tr '\0' '[')
+$(head -c 8000 /dev/zero | tr '\0' '[')
 $(head -c 300 /dev/urandom | tr "\n\0" "  ")
 {}
 {"type": "have"}
@@ -163,10 +163,14 @@ $(head -c 300 /dev/urandom | tr "\n\0" "  ")
 ${offer/5/-5}
 ${offer/5/99999999999999999999}
 ${offer/5/18446744073709551615}
-${offer/1000/0}
-${offer/1000/4294967296}
-${offer/1000/65000}
+${offer/3/0}
+${offer/3/4294967296}
+${offer/3/65000}
 END
+exec 3<>"/dev/tcp/127.0.0.1/$port"
+head -c 9000 /dev/zero | tr '\0' ' ' >&3
+grep -q 'too long' <&3 || fail 'a text without end was taken'
+exec 3>&-
 
 # A sender by hand, which keeps others out, and among whose datagrams are many that are none of its.
 exec 3<>"/dev/tcp/127.0.0.1/$port"
@@ -190,15 +194,16 @@ for size in 1 19 20 21 25 1200 1201 9000; do
     head -c "$size" /dev/urandom >datagram
     cat datagram >"/dev/udp/127.0.0.1/$port"
 done
-datagram $((session + 1)) 0 hellO
-datagram "$session" 1 hellO
-datagram "$session" 1 "$(printf '%01000d' 0)"
-datagram "$session" 4294967295 hellO
-datagram "$session" 0 hellO+
-datagram "$session" 0 hell
-datagram "$session" 0 hello
-datagram "$session" 0 hello
-grep -q '"frames": "1"' <&3 || fail 'the frame was not taken'
+datagram $((session + 1)) 0 Hel
+datagram "$session" 2 Hel
+datagram "$session" 4294967295 Hel
+datagram "$session" 0 Hell
+datagram "$session" 0 He
+datagram "$session" 1 Lo+
+datagram "$session" 1 lo
+datagram "$session" 1 LO
+datagram "$session" 0 hel
+grep -q '"frames": "2"' <&3 || fail 'the frames were not taken'
 echo '{"type": "finished", "size": "5", "checksum": "a430d84680aabd0b"}' >&3
 grep -q '"done"' <&3 || fail 'the file was not taken'
 exec 3>&-
@@ -207,7 +212,7 @@ ends $pid 0 receive ''
 grep -q ' 1 duplicates, 14 ignored' receive.out || fail 'what was ignored was not counted'
 
 # Once a transfer is under way, a bad text ends it.
-for text in '{"type": "index", "sent": "2"}' '{"type": "offer"}' '{"type": "finished", "size": "6"}' '!'; do
+for text in '{"type": "index", "sent": "3"}' '{"type": "offer"}' '{"type": "finished", "size": "6"}' '!'; do
     listen bad
     exec 3<>"/dev/tcp/127.0.0.1/$port"
     printf '%s\n' "$offer" "$text" >&3

@@ -101,9 +101,8 @@ std::string DiskWriter::finish(const std::string& checksum) {
     if (_checksum.text() != checksum) {
         return "the copy differs from the source";
     }
-    if (std::fclose(_file.release()) != 0) {
-        fail(errno);
-    } else if (!_partPath.empty() && std::rename(_partPath.c_str(), _path.c_str()) != 0) {
+    if (std::fclose(_file.release()) != 0 ||
+        (!_partPath.empty() && std::rename(_partPath.c_str(), _path.c_str()) != 0)) {
         fail(errno);
     } else {
         _partPath.clear();
