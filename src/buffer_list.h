@@ -32,8 +32,8 @@ class NIVUR_EXPORT BufferList : public BufferOwner, public NoCopyable {
     ~BufferList() override;
 
     /// The free buffer that was made first, in use and with used size 0, or an empty pointer when
-    /// none is free. Finding it takes the same time in a long list as in a short one, and no
-    /// memory. The size is not consulted.
+    /// none is free. Its parameter() still holds what its last holder stored. Finding it takes the
+    /// same time in a long list as in a short one, and no memory. The size is not consulted.
     SharedPtr<Buffer> getBuffer(unsigned int size);
 
     /// Makes one of the list's buffers free again; one that is free stays so. The pointers that the

@@ -32,8 +32,9 @@ class NIVUR_EXPORT BufferPool : public NoCopyable {
 
     /// A buffer of at least `size` bytes: a free one of the smallest list that is large enough and
     /// has one, or else what getBuffer() gives. Only getBuffer() takes `param` over: with a list's
-    /// buffer, which has an owner(), it is not attached and stays the caller's. When the memory for
-    /// either cannot be had, `param` is deleted, with the results of getBuffer().
+    /// buffer, which has an owner(), it is not attached and stays the caller's. Such a buffer's
+    /// parameter() still holds what its last holder stored. When the memory for either cannot be
+    /// had, `param` is deleted, with the results of getBuffer().
     SharedPtr<Buffer> getPoolBuffer(unsigned int size, BaseBufferParam* param);
 
     /// A new unowned buffer of exactly `size` bytes that owns `param`, which may be null, and is

@@ -21,6 +21,8 @@ class NIVUR_EXPORT ClientSocket : public Socket {
 
     /// Duplicates the connection; with no descriptor left the copy is not created and has no peer.
     ClientSocket(const ClientSocket& other);
+
+    /// As the copy constructor, after closing what this object had.
     ClientSocket& operator=(const ClientSocket& other);
 
     /// Makes a TCP socket bound to a local address; see Socket::create().
@@ -57,6 +59,8 @@ class NIVUR_EXPORT ClientSocket : public Socket {
 
     /// A mark for the caller, which nothing here reads: close() sets it.
     bool isDeprecated() const { return _deprecated; }
+
+    /// Sets or removes that mark.
     void setDeprecated(bool deprecated) { _deprecated = deprecated; }
 
   private:

@@ -24,6 +24,8 @@ class NIVUR_EXPORT Date {
     /// Now on the wall clock, which may be set: measure durations with StopWatch.
     static Date now();
 
+    ///@{
+    /// A component in UTC, in its usual range: the month from 1, the hour up to 23.
     unsigned int year() const { return _year; }
     unsigned int month() const { return _month; }
     unsigned int day() const { return _day; }
@@ -31,11 +33,16 @@ class NIVUR_EXPORT Date {
     unsigned int minute() const { return _minute; }
     unsigned int second() const { return _second; }
     unsigned int millisecond() const { return _millisecond; }
+    ///@}
+
+    /// The milliseconds since 1970-01-01 00:00:00 UTC.
     unsigned long long millisecondsFrom1970() const { return _millisecondsFrom1970; }
 
+    ///@{
     /// Dates compare by their milliseconds alone.
     bool operator==(const Date& other) const;
     bool operator<(const Date& other) const;
+    ///@}
 
     /// The date so many milliseconds later, or earlier if negative.
     Date operator+(int milliseconds) const;

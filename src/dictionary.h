@@ -34,9 +34,11 @@ class NIVUR_EXPORT Dictionary {
 
     /// An empty record.
     Dictionary() noexcept;
+    /// A deep copy.
     Dictionary(const Dictionary& other);
     /// Leaves `other` empty.
     Dictionary(Dictionary&& other) noexcept;
+    /// A deep copy, which is whole before the old values go.
     Dictionary& operator=(const Dictionary& other);
     /// Leaves `other` empty, unless it is this record.
     Dictionary& operator=(Dictionary&& other) noexcept;
@@ -45,6 +47,7 @@ class NIVUR_EXPORT Dictionary {
     /// The number of keys.
     unsigned int size() const;
 
+    /// True when the key holds a value of any type.
     bool hasKey(const std::string& key) const;
 
     /// The type of the key's value; TYPE_NONE when there is no such key.
@@ -60,6 +63,7 @@ class NIVUR_EXPORT Dictionary {
     /// Removes every key.
     void clear();
 
+    ///@{
     /// A copy of the value that the key holds under just this type: nothing is converted. Otherwise
     /// 0, false, or an empty string, record or array.
     std::string getString(const std::string& key) const;
@@ -72,7 +76,9 @@ class NIVUR_EXPORT Dictionary {
     std::vector<long double> getDecimalArray(const std::string& key) const;
     std::vector<bool> getBooleanArray(const std::string& key) const;
     std::vector<Dictionary> getObjectArray(const std::string& key) const;
+    ///@}
 
+    ///@{
     /// Stores a copy under the key, in place of any earlier value, whatever its type. A record may
     /// be stored into itself.
     void setString(const std::string& key, const std::string& value);
@@ -85,6 +91,7 @@ class NIVUR_EXPORT Dictionary {
     void setDecimalArray(const std::string& key, const std::vector<long double>& value);
     void setBooleanArray(const std::string& key, const std::vector<bool>& value);
     void setObjectArray(const std::string& key, const std::vector<Dictionary>& value);
+    ///@}
 
   private:
     friend class JsonConversion;

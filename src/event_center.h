@@ -33,18 +33,21 @@ class NIVUR_EXPORT EventCenter : public NoCopyable {
     EventCenter();
     virtual ~EventCenter();
 
-    /// Adds the handler behind the others of the name; one that is among them keeps its place.
+    /// Adds the handler behind the others of the name; one that is among them keeps its place. A
+    /// dispatch of that name under way, also one that makes this call, will call it too. When
+    /// memory is exhausted std::bad_alloc passes through and nothing was added.
     /// REQUIRES: handler is not null.
     void registerEventHandler(const std::string& name, EventHandler* handler);
 
-    /// Removes the handler from those of the name; nothing happens when it is not among them.
+    /// Removes the handler from those of the name; nothing happens when it is not among them. This
+    /// is no barrier: a call of the handler under way on another thread is not waited for.
     /// REQUIRES: handler is not null.
     void unregisterEventHandler(const std::string& name, EventHandler* handler);
 
-    /// Removes all handlers of all names. Nobody is told.
+    /// Removes all handlers of all names. Nobody is told, and no call under way is waited for.
     void unregisterAllEventHandlers();
 
-    /// Removes all handlers of the name.
+    /// Removes all handlers of the name, likewise.
     void unregisterAllEventHandlers(const std::string& name);
 
     /// Calls each handler of the event's name once, in the order of registration, with the event

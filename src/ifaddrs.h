@@ -27,9 +27,10 @@ struct ifaddrs {  // a redefinition? Include either <nivur/ifaddrs.h> or the pla
 extern "C" {
 
 /// Lists the host's IPv4 and IPv6 addresses in the kernel's order, those of interfaces that are
-/// down included; on a point-to-point link the address is the peer's. Returns 0 and the list, null
-/// when there are none, which freeifaddrs() must free; otherwise -1, with `*list` untouched or
-/// null. Any thread may call it at any time.
+/// down included; on a point-to-point link the address is the peer's. There are no link-layer
+/// records. Returns 0 and the list, null when there are none, which freeifaddrs() must free;
+/// otherwise -1, with `*list` untouched or null: one interface that cannot be read fails them all.
+/// Any thread may call it at any time.
 NIVUR_EXPORT int getifaddrs(struct ifaddrs** list) noexcept;
 
 /// Frees a list from getifaddrs(), all of it; null does nothing.

@@ -33,6 +33,7 @@ class NIVUR_EXPORT NIVUR_CAPABILITY("mutex") Mutex : public NoCopyable {
 /// Holds a Mutex, which must outlive it, for the length of a scope.
 class NIVUR_EXPORT NIVUR_SCOPED_CAPABILITY AutoLock : public NoCopyable {
   public:
+    /// Waits for the lock and takes it; the end of the scope gives it back.
     explicit AutoLock(Mutex& mutex) NIVUR_ACQUIRE(mutex) : _mutex(mutex) { _mutex.lock(); }
     virtual ~AutoLock() NIVUR_RELEASE() { _mutex.unlock(); }
 

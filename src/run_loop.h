@@ -32,9 +32,8 @@ class LinkedQueue;
 /// cancelTasksForObject().
 ///
 /// What a task throws, or memory that runs out on the loop's thread while a task allocates, ends
-/// the process. An idle loop wakes ten times a second. Normal tasks can starve behind high-priority
-/// ones. REQUIRES for destruction: not from a task of the loop itself, and no call under way on
-/// another thread.
+/// the process. REQUIRES for destruction: not from a task of the loop itself, and no call under way
+/// on another thread.
 class NIVUR_EXPORT RunLoop : public NoCopyable {
   public:
     /// A loop that is not running yet. Its thread will bear `name`.
@@ -44,7 +43,8 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     virtual ~RunLoop();
 
     /// Starts the loop's thread; false, with the reason logged, when it runs already or no thread
-    /// can be made. Drops queued tasks either way; timers that were added before stay and run.
+    /// can be made. Drops queued tasks either way; timers that were added before stay and run. An
+    /// idle loop wakes ten times a second.
     bool start(Thread::ThreadPriority priority = Thread::THREAD_PRIORITY_NORMAL);
 
     /// Lets the running task end, drops queued tasks and timers, releases synchronous posters, and
@@ -52,11 +52,12 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     /// of the loop it returns at once and the loop ends after the task.
     void stop();
 
-    /// Queues a task, before all normal ones if `highPriority`. With `wait` it returns when the
-    /// task has run and is deleted, or was dropped: nothing tells which. A waiting post from a task
-    /// of the same loop runs the task at once; two loops that post to each other and wait do so for
-    /// ever. A loop that is not running, or is stopping, logs that and deletes the task. REQUIRES:
-    /// item is not null.
+    /// Queues a task, before all normal ones if `highPriority`: those can starve behind a steady
+    /// supply of high-priority ones. With `wait` it returns when the task has run and is deleted,
+    /// or was dropped: nothing tells which. A waiting post from a task of the same loop runs the
+    /// task at once; two loops that post to each other and wait do so for ever. A loop that is not
+    /// running, or is stopping, logs that and deletes the task. When memory is exhausted the task
+    /// is deleted and std::bad_alloc passes through. REQUIRES: item is not null.
     void postItem(Runnable* item, bool highPriority, bool wait);
 
     /// Adds a timer that runs its task `interval` milliseconds from now, once, or with `repeat`
@@ -64,7 +65,8 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     /// missed are made up for, one a pass. Timers that are due together run in the order of their
     /// due times, then of their adding. Accepted in every state of the loop; stop() drops it. A
     /// null task never runs. Returns the timer's id, the address of its task, which may recur once
-    /// the task is gone.
+    /// the task is gone. When memory is exhausted the task is deleted and std::bad_alloc passes
+    /// through.
     long addTimer(Runnable* task, unsigned int interval, bool repeat);
 
     /// Removes the timer with this id, if there is one. From another thread it waits for a task

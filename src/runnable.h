@@ -38,6 +38,7 @@ NIVUR_EXPORT std::string plainFunctionText(std::string text);
 template <class TClass, class Func>
 class Functor0 : public Runnable {
   public:
+    /// Will call `func` on `object`, by which the task can be cancelled.
     Functor0(TClass* object, Func func) : _object(object), _func(func) {}
 
     void run() override { (_object->*_func)(); }
@@ -55,11 +56,14 @@ class Functor0 : public Runnable {
 template <class Callable>
 class CallableRunnable : public Runnable {
   public:
+    /// Keeps `callable`; `object`, which is what getObject() gives, is not owned.
     CallableRunnable(Callable callable, void* object)
         : _callable(std::move(callable)), _object(object) {}
 
     void run() override { _callable(); }
     void* getObject() override { return _object; }
+
+    /// As Functor0's: the compiler's text, which names the callable's type.
     std::string dump() override { return plainFunctionText(__PRETTY_FUNCTION__); }
 
   private:
@@ -68,6 +72,8 @@ class CallableRunnable : public Runnable {
 };
 
 /// A new task, the caller's, that calls `callable`; getObject() gives `object`, which is not owned.
+/// Without an object the task cannot be cancelled. When memory is exhausted std::bad_alloc passes
+/// through.
 template <class Callable>
 Runnable* makeRunnable(Callable&& callable, void* object = nullptr) {
     return new CallableRunnable<std::decay_t<Callable>>(std::forward<Callable>(callable), object);

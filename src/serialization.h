@@ -12,7 +12,8 @@ namespace NIVUR {
 /// Turns records into JSON text and back. It holds no state: any thread may call any operation at
 /// any time, with a record that no other thread changes meanwhile. Either direction takes time in
 /// proportion to the document, and carries at most 2,047 levels of objects and arrays: so many take
-/// up to 0.7 MB of stack to write and 0.4 MB to read.
+/// up to 0.7 MB of stack to write and 0.4 MB to read. Memory that runs out for the JSON tree shows
+/// in the results; elsewhere std::bad_alloc passes through.
 class NIVUR_EXPORT Serialization {
   public:
     Serialization() = delete;
@@ -27,8 +28,8 @@ class NIVUR_EXPORT Serialization {
     static std::string serializeArray(const std::vector<Dictionary>& dictionaries);
 
     /// The record that a JSON object describes; an empty one for an array, and, with an error line,
-    /// for text that is not JSON. One number beyond 64 bits or 1e308, or one \u0000, makes the
-    /// whole text unreadable.
+    /// for text that is not JSON. One integer beyond 64 bits, one number beyond a double (1e999) or
+    /// one `\u0000` makes the whole text unreadable.
     ///
     /// Integers are confined to 32 bits. The first element of an array decides its type (elements
     /// of other types are dropped), and its integers pass through double. Nulls, empty arrays,

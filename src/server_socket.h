@@ -27,7 +27,8 @@ class NIVUR_EXPORT ServerSocket : public Socket {
 
     /// Takes one connection, for which a blocking socket waits. The caller owns the new connected
     /// socket. Null, with an error line, when not created or on failure, such as no connection on a
-    /// non-blocking socket.
+    /// non-blocking socket. When memory is exhausted the connection is closed and std::bad_alloc
+    /// passes through.
     ClientSocket* accept();
 
   private:

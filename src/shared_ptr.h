@@ -31,9 +31,11 @@ class SharedCount : public NoCopyable {
     /// serves again when the object is lent anew.
     enum Place { ON_HEAP, IN_OBJECT };
 
+    /// One reference to `object`, which `disposer` will end.
     SharedCount(T* object, PtrDisposer<T>* disposer, Place place = ON_HEAP)
         : _ptr(object), _disposer(disposer), _place(place) {}
 
+    /// Adds one reference to those that are there.
     void incRefCount() { _refCount.fetch_add(1, std::memory_order_relaxed); }
 
     /// Drops one reference; the last one disposes of the object and frees this block.
@@ -62,6 +64,7 @@ class SharedPtr {
         void dispose(T* object) override { delete object; }
     };
 
+    /// The one object of it, there before an application's first static object and after its last.
     static DefaultPtrDisposer _kDefaultPtrDisposer;
 
     /// An empty pointer.
@@ -87,6 +90,7 @@ class SharedPtr {
         count._refCount.store(1, std::memory_order_relaxed);
     }
 
+    /// One more reference to the same object.
     SharedPtr(const SharedPtr& other) : _ptr(other._ptr), _sharedCount(other._sharedCount) {
         if (_sharedCount != nullptr) {
             _sharedCount->incRefCount();
@@ -104,6 +108,7 @@ class SharedPtr {
         return *this;
     }
 
+    /// Leaves `other` empty, unless it is this pointer.
     SharedPtr& operator=(SharedPtr&& other) noexcept {
         SharedPtr(std::move(other)).swap(*this);
         return *this;
@@ -117,12 +122,17 @@ class SharedPtr {
 
     /// The object, lent, or null.
     T* get() const { return _ptr; }
+
+    ///@{
+    /// The object. REQUIRES: there is one.
     T* operator->() const { return _ptr; }
     T& operator*() const { return *_ptr; }
+    ///@}
 
     /// True when there is an object.
     explicit operator bool() const { return _ptr != nullptr; }
 
+    /// Exchanges the objects of two pointers; no count changes.
     void swap(SharedPtr& other) noexcept {
         std::swap(_ptr, other._ptr);
         std::swap(_sharedCount, other._sharedCount);

@@ -112,9 +112,9 @@ class NIVUR_EXPORT Socket {
     /// Writes one log line if this object's are on. The platform's error number outlives it.
     void logLine(LogLevel level, const char* fmt, ...) const __attribute__((format(printf, 3, 4)));
 
-    int _socket = -1;
-    bool _logEnabled = true;
-    bool _isIPv6 = false;
+    int _socket = -1;         ///< the owned descriptor, or -1 when not created
+    bool _logEnabled = true;  ///< whether this object writes log lines
+    bool _isIPv6 = false;     ///< the descriptor's address family
 
   private:
     void prepareSocket();

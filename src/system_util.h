@@ -42,7 +42,8 @@ class NIVUR_EXPORT SystemUtil {
     static bool getDeviceInfo(std::string& manufacturer, std::string& model);
 
     /// The host's IPv4 addresses in the kernel's order: loopback and interfaces that are down
-    /// included, and on a point-to-point link the peer's. Empty also when they cannot be read.
+    /// included, and on a point-to-point link the peer's. Empty also when they cannot be read,
+    /// for which one interface is enough.
     static std::vector<LocalIPInfo> getLocalIPList();
 };
 

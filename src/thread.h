@@ -19,6 +19,7 @@ namespace NIVUR {
 /// nothing but stop() tells to end.
 class NIVUR_EXPORT Thread : public NoCopyable {
   public:
+    /// How much of the processor a thread gets beside others. Raising it needs a privilege.
     enum ThreadPriority : int {
         THREAD_PRIORITY_HIGH = 0,    ///< nice value -16
         THREAD_PRIORITY_NORMAL = 1,  ///< nice value 0, as for any value that is not listed
@@ -35,6 +36,7 @@ class NIVUR_EXPORT Thread : public NoCopyable {
     /// thread when it has run. Returns true when the thread runs, with its id, name (the system
     /// shows 15 bytes of it) and priority in place; false, with a log line and `runnable` deleted,
     /// when one runs already or none can be made. A priority that is refused costs a log line only.
+    /// When memory is exhausted `runnable` is deleted and std::bad_alloc passes through.
     /// REQUIRES: runnable is not null.
     bool start(Runnable* runnable, const std::string& name,
                ThreadPriority priority = THREAD_PRIORITY_NORMAL);

@@ -2,8 +2,10 @@
 #define NIVUR_THREAD_ANNOTATIONS_H
 
 /// \file
-/// Lock annotations, checked by clang++ -Wthread-safety and empty for other compilers.
+/// Lock annotations, checked by clang++ -Wthread-safety and empty for other compilers. They are the
+/// library's own means, not part of its interface.
 
+/// \cond
 #if defined(__clang__)
 #define NIVUR_THREAD_ANNOTATION(x) __attribute__((x))
 #else
@@ -21,5 +23,6 @@
 #define NIVUR_TRY_ACQUIRE(...) NIVUR_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 #define NIVUR_RELEASE(...) NIVUR_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 #define NIVUR_NO_THREAD_SAFETY_ANALYSIS NIVUR_THREAD_ANNOTATION(no_thread_safety_analysis)
+/// \endcond
 
 #endif
