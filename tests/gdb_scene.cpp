@@ -1,0 +1,46 @@
+#include <nivur/nivur.h>
+
+// What gdb_test.sh looks at.
+NIVUR::SharedPtr<NIVUR::Buffer> buffer;
+NIVUR::SharedPtr<NIVUR::Buffer> empty;
+NIVUR::Dictionary dictionary;
+NIVUR::RunLoop loop("scene");
+
+struct Normal : NIVUR::Runnable {
+    void run() override {}
+    std::string dump() override { return ""; }
+};
+struct Urgent : Normal {};
+
+extern "C" __attribute__((noinline)) void allIsSet() {
+    asm volatile("");
+}
+
+int main() {
+    const NIVUR::BufferPool_Config config{{{1500, 1}}};
+    NIVUR::BufferPool pool(&config, "scene");
+    buffer = pool.getPoolBuffer(5, nullptr);
+    const NIVUR::SharedPtr<NIVUR::Buffer> shared = buffer;
+    std::string("hello").copy(buffer->data(), 5);
+    buffer->setUsedSize(5);
+
+    NIVUR::Dictionary nested;
+    nested.setInteger("width", 1920);
+    dictionary.setObject("size", nested);
+    dictionary.setString("name", "screen");
+
+    NIVUR::Semaphore begun;
+    NIVUR::Semaphore seen;
+    loop.start();
+    loop.postItem(NIVUR::makeRunnable([&] { begun.notify(), seen.wait(); }), false, false);
+    begun.wait();
+    loop.postItem(new Normal, false, false);
+    loop.postItem(new Urgent, true, false);
+    loop.addTimer(new Urgent, 60000, false);
+    allIsSet();
+    buffer->data()[6] = '!';  // a stray write
+    allIsSet();
+    buffer->setUsedSize(5);
+    seen.notify();
+    loop.stop();
+}
