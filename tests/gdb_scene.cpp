@@ -4,7 +4,6 @@
 NIVUR::SharedPtr<NIVUR::Buffer> buffer;
 NIVUR::SharedPtr<NIVUR::Buffer> empty;
 NIVUR::Dictionary dictionary;
-NIVUR::RunLoop loop("scene");
 
 struct Normal : NIVUR::Runnable {
     void run() override {}
@@ -17,6 +16,7 @@ extern "C" __attribute__((noinline)) void allIsSet() {
 }
 
 int main() {
+    static NIVUR::RunLoop loop("scene");
     const NIVUR::BufferPool_Config config{{{1500, 1}}};
     NIVUR::BufferPool pool(&config, "scene");
     buffer = pool.getPoolBuffer(5, nullptr);

@@ -4,7 +4,7 @@ set -euo pipefail
 command -v gdb >/dev/null || { echo "there is no gdb"; exit 77; }
 
 shown=$(gdb -nx -batch -iex "add-auto-load-safe-path $2" -iex "add-auto-load-safe-path /usr" \
-    -iex 'set debuginfod enabled off' -ex 'set breakpoint pending on' -ex 'break allIsSet' -ex run \
+    -iex 'set debuginfod enabled off' -ex 'set breakpoint pending on' -ex 'break allIsSet' -ex run -ex up \
     -ex 'print buffer' -ex 'print empty' -ex 'print dictionary' -ex 'print loop' \
     -ex continue -ex 'print *buffer._ptr' -ex kill "$1" 2>&1) || true
 
