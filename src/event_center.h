@@ -34,7 +34,7 @@ class NIVUR_EXPORT EventCenter : public NoCopyable {
     virtual ~EventCenter();
 
     /// Adds the handler behind the others of the name; one that is among them keeps its place. A
-    /// dispatch of that name under way, also one that makes this call, will call it too. When
+    /// dispatch of that name that is under way, also one that makes this call, calls it too. When
     /// memory is exhausted std::bad_alloc passes through and nothing was added.
     /// REQUIRES: handler is not null.
     void registerEventHandler(const std::string& name, EventHandler* handler);

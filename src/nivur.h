@@ -3,6 +3,10 @@
 
 /// \file
 /// Everything but <nivur/ifaddrs.h>, which names a record as the platform's <ifaddrs.h> does.
+///
+/// No operation throws of its own. When memory is exhausted, buffers' data, JSON trees and
+/// interface lists say so by their results; elsewhere the std::bad_alloc of `new` and of standard
+/// containers passes through, with every lock released and nothing half done.
 
 #include "buffer.h"
 #include "buffer_list.h"

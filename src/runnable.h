@@ -72,8 +72,8 @@ class CallableRunnable : public Runnable {
 };
 
 /// A new task, the caller's, that calls `callable`; getObject() gives `object`, which is not owned.
-/// Without an object the task cannot be cancelled. When memory is exhausted std::bad_alloc passes
-/// through.
+/// Without an object RunLoop::cancelTasksForObject() cannot find the task. When memory is exhausted
+/// std::bad_alloc passes through.
 template <class Callable>
 Runnable* makeRunnable(Callable&& callable, void* object = nullptr) {
     return new CallableRunnable<std::decay_t<Callable>>(std::forward<Callable>(callable), object);

@@ -124,7 +124,7 @@ class SharedPtr {
     T* get() const { return _ptr; }
 
     ///@{
-    /// The object. REQUIRES: there is one.
+    /// The object, which must be there: nothing checks it.
     T* operator->() const { return _ptr; }
     T& operator*() const { return *_ptr; }
     ///@}
