@@ -8,7 +8,6 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <random>
 #include <thread>
@@ -16,35 +15,15 @@
 namespace NIVUR {
 namespace {
 
-constexpr unsigned kLoops = 4;
-constexpr unsigned kDrivers = 8;
-constexpr int kOperations = 150;       // of each driver in a round
-constexpr int kPings = 25;             // of each driver after a round
-constexpr uint64_t kHangMs = 20000;    // without any progress
-constexpr uint64_t kLateMs = 90;       // an idle loop looks around every 100 ms, woken or not
-constexpr unsigned kOwnLoop = kLoops;  // the number of a loop that one driver makes for itself
+constexpr unsigned kLoops = 4, kDrivers = 8;
+constexpr unsigned kOperations = 150, kPings = 25;  // of each driver in a round
+constexpr uint64_t kHangMs = 20000;                 // without any progress
+constexpr uint64_t kLateMs = 90;  // an idle loop looks around every 100 ms, woken or not
 
 // Loops that wait for each other do so for ever: a thread waits for loops from its level up.
+constexpr unsigned kOwnLoop = kLoops;  // the number of a loop that one driver makes for itself
 constexpr unsigned kNoLevel = kLoops + 1;
 thread_local unsigned level = kNoLevel;
-
-// The first ones are tasks' as well as drivers'.
-enum Kind {
-    POST,
-    WAIT,
-    TIMER,
-    DUMP,
-    BUFFER,
-    RING,
-    EVENT,
-    CANCEL,
-    STOP,
-    RESTART,
-    OBJECTS,
-    RESET,
-    OWN
-};
-constexpr unsigned kKinds = OWN + 1;
 
 uint64_t seed = 0;
 
@@ -55,36 +34,42 @@ void check(bool holds, const char* promise) {
     }
 }
 
-/// The generator known as splitmix64.
-class Random {
-  public:
-    explicit Random(uint64_t state) : _state(state) {}
-    uint64_t next() {
-        uint64_t z = _state += 0x9E3779B97F4A7C15u;
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9u;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBu;
-        return z ^ (z >> 31);
-    }
-    unsigned below(unsigned end) { return static_cast<unsigned>(next() % end); }
-    bool oneIn(unsigned n) { return below(n) == 0; }
+using Random = std::minstd_rand;
+unsigned below(Random& random, unsigned end) {
+    return static_cast<unsigned>(random() >> 8) % end;
+}
+bool oneIn(unsigned n, Random& random) {
+    return below(random, n) == 0;
+}
 
-  private:
-    uint64_t _state;
-};
+using Counter = std::atomic<uint64_t>;
+void count(Counter& counter, uint64_t by = 1) {
+    counter.fetch_add(by, std::memory_order_relaxed);
+}
 
 /// What tasks act on and are cancelled by. Its place serves the next such object at once.
 struct Object {
     unsigned generation = 0;          // of which every task knows its own
-    std::atomic<int> ranAndThere{0};  // tasks that ran and are not deleted yet
     unsigned home = 0;                // the loop of all its tasks, or kLoops
-    long timer = 0;                   // its only work, or 0
-    bool live = false;
+    std::atomic<int> ranAndThere{0};  // tasks that ran and are not deleted yet
+
+    void letGo() {
+        check(ranAndThere.load(std::memory_order_relaxed) == 0,
+              "cancelled tasks that ran are gone");
+        ++generation;
+    }
 };
 
-/// What became of a task.
-struct Outcome {
-    bool ran = false;
-    bool deleted = false;
+/// Hears of its own event, which only its thread sends, and of one that all send.
+struct Driver : EventHandler {
+    void onEvent(const Event& event, Parameter* parameter) override;
+    void toggle(const std::string& event, bool registers);
+
+    std::string name;
+    Random random;
+    Object object;
+    int ownCalls = 0;
+    std::atomic<unsigned> calls{0};
 };
 
 /// What a task is to do.
@@ -92,469 +77,366 @@ struct Plan {
     unsigned home;    // the number of its loop
     unsigned budget;  // how many operations it makes, and how many generations may follow it
     Object* object = nullptr;
-    unsigned interval = 0;
-    bool repeat = false;
     std::function<void()> body{};
-    Outcome* outcome = nullptr;
+    bool repeat = false;
+    RunLoop* own = nullptr;  // in place of one of all drivers' loops
+    unsigned interval = 0;
+
+    RunLoop& loop() const;
 };
 
-class Stress {
-  public:
-    Stress() {
-        for (unsigned i = 0; i < kDrivers; ++i) {
-            _drivers[i].random = Random(seed * kDrivers + i);
-            _drivers[i].name = std::to_string(i);
-        }
-    }
+/// Who asks for an operation: a task or its destructor, or a driver.
+struct Actor {
+    Random& random;
+    unsigned home;  // the task's loop
+    unsigned budget;
+    Object* object;
+    Driver* driver;
 
-    void run(uint64_t seconds) {
-        std::thread watchdog([this] { watch(); });
-        const uint64_t end = SystemUtil::getCPUTime() + seconds * 1000;
-        int rounds = 0;
-        for (; rounds < 2 || SystemUtil::getCPUTime() < end; ++rounds) {
-            round(rounds % 2 == 1);
-        }
-        _over = true;
-        watchdog.join();
-        std::printf("%d rounds, %lu tasks, %lu of them dropped,", rounds, _deleted.load(),
-                    _dropped.load());
-        constexpr const char* kNames[] = {"posts",
-                                          "waits",
-                                          "timers",
-                                          "dumps",
-                                          "buffers",
-                                          "blocks",
-                                          "events",
-                                          "cancels",
-                                          "stops",
-                                          "restarts",
-                                          "objects",
-                                          "resets",
-                                          "own loops and pools"};
-        for (unsigned kind = 0; kind < kKinds; ++kind) {
-            std::printf(" %lu %s,", _done[kind].load(), kNames[kind]);
-        }
-        const uint64_t pings = static_cast<uint64_t>(rounds) * kDrivers * kPings;
-        std::printf(" %lu pings, %lu late (the machine was %lu times)\n", pings, _late.load(),
-                    _stalls.load());
-        check(_late <= 2 + _stalls + pings / 500, "a post wakes an idle loop");
+    unsigned any = below(random, kLoops);
+    bool mayWait = any >= std::max(level, home);
+    // An object is cancelled on one loop after another: its tasks never post back.
+    bool bound = object != nullptr && (object->home < kLoops || any < home);
+    unsigned target = bound ? home : any;
+};
+
+Counter made{0}, dropped{0}, deleted{0}, late{0}, stalls{0};
+std::atomic<bool> storm{false};  // loops may be stopped and started at any time
+std::atomic<bool> listening{false}, over{false};
+
+const BufferPool_Config config{{{64, 4}, {256, 4}}};
+BufferPool sharedPool{&config, "shared"};
+RingBuffer ring{100, "shared"};
+EventCenter center;
+std::array<Driver, kDrivers> drivers;
+std::array<RunLoop, kLoops> loops{RunLoop("0"), RunLoop("1"), RunLoop("2"), RunLoop("3")};
+
+void perform(const Actor& actor);
+
+class Task : public Runnable {
+  public:
+    Task(Random& random, Plan plan)
+        : _plan(std::move(plan)),
+          _random(random() ^ 0x2545F491),
+          _generation(_plan.object == nullptr ? 0 : _plan.object->generation),
+          _due(SystemUtil::getCPUTime() + _plan.interval) {
+        count(made);
     }
+    ~Task() override {
+        check(_alive, "no task is deleted twice");
+        _alive = false;
+        if (_runs == 0) {
+            check(storm || _plan.object != nullptr || _plan.own != nullptr, "calm tasks run");
+            count(dropped);
+        } else if (_plan.object != nullptr) {
+            _plan.object->ranAndThere.fetch_sub(1, std::memory_order_relaxed);
+        }
+        if (_plan.budget > 0 && oneIn(4, _random)) operate(0, nullptr);
+        deleted.fetch_add(1, std::memory_order_release);
+    }
+    void run() override {
+        check(_alive, "no task runs that is deleted");
+        check(level == kNoLevel || level == _plan.home, "tasks run on their loop's thread");
+        level = _plan.home;
+        check(++_runs == 1 || _plan.repeat, "no task runs twice");
+        check(SystemUtil::getCPUTime() >= _due, "no timer runs early");
+        _due += _plan.interval;
+        if (_plan.object != nullptr) {
+            check(_plan.object->generation == _generation, "no cancelled task starts");
+            _plan.object->ranAndThere.fetch_add(_runs == 1, std::memory_order_relaxed);
+        }
+        if (_plan.body) _plan.body();
+        for (unsigned i = 0; i < _plan.budget; ++i)
+            operate(_plan.budget - 1, _plan.object);
+    }
+    void* getObject() override { return _plan.object; }
+    std::string dump() override { return "task of loop " + std::to_string(_plan.home); }
 
   private:
-    class Task : public Runnable {
-      public:
-        Task(Stress& stress, Random& random, Plan plan)
-            : _stress(stress),
-              _plan(std::move(plan)),
-              _random(random.next()),
-              _generation(_plan.object == nullptr ? 0 : _plan.object->generation),
-              _due(SystemUtil::getCPUTime() + _plan.interval) {
-            _stress._there.fetch_add(1, std::memory_order_relaxed);
-        }
-        ~Task() override {
-            check(_alive, "no task is deleted twice");
-            _alive = false;
-            if (_runs == 0) {
-                check(_stress.storm() || _plan.object != nullptr || _plan.home == kOwnLoop,
-                      "no task is dropped unless it is cancelled or its loop is stopped");
-                count(_stress._dropped);
-            } else if (_plan.object != nullptr) {
-                _plan.object->ranAndThere.fetch_sub(1, std::memory_order_relaxed);
-            }
-            if (_plan.budget > 0 && _random.oneIn(4)) {
-                _stress.act(_random, _plan.home, 0, nullptr);
-            }
-            if (_plan.outcome != nullptr) {
-                _plan.outcome->deleted = true;
-            }
-            count(_stress._deleted);
-            _stress._there.fetch_sub(1, std::memory_order_release);
-        }
-        void run() override {
-            check(_alive, "no task runs that is deleted");
-            check(level == kNoLevel || level == _plan.home, "tasks run on their loop's thread");
-            level = _plan.home;
-            check(++_runs == 1 || _plan.repeat, "no task runs twice");
-            check(SystemUtil::getCPUTime() >= _due, "no timer runs early");
-            _due += _plan.interval;
-            if (_plan.object != nullptr) {
-                check(_plan.object->generation == _generation, "no cancelled object's task starts");
-                _plan.object->ranAndThere.fetch_add(_runs == 1, std::memory_order_relaxed);
-            }
-            if (_plan.body) {
-                _plan.body();
-            }
-            for (unsigned i = 0; i < _plan.budget; ++i) {
-                _stress.act(_random, _plan.home, _plan.budget - 1, _plan.object);
-            }
-            if (_plan.outcome != nullptr) {
-                _plan.outcome->ran = true;
-            }
-        }
-        void* getObject() override { return _plan.object; }
-        std::string dump() override { return "task of loop " + std::to_string(_plan.home); }
-
-      private:
-        Stress& _stress;
-        const Plan _plan;
-        Random _random;
-        const unsigned _generation;
-        uint64_t _due;
-        int _runs = 0;
-        volatile bool _alive = true;
-    };
-
-    /// Hears of its driver's event, which that driver alone sends, and of one that all send.
-    class Handler : public EventHandler {
-      public:
-        explicit Handler(Stress& stress) : _stress(stress) {}
-        void onEvent(const Event& event, Parameter*) override {
-            if (event.id() != "all") {
-                ++ownCalls;
-                return;
-            }
-            const unsigned call = _calls.fetch_add(1, std::memory_order_relaxed);
-            _stress.toggle("all", *_stress._drivers[call % kDrivers].handler, call % 3 == 0);
-        }
-        int ownCalls = 0;
-
-      private:
-        Stress& _stress;
-        std::atomic<unsigned> _calls{0};
-    };
-
-    struct Driver {
-        std::string name;
-        Random random{0};
-        std::array<Object, 3> objects;
-        std::unique_ptr<Handler> handler;
-        bool registered = false;
-    };
-
-    static void count(std::atomic<uint64_t>& counter) {
-        counter.fetch_add(1, std::memory_order_relaxed);
-    }
-    bool storm() const { return _storm.load(std::memory_order_relaxed); }
-
-    void post(RunLoop& loop, Random& random, Plan plan, bool wait = false) {
-        loop.postItem(new Task(*this, random, std::move(plan)), random.oneIn(3), wait);
+    void operate(unsigned budget, Object* object) {
+        perform({_random, _plan.home, budget, object, nullptr});
     }
 
-    long addTimer(RunLoop& loop, Random& random, Plan plan) {
-        const unsigned interval = plan.interval = random.below(4);
-        const bool repeat = plan.repeat;
-        return loop.addTimer(new Task(*this, random, std::move(plan)), interval, repeat);
-    }
-
-    bool postAndWait(RunLoop& loop, Random& random, Plan plan) {
-        Outcome outcome;
-        plan.outcome = &outcome;
-        const bool mustRun = !storm() || plan.home == kOwnLoop;
-        post(loop, random, std::move(plan), true);
-        check(outcome.deleted, "a task is gone when the post that waited for it returns");
-        check(outcome.ran || !mustRun, "a post waits until the task has run");
-        return outcome.ran;
-    }
-
-    /// An operation of a task, or of its destructor, of the loop `home`.
-    void act(Random& random, unsigned home, unsigned budget, Object* object) {
-        perform(static_cast<Kind>(random.below(STOP + 1)), random, home, budget, object);
-    }
-
-    void perform(Kind kind, Random& random, unsigned home, unsigned budget, Object* object) {
-        const unsigned any = random.below(kLoops);
-        const bool mayWait = any >= std::max(level, home);
-        if ((kind == STOP || kind == RESTART) && !(storm() && mayWait)) {
-            return;
-        }
-        // An object is cancelled on one loop after another: its tasks never post back.
-        const bool bound = object != nullptr && (object->home < kLoops || any < home);
-        const unsigned target = bound ? home : any;
-        count(_done[kind]);
-        if (kind == WAIT && mayWait) {
-            postAndWait(_loops[any], random, {any, budget});
-        } else if (kind == POST) {
-            post(_loops[target], random, {target, budget, object});
-        } else if (kind == TIMER) {
-            addTimer(_loops[target], random, {target, budget, object});
-        } else if (kind == DUMP) {
-            _loops[any].dumpLoopInfo();
-        } else if (kind == BUFFER) {
-            passBuffer(random, _pool);
-        } else if (kind == RING) {
-            passBlock(random);
-        } else if (kind == EVENT) {
-            _center.sendEvent(Event("all"), nullptr);
-        } else if (kind == CANCEL) {
-            _loops[home % kLoops].cancelTasksForObject(object);
-        } else if (kind == STOP || kind == RESTART) {
-            _loops[any].stop();
-            (void)(kind == RESTART && _loops[any].start());
-        }
-    }
-
-    /// Two loops read one buffer, which returns from the one that is last.
-    void passBuffer(Random& random, BufferPool& pool) {
-        const unsigned size = 1 + random.below(300);
-        const char tag = static_cast<char>(random.next());
-        const SharedPtr<Buffer> buffer = pool.getPoolBuffer(size, nullptr);
-        check(buffer->state() == BUFFER_STATE_IN_USE && buffer->setUsedSize(size),
-              "a pool gives a buffer of the size asked for");
-        std::memset(buffer->data(), tag, size);
-        const auto read = [buffer, tag, size] {
-            check(std::string(buffer->data(), buffer->usedSize()) == std::string(size, tag),
-                  "a buffer has one holder at a time");
-            buffer->checkBufferOverflow();
-        };
-        for (int i = 0; i < 2; ++i) {
-            const unsigned target = random.below(kLoops);
-            post(_loops[target], random, {target, 0, nullptr, 0, false, read});
-        }
-    }
-
-    /// All blocks have one size, so that each comes out as it went in.
-    void passBlock(Random& random) {
-        std::string block(8, static_cast<char>(random.next()));
-        if (random.oneIn(50)) {
-            _ring.reset();
-        } else if (random.oneIn(2)) {
-            _ring.write(block.data(), 8);
-        } else if (_ring.read(block.data(), 8) == RING_BUFFER_OK) {
-            check(block == std::string(8, block[0]), "a ring hands out whole blocks");
-        }
-    }
-
-    void drive(Driver& driver) {
-        Random& random = driver.random;
-        for (int i = 0; i < kOperations; ++i) {
-            const Kind kind = static_cast<Kind>(random.below(kKinds));
-            perform(kind, random, 0, random.below(4), nullptr);
-            if (kind == OBJECTS) {
-                for (Object& object : driver.objects) {
-                    object.live ? retire(object, random) : make(object, random);
-                }
-            } else if (kind == RESET) {
-                _loops[random.below(kLoops)].resetTimer(driver.objects[0].timer);
-            } else if (kind == EVENT) {
-                sendOwnEvent(driver);
-            } else if (kind == OWN) {
-                useOwnLoop(random);
-                BufferPool pool(&_config, "own");  // ends before its buffers
-                passBuffer(random, pool);
-                passBuffer(random, pool);
-            }
-        }
-        for (Object& object : driver.objects) {
-            if (object.live) {
-                retire(object, random);
-            }
-        }
-    }
-
-    /// Only in calm weather an object is let go by its timer's id: where a loop is stopped, that
-    /// may be another's by then.
-    void make(Object& object, Random& random) {
-        object.live = true;
-        object.home = random.oneIn(2) ? random.below(kLoops) : kLoops;
-        object.timer = 0;
-        if (object.home < kLoops && !storm()) {
-            object.timer =
-                addTimer(_loops[object.home], random, {object.home, 0, &object, 0, true});
-            return;
-        }
-        for (unsigned i = random.below(8) + 1; i > 0; --i) {
-            const unsigned target = object.home < kLoops ? object.home : random.below(kLoops);
-            const Plan plan{target, random.below(3), &object, 0, random.oneIn(2)};
-            if (random.oneIn(3)) {
-                addTimer(_loops[target], random, plan);
-            } else {
-                post(_loops[target], random, plan);
-            }
-        }
-    }
-
-    void retire(Object& object, Random& random) {
-        object.live = false;
-        const auto finish = [&object] {
-            check(object.ranAndThere.load(std::memory_order_relaxed) == 0,
-                  "no task that ran is left of a cancelled object");
-            ++object.generation;
-        };
-        if (object.timer != 0) {
-            _loops[object.home].stopTimer(object.timer);
-            return finish();
-        }
-        const auto cancelWithin = [&] {
-            _loops[object.home].cancelTasksForObject(&object);
-            finish();
-        };
-        const bool within = object.home < kLoops && random.oneIn(2);
-        if (within && postAndWait(_loops[object.home], random,
-                                  {object.home, 0, nullptr, 0, false, cancelWithin})) {
-            return;
-        }
-        for (RunLoop& loop : _loops) {
-            loop.cancelTasksForObject(&object);
-        }
-        finish();
-    }
-
-    void useOwnLoop(Random& random) {
-        RunLoop own("own");
-        addTimer(own, random, {kOwnLoop, 1, nullptr, 0, random.oneIn(2)});
-        for (unsigned times = random.below(2); times < 2; ++times) {
-            check(own.start(), "a loop can be started again");
-            post(own, random, {kOwnLoop, 1});
-            postAndWait(own, random, {kOwnLoop, 1});
-            post(own, random, {kOwnLoop, 1});
-            own.stop();
-        }
-    }
-
-    void toggle(const std::string& name, Handler& handler, bool registers) {
-        if (registers) {
-            _center.registerEventHandler(name, &handler);
-        } else {
-            _center.unregisterEventHandler(name, &handler);
-        }
-    }
-
-    void sendOwnEvent(Driver& driver) {
-        driver.registered = !driver.registered;
-        toggle(driver.name, *driver.handler, driver.registered);
-        const int before = driver.handler->ownCalls;
-        _center.sendEvent(Event(driver.name), nullptr);
-        check(driver.handler->ownCalls - before == driver.registered,
-              "registered handlers hear, others do not");
-    }
-
-    /// Wakes idle loops from outside, from another loop and by a timer.
-    void ping(Driver& driver) {
-        Random& random = driver.random;
-        for (int i = 0; i < kPings; ++i) {
-            for (unsigned pause = random.below(30); pause > 0; --pause) {
-                std::this_thread::yield();
-            }
-            const unsigned first = random.below(kLoops);
-            const unsigned second = random.below(kLoops);
-            Semaphore done;
-            const Plan notify{second, 0, nullptr, 0, false, [&] { done.notify(); }};
-            const auto relay = [&] { post(_loops[second], random, notify); };
-            const uint64_t begin = SystemUtil::getCPUTime();
-            switch (random.below(3)) {
-                case 0:
-                    postAndWait(_loops[second], random, notify);
-                    break;
-                case 1:
-                    post(_loops[first], random, {first, 0, nullptr, 0, false, relay});
-                    break;
-                default:
-                    addTimer(_loops[second], random, notify);
-            }
-            check(done.wait(kHangMs) == 0, "every task that is posted starts");
-            _late.fetch_add(SystemUtil::getCPUTime() - begin >= kLateMs, std::memory_order_relaxed);
-        }
-    }
-
-    void atOnce(void (Stress::*body)(Driver&)) {
-        std::vector<std::thread> threads;
-        for (Driver& driver : _drivers) {
-            threads.emplace_back([this, body, &driver] {
-                level = 0;
-                (this->*body)(driver);
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-    }
-
-    void restartAll() {
-        for (RunLoop& loop : _loops) {
-            loop.stop();
-            check(loop.start(), "a stopped loop can be started");
-        }
-    }
-
-    /// In a storm loops are stopped and started at any time.
-    void round(bool inStorm) {
-        restartAll();
-        _storm = inStorm;
-        for (Driver& driver : _drivers) {
-            driver.handler = std::make_unique<Handler>(*this);
-            driver.registered = false;
-        }
-        atOnce(&Stress::drive);
-        while (_there.load(std::memory_order_acquire) != 0) {
-            SystemUtil::sleep(1);
-            for (RunLoop& loop : _loops) {  // timers of a stopped loop wait for its start
-                (void)(inStorm && loop.start());
-            }
-        }
-        _storm = false;
-        restartAll();
-        atOnce(&Stress::ping);
-        checkNothingIsOut();
-    }
-
-    void checkNothingIsOut() {
-        std::vector<SharedPtr<Buffer>> buffers;
-        for (const unsigned size : {256, 256, 256, 256, 64, 64, 64, 64}) {
-            buffers.push_back(_pool.getPoolBuffer(size, nullptr));
-            check(buffers.back()->owner() != nullptr, "buffers come back to their pool");
-        }
-        _center.unregisterAllEventHandlers();
-        for (Driver& driver : _drivers) {
-            driver.handler.reset();
-            _center.sendEvent(Event(driver.name), nullptr);
-        }
-        _center.sendEvent(Event("all"), nullptr);
-    }
-
-    /// Ends a program that hangs, with all that the loops can tell.
-    void watch() {
-        uint64_t last = 0;
-        for (uint64_t since = SystemUtil::getCPUTime(); !_over;) {
-            const uint64_t now = SystemUtil::getCPUTime();
-            SystemUtil::sleep(10);
-            _stalls += SystemUtil::getCPUTime() - now > kLateMs / 2;
-            if (std::exchange(last, _deleted) != last) {
-                since = now;
-            } else if (now - since > kHangMs) {
-                alarm(10);  // a dump may hang as well
-                Log::setCB(
-                    [](int, const char* fmt, va_list args) { std::vfprintf(stderr, fmt, args); });
-                for (RunLoop& loop : _loops) {
-                    loop.dumpLoopInfo();
-                }
-                check(false, "nothing hangs");
-            }
-        }
-    }
-
-    std::array<std::atomic<uint64_t>, kKinds> _done{};
-    std::atomic<uint64_t> _dropped{0}, _deleted{0}, _there{0}, _late{0}, _stalls{0};
-    std::atomic<bool> _storm{false}, _over{false};
-    std::array<Driver, kDrivers> _drivers;
-    const BufferPool_Config _config{{{64, 4}, {256, 4}}};
-    BufferPool _pool{&_config, "shared"};
-    RingBuffer _ring{100, "shared"};
-    EventCenter _center;
-    std::array<RunLoop, kLoops> _loops{RunLoop("0"), RunLoop("1"), RunLoop("2"), RunLoop("3")};
+    const Plan _plan;
+    Random _random;
+    const unsigned _generation;
+    uint64_t _due;
+    int _runs = 0;
+    volatile bool _alive = true;
 };
+
+RunLoop& Plan::loop() const {
+    return own != nullptr ? *own : loops[home];
+}
+
+void post(Random& random, Plan plan, bool wait = false) {
+    RunLoop& loop = plan.loop();
+    loop.postItem(new Task(random, std::move(plan)), oneIn(3, random), wait);
+}
+
+/// True when the task has run.
+bool wait(Random& random, Plan plan) {
+    const bool mustRun = !storm || plan.own != nullptr;
+    const auto ran = std::make_shared<bool>(false);
+    plan.body = [ran, body = plan.body] {
+        if (body) body();
+        *ran = true;
+    };
+    post(random, std::move(plan), true);
+    check(ran.use_count() == 1, "a task is gone when the post that waited for it returns");
+    check(*ran || !mustRun, "a post waits until the task has run");
+    return *ran;
+}
+
+long addTimer(Random& random, Plan plan) {
+    plan.interval = below(random, 4);
+    return plan.loop().addTimer(new Task(random, plan), plan.interval, plan.repeat);
+}
+
+void Driver::toggle(const std::string& event, bool registers) {
+    (center.*(registers ? &EventCenter::registerEventHandler
+                        : &EventCenter::unregisterEventHandler))(event, this);
+}
+
+void Driver::onEvent(const Event& event, Parameter* /*parameter*/) {
+    check(listening, "no handler hears after it is unregistered");
+    if (event.id() == name) {
+        ++ownCalls;
+    } else {
+        const unsigned call = calls.fetch_add(1, std::memory_order_relaxed);
+        drivers[call % kDrivers].toggle(event.id(), call % 3 == 0);
+    }
+}
+
+void sendOwnEvent(Driver& driver) {
+    for (const bool registers : {true, false}) {
+        driver.ownCalls = 0;
+        driver.toggle(driver.name, registers);
+        center.sendEvent(Event(driver.name), nullptr);
+        check(driver.ownCalls == registers, "registered handlers hear, and no others");
+    }
+}
+
+/// Two loops read one buffer, which returns from the one that is last.
+void passBuffer(Random& random, BufferPool& pool) {
+    const unsigned size = 1 + below(random, 300);
+    const SharedPtr<Buffer> buffer = pool.getPoolBuffer(size, nullptr);
+    const std::string bytes(size, static_cast<char>(random()));
+    check(buffer->setUsedSize(size), "a pool gives buffers of the size asked for");
+    bytes.copy(buffer->data(), size);
+    const auto read = [buffer, bytes] {
+        const std::string found(buffer->data(), buffer->usedSize());
+        check(found == bytes, "a buffer has one holder at a time");
+        buffer->checkBufferOverflow();
+    };
+    for (int i = 0; i < 2; ++i) {
+        const unsigned target = below(random, kLoops);
+        post(random, {target, 0, nullptr, read});
+    }
+}
+
+/// All blocks have one size, so that each comes out as it went in.
+void passBlock(Random& random) {
+    std::string block(8, static_cast<char>(random()));
+    if (oneIn(50, random)) {
+        ring.reset();
+    } else if (oneIn(2, random)) {
+        ring.write(block.data(), 8);
+    } else if (ring.read(block.data(), 8) == RING_BUFFER_OK) {
+        check(block == std::string(8, block[0]), "a ring hands out whole blocks");
+    }
+}
+
+/// Gives an object work on one loop or on all, and cancels it from outside or as one of its tasks.
+void useObject(Object& object, Random& random) {
+    const unsigned home = below(random, kLoops);
+    object.home = oneIn(2, random) ? home : kLoops;
+    if (!storm && oneIn(4, random)) {  // where a stop may drop the timer, its id may recur
+        const long timer = addTimer(random, {home, 0, &object, {}, true});
+        wait(random, {home, 0});
+        loops[home].stopTimer(timer);
+        return object.letGo();
+    }
+    for (unsigned i = below(random, 8); i > 0; --i) {
+        const unsigned target = object.home < kLoops ? home : below(random, kLoops);
+        post(random, {target, below(random, 3), &object});
+        addTimer(random, {target, 1, &object, {}, oneIn(2, random)});
+    }
+    const auto cancelWithin = [&] {
+        loops[home].cancelTasksForObject(&object);
+        object.letGo();
+    };
+    if (object.home < kLoops && oneIn(2, random) &&
+        wait(random, {home, 0, nullptr, cancelWithin})) {
+        return;
+    }
+    for (RunLoop& loop : loops)
+        loop.cancelTasksForObject(&object);
+    object.letGo();
+}
+
+/// The loop and the pool end with work and buffers out.
+void useOwn(Random& random) {
+    RunLoop own("own");
+    const Plan plan{kOwnLoop, 1, nullptr, {}, true, &own};
+    addTimer(random, plan);
+    for (int times = 0; times < 2; ++times) {
+        check(own.start(), "a loop can be started again");
+        post(random, plan);
+        wait(random, plan);
+        post(random, plan);
+        own.stop();
+    }
+    BufferPool pool(&config, "own");
+    passBuffer(random, pool);
+}
+
+// clang-format off
+struct Operation {
+    const char* name;
+    void (*perform)(const Actor& actor);
+    Counter done{0};
+} operations[] = {
+    {"posts", [](const Actor& a) { post(a.random, {a.target, a.budget, a.object}); }},
+    {"waits", [](const Actor& a) { (void)(a.mayWait && wait(a.random, {a.any, a.budget})); }},
+    {"timers", [](const Actor& a) { addTimer(a.random, {a.target, a.budget, a.object}); }},
+    {"resets", [](const Actor& a) { loops[a.any].resetTimer(addTimer(a.random, {a.any, 0})); }},
+    {"dumps", [](const Actor& a) { loops[a.any].dumpLoopInfo(); }},
+    {"cancels", [](const Actor& a) { loops[a.home % kLoops].cancelTasksForObject(a.object); }},
+    {"buffers", [](const Actor& a) { passBuffer(a.random, sharedPool); }},
+    {"blocks", [](const Actor& a) { passBlock(a.random); }},
+    {"events", [](const Actor&) { center.sendEvent(Event("all"), nullptr); }},
+    {"stops", [](const Actor& a) { if (storm && a.mayWait) loops[a.any].stop(); }},
+    // Drivers' alone.
+    {"starts", [](const Actor& a) { if (storm) loops[a.any].start(); }},
+    {"starts", [](const Actor& a) { if (storm) loops[a.any].start(); }},
+    {"objects", [](const Actor& a) { useObject(a.driver->object, a.random); }},
+    {"objects", [](const Actor& a) { useObject(a.driver->object, a.random); }},
+    {"own events", [](const Actor& a) { sendOwnEvent(*a.driver); }},
+    {"own loops", [](const Actor& a) { useOwn(a.random); }},
+};
+// clang-format on
+
+void perform(const Actor& actor) {
+    Operation& operation = operations[below(actor.random, actor.driver == nullptr ? 10 : 16)];
+    operation.perform(actor);
+    count(operation.done);
+}
+
+void drive(Driver& driver) {
+    for (unsigned i = 0; i < kOperations; ++i)
+        perform({driver.random, 0, below(driver.random, 4), nullptr, &driver});
+}
+
+/// Wakes idle loops from outside, by a timer or from another loop.
+void ping(Driver& driver) {
+    Random& random = driver.random;
+    for (unsigned i = 0; i < kPings; ++i) {
+        for (unsigned pause = below(random, 30); pause > 0; --pause)
+            std::this_thread::yield();
+        const unsigned first = below(random, kLoops), second = below(random, kLoops);
+        Semaphore arrived;
+        const Plan notify{second, 0, nullptr, [&] { arrived.notify(); }};
+        const auto relay = [&] { post(random, notify); };
+        const uint64_t begin = SystemUtil::getCPUTime();
+        if (oneIn(3, random)) {
+            addTimer(random, notify);
+        } else if (oneIn(2, random)) {
+            post(random, {first, 0, nullptr, relay});
+        } else {
+            wait(random, notify);
+        }
+        check(arrived.wait(kHangMs) == 0, "every task that is posted starts");
+        count(late, SystemUtil::getCPUTime() - begin >= kLateMs);
+    }
+}
+
+void atOnce(void (*body)(Driver&)) {
+    for (RunLoop& loop : loops) {
+        loop.stop();
+        check(loop.start(), "a stopped loop can be started");
+    }
+    std::vector<std::thread> threads;
+    for (Driver& driver : drivers) {
+        threads.emplace_back([body, &driver] {
+            level = 0;
+            body(driver);
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+void round() {
+    listening = true;
+    atOnce(drive);
+    while (deleted.load(std::memory_order_acquire) != made) {
+        SystemUtil::sleep(1);
+        for (RunLoop& loop : loops) {  // timers of a stopped loop wait for its start
+            (void)(storm && loop.start());
+        }
+    }
+    center.unregisterAllEventHandlers();
+    listening = false;
+    center.sendEvent(Event("all"), nullptr);
+    std::vector<SharedPtr<Buffer>> buffers;
+    for (const unsigned size : {256, 256, 256, 256, 64, 64, 64, 64}) {
+        buffers.push_back(sharedPool.getPoolBuffer(size, nullptr));
+        check(buffers.back()->owner() != nullptr, "buffers come back to their pool");
+    }
+    storm = false;
+    atOnce(ping);
+}
+
+/// Ends a program that hangs, with all that the loops can tell.
+void watch() {
+    uint64_t last = 0;
+    for (uint64_t since = SystemUtil::getCPUTime(); !over;) {
+        const uint64_t now = SystemUtil::getCPUTime();
+        SystemUtil::sleep(10);
+        count(stalls, SystemUtil::getCPUTime() - now > kLateMs / 2);
+        if (std::exchange(last, deleted) != last) {
+            since = now;
+        } else if (now - since > kHangMs) {
+            alarm(10);  // a dump may hang as well
+            Log::setCB([](int, const char* fmt, va_list args) { std::vprintf(fmt, args); });
+            for (RunLoop& loop : loops)
+                loop.dumpLoopInfo();
+            check(false, "nothing hangs");
+        }
+    }
+}
+
+void run(uint64_t seconds) {
+    for (unsigned i = 0; i < kDrivers; ++i) {
+        drivers[i].name = std::to_string(i);
+        std::seed_seq mixed{seed, uint64_t{i}};
+        drivers[i].random.seed(mixed);
+    }
+    std::thread watchdog(watch);
+    const uint64_t end = SystemUtil::getCPUTime() + seconds * 1000;
+    uint64_t rounds = 0;
+    for (; rounds < 2 || SystemUtil::getCPUTime() < end; ++rounds) {
+        storm = rounds % 2 == 1;
+        round();
+    }
+    over = true;
+    watchdog.join();
+    std::printf("%lu rounds, %lu tasks, %lu dropped, %lu wake-ups, %lu late, %lu stalls\n", rounds,
+                deleted.load(), dropped.load(), rounds * kDrivers * kPings, late.load(),
+                stalls.load());
+    for (const Operation& each : operations)
+        std::printf("%lu %s\n", each.done.load(), each.name);
+    check(late <= 2 + stalls + rounds * kDrivers * kPings / 500, "a post wakes an idle loop");
+}
 
 }  // namespace
 }  // namespace NIVUR
 
-/// stress [--seconds N] [--seed S]
+/// stress SECONDS [SEED]
 int main(int argc, char** argv) {
-    uint64_t seconds = 3;
-    NIVUR::seed = std::random_device()();
-    for (int i = 1; i + 1 < argc; i += 2) {
-        (std::string(argv[i]) == "--seed" ? NIVUR::seed : seconds) =
-            std::strtoull(argv[i + 1], nullptr, 10);
-    }
-    std::printf("stress: %lu seconds with seed %lu\n", seconds, NIVUR::seed);
+    NIVUR::seed = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : std::random_device()();
+    std::printf("seed %lu\n", NIVUR::seed);
     std::fflush(stdout);
-    NIVUR::Stress().run(seconds);
+    NIVUR::run(argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 3);
 }
