@@ -82,28 +82,5 @@ TEST(EventCenter, WarnsOfANameThatNeverHadAHandlerWithNoLockHeld) {
     EXPECT_DEATH(scene.center.unregisterEventHandler("x", nullptr), report);
 }
 
-TEST(EventCenter, ServesManyThreadsAtOnce) {
-    struct Counting : EventHandler {
-        void onEvent(const Event& /*event*/, Parameter* /*parameter*/) override { ++calls; }
-        std::atomic<int> calls{0};
-    } everywhere, own[4];
-    EventCenter center;
-    center.registerEventHandler("x", &everywhere);
-    std::vector<std::thread> threads;
-    for (Counting& handler : own) {
-        threads.emplace_back([&center, &handler] {
-            for (int i = 1; i <= 10000; ++i) {
-                center.registerEventHandler("x", &handler);
-                center.sendEvent(Event("x"), nullptr);
-                EXPECT_GE(handler.calls, i);
-                center.unregisterEventHandler("x", &handler);
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(everywhere.calls, 40000);
-}
-
 }  // namespace
 }  // namespace NIVUR
