@@ -101,7 +101,6 @@ struct Actor {
     unsigned home, budget;
     Object* object;
     Driver* driver;
-
     unsigned any = random.below(kLoops);
     bool mayWait = any >= std::max(level, home);
     // An object is cancelled on one loop after another: its tasks never post back.
@@ -296,12 +295,14 @@ void perform(const Actor& actor) {
 }
 
 void drive(Driver& driver) {
+    level = 0;
     for (unsigned i = 0; i < kOperations; ++i)
         perform({driver.random, 0, driver.random.below(4), nullptr, &driver});
 }
 
 /// Wakes idle loops from outside, by a timer or from another loop.
 void ping(Driver& driver) {
+    level = 0;
     Random& random = driver.random;
     for (unsigned i = 0; i < kPings; ++i) {
         for (volatile unsigned pause = random.below(3000); pause > 0;)
@@ -329,12 +330,8 @@ void atOnce(void (*body)(Driver&)) {
         check(loop.start(), "a stopped loop can be started");
     }
     std::vector<std::thread> threads;
-    for (Driver& driver : drivers) {
-        threads.emplace_back([body, &driver] {
-            level = 0;
-            body(driver);
-        });
-    }
+    for (Driver& driver : drivers)
+        threads.emplace_back(body, std::ref(driver));
     for (std::thread& thread : threads)
         thread.join();
 }
@@ -345,9 +342,8 @@ void round(bool inStorm) {
     atOnce(drive);
     while (deleted.load(std::memory_order_acquire) != made) {
         SystemUtil::sleep(1);
-        for (RunLoop& loop : loops) {  // timers of a stopped loop wait for its start
-            (void)(storm && loop.start());
-        }
+        for (RunLoop& loop : loops)
+            (void)(storm && loop.start());  // timers of a stopped loop wait for it
     }
     center.unregisterAllEventHandlers();
     listening = false;
