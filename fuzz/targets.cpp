@@ -135,12 +135,12 @@ void dictionary(Input& input) {
     const auto integer = [&] { return input.number<long long>(); };
     const auto boolean = [&] { return input.below(2) == 1; };
     const auto string = [&] { return kTexts[input.below(6)]; };
-    const auto object = [&] { return print(record, false).size() < 999 ? record : D(); };
+    const auto object = [&] { return print(record, false).size() < 99 ? record : D(); };
     const auto decimal = [&] {
         return std::ldexp(static_cast<long double>(integer()), input.number<int16_t>());
     };
     std::string expected = "{}";
-    for (int step = 0; step < 40 && !input.empty(); ++step) {
+    for (int step = 0; step < 30 && !input.empty(); ++step) {
         const D before(record);
         const std::string key = string();
         const unsigned operation = input.below(13);
