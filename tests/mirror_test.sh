@@ -104,7 +104,7 @@ nothing_left other
 # Each end tells the other why.
 listen /dev/full
 fails 1 "cannot listen on $host: Address already in use" receive other --listen "$host"
-fails 1 'refused by the receiver: cannot write /dev/full' send source --to "$host"
+fails 1 'the receiver refused: cannot write /dev/full' send source --to "$host"
 ends $pid 1 receive 'cannot write /dev/full'
 
 # A source that shrinks, a sender or a receiver that is killed, one that is asked to stop.
@@ -159,6 +159,7 @@ $(head -c 8000 /dev/zero | tr '\0' '[')
 $(head -c 300 /dev/urandom | tr "\n\0" "  ")
 {}
 {"type": "have"}
+{"type": "refuse"}
 {"type": "finished", "size": "5", "checksum": "a430d84680aabd0b"}
 ${offer/5/-5}
 ${offer/5/99999999999999999999}
@@ -179,7 +180,7 @@ until [[ ${accepted:-} == *'"accept"'* ]]; do
     read -r -t 5 accepted <&3 || fail 'a good offer was not accepted'
 done
 session=$(sed 's/.*"session": "\([0-9]*\)".*/\1/' <<<"$accepted")
-fails 1 'refused by the receiver: busy' send source --to "$host"
+fails 1 'the receiver refused: busy' send source --to "$host"
 
 bytes() {  # COUNT NUMBER: in network byte order
     for ((shift = 8 * ($1 - 1); shift >= 0; shift -= 8)); do
@@ -210,6 +211,7 @@ exec 3>&-
 ends $pid 0 receive ''
 [[ $(<hello) == hello ]] || fail 'hello differs'
 grep -q ' 1 duplicates, 14 ignored' receive.out || fail 'what was ignored was not counted'
+grep -q ' 14 turned away' receive.out || fail 'who was turned away was not counted'
 
 # Once a transfer is under way, a bad text ends it.
 for text in '{"type": "index", "sent": "3"}' '{"type": "offer"}' '{"type": "finished", "size": "6"}' '!'; do

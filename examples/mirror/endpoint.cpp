@@ -40,7 +40,7 @@ void Endpoint::stopLoops() {
 
 std::string Endpoint::wait() {
     _done.wait();
-    if (_channel != nullptr && _lastWord) {
+    if (_channel != nullptr && !_peerHadLastWord) {
         _channel->waitForClose();
     }
     stopLoops();
@@ -61,14 +61,13 @@ void Endpoint::connect(std::unique_ptr<NIVUR::ClientSocket> socket) {
     progress();
 }
 
-void Endpoint::end(const std::string& error, bool told) {
+void Endpoint::end(const std::string& error) {
     if (_ended) {
         return;
     }
     _ended = true;
     _error = error;
-    _lastWord = !told;
-    if (_channel != nullptr && !told && !error.empty()) {
+    if (_channel != nullptr && !_peerHadLastWord && !error.empty()) {
         send(makeRefusal(error));
     }
     _done.notify();
@@ -89,8 +88,9 @@ void Endpoint::onText(const Dictionary& text) {
         return;
     }
     const std::string type = typeOf(text);
+    _peerHadLastWord = type == "refuse" || type == "done";
     if (type == "refuse") {
-        end("refused by the " + _peerRole + ": " + printable(text.getString("reason")), true);
+        onLost("refused: " + printable(text.getString("reason")));
     } else if (!handle(type, text) && !_ended) {
         onLost("sent a text that does not belong here: " + printable(type));
     }

@@ -53,9 +53,9 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
     /// Handles a text from the peer; false when it does not belong here.
     virtual bool handle(const std::string& type, const NIVUR::Dictionary& text) = 0;
 
-    /// Ends the transfer, after which nothing is done any more. Unless `told` by the peer, the end
-    /// tells it, and lets it close the connection.
-    void end(const std::string& error, bool told = false);
+    /// Ends the transfer, after which nothing is done any more. The peer is told of an error, and
+    /// closes the connection, unless it was the one who had the last word.
+    void end(const std::string& error);
     bool hasEnded() const { return _ended; }
 
     /// Says that the transfer has come further.
@@ -75,7 +75,7 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
     std::unique_ptr<ControlChannel> _channel;
     uint64_t _progressMs = 0;
     bool _ended = false;
-    bool _lastWord = false;
+    bool _peerHadLastWord = false;
     std::string _error;
     NIVUR::Semaphore _done;
 };

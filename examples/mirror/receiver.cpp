@@ -3,10 +3,7 @@
 #include <nivur/log.h>
 #include <nivur/system_util.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <cstring>
-#include <map>
 #include <random>
 #include <utility>
 
@@ -64,7 +61,6 @@ std::optional<Address> Receiver::start(const Address& at) {
     _udp.setBufLength(kSocketBuffer);
     // A timer of no time runs in every pass of the loop.
     _loop.addTimer(makeRunnable([this] { poll(); }), 0, true);
-    _loop.addTimer(makeRunnable([this] { tick(); }), kTickMs, true);
     startLoops();
     return Address{at.ip, _listener.port()};
 }
@@ -197,7 +193,7 @@ void Receiver::acknowledge() {
 }
 
 void Receiver::tick() {
-    if (hasEnded() || !_accepted) {
+    if (hasEnded()) {
         return;
     }
     const std::string error = _disk.error();
@@ -236,15 +232,11 @@ void Receiver::finish() {
 }
 
 std::string Receiver::details() const {
-    char text[256];
-    std::snprintf(
-        text, sizeof(text),
-        "  frames: %llu received, %llu asked for again\n"
-        "  datagrams: %llu dropped on purpose, %llu duplicates, %llu ignored\n",
-        static_cast<unsigned long long>(_layout.frames()),
-        static_cast<unsigned long long>(_askedAgain), static_cast<unsigned long long>(_dropped),
-        static_cast<unsigned long long>(_duplicates), static_cast<unsigned long long>(_ignored));
-    return text;
+    return "  frames: " + std::to_string(_layout.frames()) + " received, " +
+           std::to_string(_askedAgain) +
+           " asked for again\n  datagrams: " + std::to_string(_dropped) + " dropped on purpose, " +
+           std::to_string(_duplicates) + " duplicates, " + std::to_string(_ignored) +
+           " ignored\n  connections: " + std::to_string(_turnedAway) + " turned away\n";
 }
 
 bool Receiver::handle(const std::string& type, const Dictionary& text) {
@@ -285,6 +277,7 @@ void Receiver::accept(const std::string& name) {
     setNumber(text, "session", _session);
     setNumber(text, "window", kWindow);
     send(text);
+    _loop.addTimer(makeRunnable([this] { tick(); }), kTickMs, true);
 }
 
 bool Receiver::onIndex(const Dictionary& text) {

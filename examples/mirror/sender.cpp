@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -249,22 +248,16 @@ bool Sender::onDone(const Dictionary& text) {
     }
     _lost = _datagrams - *arrived;
     Standing(_layout.fileSize, _layout.fileSize, details()).send(_events, "finished");
-    end("", true);
+    end("");
     return true;
 }
 
 std::string Sender::details() const {
-    const auto milliseconds = [this](unsigned int percent) {
-        return static_cast<double>(_window.latencies().percentile(percent)) / 1000;
-    };
-    char text[256];
-    std::snprintf(text, sizeof(text),
-                  "  datagrams: %llu sent, %llu lost, %llu sent again\n"
-                  "  frame latency: median %.2f ms, 99th percentile %.2f ms\n",
-                  static_cast<unsigned long long>(_datagrams),
-                  static_cast<unsigned long long>(_lost),
-                  static_cast<unsigned long long>(_sentAgain), milliseconds(50), milliseconds(99));
-    return text;
+    const Latencies& latencies = _window.latencies();
+    return "  datagrams: " + std::to_string(_datagrams) + " sent, " + std::to_string(_lost) +
+           " lost, " + std::to_string(_sentAgain) + " sent again\n  frame latency: median " +
+           std::to_string(latencies.percentile(50)) + " us, 99th percentile " +
+           std::to_string(latencies.percentile(99)) + " us\n";
 }
 
 }  // namespace mirror
