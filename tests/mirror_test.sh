@@ -156,7 +156,7 @@ while read -r text; do
     exec 3>&-
 done <<END
 $(head -c 8000 /dev/zero | tr '\0' '[')
-$(head -c 300 /dev/urandom | tr "\n\0" "  ")
+$(head -c 300 /dev/urandom | tr "\n\0" "  ") !
 {}
 {"type": "have"}
 {"type": "refuse"}
