@@ -32,19 +32,19 @@ class Pace {
   private:
     static constexpr uint64_t kMin = 64;
     static constexpr uint64_t kMax = 4096;
-    static constexpr uint64_t kStep = 32;
+    static constexpr uint64_t kStepShare = 8;
     static constexpr uint64_t kSample = 1024;  // losses are reported in bunches
     static constexpr uint64_t kToleratedShare = 8;
-    static constexpr uint64_t kToleratedUs = 2000;
+    static constexpr uint64_t kToleratedUs = 5000;
 
     void adapt() {
         _quickestUs = std::min(_quickestUs, _recentUs);
         if (_lost > _arrived / kToleratedShare) {
             _limit = std::max(_limit / 2, kMin);
         } else if (_recentUs > 2 * _quickestUs + kToleratedUs) {
-            _limit = std::max(_limit - kStep, kMin);
+            _limit = std::max(_limit - _limit / kStepShare, kMin);
         } else {
-            _limit = std::min(_limit + kStep, kMax);
+            _limit = std::min(_limit + _limit / kStepShare, kMax);
         }
         _recentUs = UINT64_MAX;
         _arrived = 0;
