@@ -76,8 +76,8 @@ class NIVUR_EXPORT Thread : public NoCopyable {
     static void waitForRun(const std::shared_ptr<Run>& run);
     std::shared_ptr<Run> waitForEndedRun();
     void clear() NIVUR_REQUIRES(_mutex);
-    void setThreadName(const std::string& name) NIVUR_REQUIRES(_mutex);
-    void setPriority(ThreadPriority priority);
+    static void setThreadName(const char* name);
+    static void setPriority(ThreadPriority priority, const char* name);
 
     // Innermost: nothing else is locked, and no code of a caller runs, while it is held.
     mutable Mutex _mutex;

@@ -173,13 +173,14 @@ void Thread::runTask() {
     _mutex.lock();
     runOfThisThread = _thread.get();
     _threadID = getCurrentThreadID();
-    setThreadName(_name);
+    const char* const name = _name.c_str();  // stays as long as the thread runs
+    setThreadName(name);
     const ThreadPriority priority = _priority;
     Runnable* const task = _runnable;
     Semaphore* const startSemaphore = std::exchange(_startSemaphore, nullptr);
     _mutex.unlock();
 
-    setPriority(priority);
+    setPriority(priority, name);
     startSemaphore->notify();
     task->run();
     delete task;  // with no lock held and the thread still started: it may ask this object anything
@@ -198,16 +199,15 @@ void Thread::clear() {
     _priority = THREAD_PRIORITY_NORMAL;
 }
 
-void Thread::setThreadName(const std::string& name) {
-    ::prctl(PR_SET_NAME, name.c_str());
+void Thread::setThreadName(const char* name) {
+    ::prctl(PR_SET_NAME, name);
 }
 
-void Thread::setPriority(ThreadPriority priority) {
+void Thread::setPriority(ThreadPriority priority, const char* name) {
     // On Linux "process 0" is the calling thread alone.
     if (::setpriority(PRIO_PROCESS, 0, niceValue(priority)) != 0) {
         const int error = errno;
-        Log::log("NIVUR", LOG_WARN, "Change the thread priority failed: %s, err=%d",
-                 getName().c_str(), error);
+        Log::log("NIVUR", LOG_WARN, "Change the thread priority failed: %s, err=%d", name, error);
     }
 }
 
