@@ -7,7 +7,10 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <new>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "log.h"
@@ -23,14 +26,26 @@ constexpr unsigned int kMaxLevels = 2047;
 
 struct Release {
     void operator()(json_t* tree) const { json_decref(tree); }
-    void operator()(char* text) const {
-        json_free_t release = nullptr;  // free(), unless the application has given its own
-        json_get_alloc_funcs(nullptr, &release);
-        release(text);
-    }
 };
 using Tree = std::unique_ptr<json_t, Release>;
-using Text = std::unique_ptr<char, Release>;
+
+/// The text of a tree as it grows.
+struct Text {
+    std::string text;
+    bool failed = false;
+
+    // The JSON library does not heed every failure of its own buffer: once memory has run out the
+    // text is lost, whatever comes after.
+    static int append(const char* bytes, std::size_t size, void* output) {
+        auto* const that = static_cast<Text*>(output);
+        try {
+            that->text.append(bytes, that->failed ? 0 : size);
+        } catch (const std::bad_alloc&) {
+            that->failed = true;
+        }
+        return that->failed ? -1 : 0;
+    }
+};
 
 /// A JSON number without its fraction, confined to the range of Integer.
 template <class Integer>
@@ -54,6 +69,41 @@ long double toDecimal(const json_t* real) {
 
 bool toBoolean(const json_t* boolean) {
     return json_is_true(boolean);
+}
+
+/// Whether the text is UTF-8 (RFC 3629): nothing overlong, no surrogates, nothing beyond U+10FFFF.
+bool isUtf8(const char* text) {
+    const auto* next = reinterpret_cast<const unsigned char*>(text);
+    while (const unsigned int lead = *next++) {
+        if (lead < 0x80) {
+            continue;
+        }
+        const unsigned int least = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+        const unsigned int most = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+        if (lead < 0xC2 || lead > 0xF4 || *next < least || *next > most) {
+            return false;
+        }
+        ++next;
+        for (unsigned int more = (lead >= 0xE0 ? 1 : 0) + (lead >= 0xF0 ? 1 : 0); more > 0;
+             --more) {
+            if ((*next++ & 0xC0) != 0x80) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+/// What JSON can carry.
+template <class Value>
+bool fitsJson(const Value& value) {
+    if constexpr (std::is_same_v<Value, std::string>) {
+        return isUtf8(value.c_str());
+    } else if constexpr (std::is_same_v<Value, long double>) {
+        return std::fabs(value) <= std::numeric_limits<double>::max();
+    } else {
+        return true;
+    }
 }
 
 bool sameKind(const json_t* a, const json_t* b) {
@@ -81,12 +131,15 @@ auto elements(json_t* array, Convert convert) {
 /// The two conversions between records and JSON trees, which read and build values in place.
 class JsonConversion {
   public:
-    /// A new tree, the caller's. It lacks whatever JSON cannot carry; null is such a value itself.
+    /// A new tree, the caller's, without what JSON cannot carry; incomplete() tells what it is
+    /// worth.
     json_t* dictionaryToJson(const Dictionary& dictionary) {
         return container(json_object, [&](json_t* object) {
             dictionary.eachMap([&](const auto& map) {
                 for (const auto& [key, value] : map) {
-                    json_object_set_new(object, key.c_str(), toJson(value));
+                    if (fitsJson(key) && fitsJson(value)) {
+                        keep(json_object_set_new_nocheck(object, key.c_str(), toJson(value)));
+                    }
                 }
             });
         });
@@ -96,7 +149,9 @@ class JsonConversion {
     json_t* toJson(const std::vector<Value>& values) {
         return container(json_array, [&](json_t* array) {
             for (const auto& value : values) {
-                json_array_append_new(array, toJson(value));
+                if (fitsJson(value)) {
+                    keep(json_array_append_new(array, toJson(value)));
+                }
             }
         });
     }
@@ -104,6 +159,9 @@ class JsonConversion {
     json_t* toJson(const Dictionary& value) { return dictionaryToJson(value); }
 
     bool tooDeep() const { return _tooDeep; }
+
+    /// Whether something is missing that JSON could carry: it was too deep, or memory ran out.
+    bool incomplete() const { return _incomplete; }
 
     /// The record that a tree, which stays the caller's and may be null, describes.
     static Dictionary jsonToDictionary(json_t* tree) {
@@ -127,20 +185,20 @@ class JsonConversion {
         json_t* const created = create();
         fill(created);
         --_level;
+        keep(created != nullptr ? 0 : -1);
         const bool filled = json_object_size(created) + json_array_size(created) > 0;
         _tooDeep = _tooDeep || (filled && _level == kMaxLevels);
         return created;
     }
 
+    void keep(int result) { _incomplete = _incomplete || result != 0; }
+
     static json_t* toJson(long long value) {
         return json_integer(static_cast<std::int32_t>(static_cast<std::uint32_t>(value)));
     }
-    static json_t* toJson(const std::string& value) { return json_string(value.c_str()); }
+    static json_t* toJson(const std::string& value) { return json_string_nocheck(value.c_str()); }
     static json_t* toJson(bool value) { return json_boolean(value); }
-    static json_t* toJson(long double value) {
-        const bool fits = std::fabs(value) <= std::numeric_limits<double>::max();
-        return fits ? json_real(static_cast<double>(value)) : nullptr;
-    }
+    static json_t* toJson(long double value) { return json_real(static_cast<double>(value)); }
 
     // The members of a JSON object have distinct names: there is no earlier value to erase.
     static void storeMember(Dictionary& dictionary, const char* key, json_t* value) {
@@ -199,6 +257,7 @@ class JsonConversion {
 
     unsigned int _level = 0;
     bool _tooDeep = false;
+    bool _incomplete = false;
 };
 
 namespace {
@@ -211,8 +270,12 @@ std::string textOf(const Value& value) {
         Log::log("NIVUR", LOG_ERROR, "JSON nesting error: more than %u levels", kMaxLevels);
         return "";
     }
-    const Text text(json_dumps(tree.get(), 0));
-    return text ? text.get() : "";
+    Text written;
+    if (conversion.incomplete() || json_dump_callback(tree.get(), Text::append, &written, 0) != 0 ||
+        written.failed) {
+        return "";
+    }
+    return std::move(written.text);
 }
 
 }  // namespace

@@ -21,7 +21,8 @@ class NIVUR_EXPORT Serialization {
     /// The record as one line of JSON, its members in no particular order. Integers are cut to
     /// their low 32 bits, as a signed number. What JSON cannot carry is left out: decimals that are
     /// no finite double, and strings and keys that are not UTF-8, which end at their first NUL.
-    /// "" when no text could be produced; an error line says so if the nesting was too deep.
+    /// "" when the whole text could not be produced: memory ran out, or, with an error line, the
+    /// nesting was too deep.
     static std::string serialize(const Dictionary& dictionary);
 
     /// An array of records, each as serialize() writes it.
@@ -33,7 +34,9 @@ class NIVUR_EXPORT Serialization {
     ///
     /// Integers are confined to 32 bits. The first element of an array decides its type (elements
     /// of other types are dropped), and its integers pass through double. Nulls, empty arrays,
-    /// arrays of arrays and arrays that begin with null are not stored.
+    /// arrays of arrays and arrays that begin with null are not stored. When memory runs out the
+    /// text counts as unreadable; but if it does so only for a moment, the JSON library may lose
+    /// bytes of a string or number of 16 bytes or more, and not say so.
     static Dictionary deserialize(const std::string& text);
 
     /// The records that a JSON array describes, each as deserialize() reads it, with an empty one
