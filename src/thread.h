@@ -16,7 +16,8 @@ namespace NIVUR {
 /// Runs one task on a new named thread of a chosen priority, and can do so again when it has ended.
 /// Any thread may call any operation, the running task included.
 /// REQUIRES for destruction: not on the thread itself. The destructor waits for the task, which
-/// nothing but stop() tells to end.
+/// nothing but stop() tells to end. A forked child does not have the thread: it may make new ones,
+/// and must neither use nor destroy this one.
 class NIVUR_EXPORT Thread : public NoCopyable {
   public:
     /// How much of the processor a thread gets beside others. Raising it needs a privilege.

@@ -53,7 +53,8 @@ bool Thread::start(Runnable* runnable, const std::string& name, ThreadPriority p
     Semaphore startSemaphore;
     switch (const int error = launch(task, name, priority, startSemaphore, runningName)) {
         case 0:
-            startSemaphore.wait();
+            while (startSemaphore.wait() != 0) {  // the new thread needs it until then
+            }
             return true;
         case kAlreadyStarted:
             Log::log("NIVUR", LOG_WARN, "starting thread %s failed: thread already started as %s",
