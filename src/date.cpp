@@ -74,7 +74,7 @@ long long Date::operator-(const Date& other) const {
 std::string Date::toShortString(short timeZone) const {
     const Date shifted = inTimeZone(*this, timeZone);
     char text[128];
-    std::snprintf(text, sizeof(text), "%02d-%02d %02d:%02d:%02d.%03d", shifted._month, shifted._day,
+    std::snprintf(text, sizeof(text), "%02u-%02u %02u:%02u:%02u.%03u", shifted._month, shifted._day,
                   shifted._hour, shifted._minute, shifted._second, shifted._millisecond);
     return text;
 }
@@ -82,7 +82,7 @@ std::string Date::toShortString(short timeZone) const {
 std::string Date::toString(short timeZone) const {
     const Date shifted = inTimeZone(*this, timeZone);
     char text[128];
-    std::snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d.%03d", shifted._year,
+    std::snprintf(text, sizeof(text), "%04u-%02u-%02u %02u:%02u:%02u.%03u", shifted._year,
                   shifted._month, shifted._day, shifted._hour, shifted._minute, shifted._second,
                   shifted._millisecond);
     return text;
