@@ -74,28 +74,6 @@ TEST(SharedPtr, CustomDisposerIsCalledOnceAlsoForNull) {
     EXPECT_EQ(disposer.last, nullptr);
 }
 
-TEST(SharedPtr, ThreadsMayCopyAndDropTheirOwnPointers) {
-    int alive = 0;
-    {
-        const SharedPtr<Node> shared(new Node(alive));
-        std::vector<std::thread> threads;
-        for (int i = 0; i < 4; ++i) {
-            threads.emplace_back([own = shared] {
-                for (int n = 0; n < 5000; ++n) {
-                    const SharedPtr<Node> copy(own);
-                    SharedPtr<Node> assigned;
-                    assigned = copy;
-                }
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        EXPECT_EQ(alive, 1);
-    }
-    EXPECT_EQ(alive, 0);
-}
-
 struct Base {
     virtual ~Base() = default;
     virtual void call() { called = "base"; }

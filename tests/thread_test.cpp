@@ -67,19 +67,6 @@ TEST(Thread, RunsItsTaskUnderItsNameIdAndPriority) {
     }
 }
 
-TEST(Thread, RefusesASecondTaskAndDeletesIt) {
-    LogCapture log;
-    Thread thread;
-    Latch end;
-    ASSERT_TRUE(thread.start(makeRunnable([&] { end.wait(); }), "first"));
-    const auto token = std::make_shared<int>();
-    EXPECT_FALSE(thread.start(makeRunnable([token] {}), "second"));
-    EXPECT_EQ(token.use_count(), 1);
-    EXPECT_EQ(log.take(),
-              Lines{"4 starting thread second failed: thread already started as first"});
-    end.count();
-}
-
 TEST(Thread, StopIsARequestThatAnIdleThreadIgnores) {
     Thread thread;
     thread.stop();

@@ -1,0 +1,186 @@
+#ifndef NIVUR_TESTS_SUPPORT_FAULT_INJECTOR_H
+#define NIVUR_TESTS_SUPPORT_FAULT_INJECTOR_H
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <net/if.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <type_traits>
+
+/// Makes the platform fail: the one source of a program that includes this defines what it calls
+/// instead of the platform's.
+namespace faults {
+
+inline std::atomic<long> livingBlocks{0};     ///< allocated, not freed; 0 under a sanitizer
+inline std::atomic<long> wallClockOffset{0};  ///< in seconds, for this program only
+
+/// While it lives, so many calls of a function by this thread, or by all, fail with the error
+/// number, or give 0 if that is 0, once some were skipped. There may be one of each kind.
+template <int kKind>
+class Fault {
+  public:
+    Fault(const char* name, int error, int skipped = 0, int count = 1, bool everywhere = false) {
+        _thread = everywhere ? 0 : pthread_self();
+        _name = name;
+        _error = error;
+        _skipped = skipped;
+        _left = count;
+    }
+    Fault(const Fault&) = delete;
+    Fault& operator=(const Fault&) = delete;
+    ~Fault() { _left = 0; }
+
+    static inline std::atomic<int> injected{0};  ///< how many calls have failed so far
+
+    static int error() { return _error; }
+    static bool isDue(const char* name) {
+        if (_left <= 0 || std::strcmp(name, _name) != 0) return false;
+        if (_thread != 0 && _thread != pthread_self()) return false;
+        const bool due = _skipped-- <= 0 && _left-- > 0;
+        injected += due ? 1 : 0;
+        return due;
+    }
+
+  private:
+    static inline std::atomic<const char*> _name{nullptr};
+    static inline std::atomic<pthread_t> _thread{0};
+    static inline std::atomic<int> _error{0}, _skipped{0}, _left{0};
+};
+
+using Call = Fault<0>;
+using Memory = Fault<1>;  ///< of the name "memory"
+
+/// Calls the function that a definition of this program hides: a sanitizer's, or the C library's.
+template <auto kFunction, class... Args>
+auto callHidden(const char* name, Args... args) {
+    static const auto hidden = reinterpret_cast<decltype(kFunction)>(dlsym(RTLD_NEXT, name));
+    return hidden(args...);
+}
+
+/// Calls the hidden function, or fails in its place.
+template <auto kFunction, class... Args>
+auto pass(const char* name, Args... args) {
+    using Result = decltype(kFunction(args...));
+    if (!Call::isDue(name)) return callHidden<kFunction>(name, args...);
+    if constexpr (std::is_pointer_v<Result>) {
+        return Result{nullptr};
+    } else {
+        if (std::strncmp(name, "pthread_", 8) == 0) return Result{Call::error()};
+        errno = Call::error();
+        return Result{errno == 0 ? 0 : -1};
+    }
+}
+
+template <auto kFunction, class... Args>
+void* newBlock(const char* name, Args... args) {
+    void* const block = Memory::isDue("memory") ? nullptr : callHidden<kFunction>(name, args...);
+    livingBlocks += block != nullptr ? 1 : 0;
+    return block;
+}
+
+}  // namespace faults
+
+extern "C" {
+
+int pthread_join(pthread_t thread, void** result) {
+    const int error = faults::callHidden<&pthread_join>("pthread_join", thread, result);
+    return faults::Call::isDue("pthread_join") ? faults::Call::error() : error;
+}
+int nanosleep(const timespec* request, timespec* remainder) {
+    *remainder = *request;
+    return faults::pass<&nanosleep>("nanosleep", request, remainder);
+}
+int clock_gettime(clockid_t clock, timespec* now) noexcept {
+    const int result = faults::pass<&clock_gettime>("clock_gettime", clock, now);
+    now->tv_sec += clock == CLOCK_REALTIME ? faults::wallClockOffset.load() : 0;
+    return result;
+}
+int gettimeofday(timeval* now, void* zone) noexcept {
+    const int result = faults::callHidden<&gettimeofday>("gettimeofday", now, zone);
+    now->tv_sec += faults::wallClockOffset;
+    return result;
+}
+int ioctl(int socket, unsigned long request, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, request);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    return faults::pass<&ioctl>("ioctl", socket, request, argument);
+}
+
+int fcntl(int descriptor, int command, ...) {
+    va_list arguments;
+    va_start(arguments, command);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    return faults::pass<&fcntl>("fcntl", descriptor, command, argument);
+}
+
+// Defines a function that fails when told to; `mark` is what stands behind its parameters.
+#define PASS(result, name, mark, parameters, ...)         \
+    result name parameters mark {                         \
+        return faults::pass<&::name>(#name, __VA_ARGS__); \
+    }
+
+using Condition = pthread_cond_t;
+using Lock = pthread_mutex_t;
+using Attributes = pthread_attr_t;
+PASS(int, pthread_create, noexcept,
+     (pthread_t * t, const Attributes* a, void* (*r)(void*), void* p), t, a, r, p)
+PASS(int, pthread_mutex_lock, noexcept, (Lock * m), m)
+PASS(int, pthread_cond_wait, , (Condition * c, Lock* m), c, m)
+PASS(int, pthread_cond_clockwait, , (Condition * c, Lock* m, clockid_t i, const timespec* t), c, m,
+     i, t)
+PASS(int, setpriority, noexcept, (__priority_which_t w, id_t i, int p), w, i, p)
+PASS(int, socket, noexcept, (int f, int t, int p), f, t, p)
+PASS(int, bind, noexcept, (int s, const sockaddr* a, socklen_t n), s, a, n)
+PASS(int, getsockname, noexcept, (int s, sockaddr* a, socklen_t* n), s, a, n)
+PASS(int, setsockopt, noexcept, (int s, int l, int o, const void* v, socklen_t n), s, l, o, v, n)
+PASS(int, accept4, , (int s, sockaddr* a, socklen_t* n, int f), s, a, n, f)
+PASS(int, ppoll, , (pollfd * p, nfds_t n, const timespec* t, const sigset_t* m), p, n, t, m)
+PASS(ssize_t, send, , (int s, const void* d, size_t n, int f), s, d, n, f)
+PASS(ssize_t, recv, , (int s, void* d, size_t n, int f), s, d, n, f)
+PASS(char*, if_indextoname, noexcept, (unsigned int i, char* n), i, n)
+#undef PASS
+
+// A sanitizer allocates before this program could stand in for malloc(): there it is operator new
+// that fails, whose blocks the sanitizer then sees as malloc()'s. It looks after leaks itself.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+const char* __asan_default_options() {
+    return "alloc_dealloc_mismatch=0";
+}
+}  // extern "C"
+void* operator new(size_t size) {
+    if (faults::Memory::isDue("memory")) throw std::bad_alloc();
+    return std::malloc(size);
+}
+void* operator new[](size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return faults::Memory::isDue("memory") ? nullptr : std::malloc(size);
+}
+#else
+void* malloc(size_t size) noexcept {
+    return faults::newBlock<&malloc>("malloc", size);
+}
+void* calloc(size_t count, size_t size) noexcept {
+    return faults::newBlock<&calloc>("calloc", count, size);
+}
+void free(void* block) noexcept {
+    faults::livingBlocks -= block != nullptr ? 1 : 0;
+    faults::callHidden<&free>("free", block);
+}
+}  // extern "C"
+#endif
+
+#endif
