@@ -244,7 +244,9 @@ TEST(Socket, BothFamiliesNameBothEndsAndCopiesAreEndsOfTheirOwn) {
 }
 
 TEST(SocketWait, AnswersAsSelectDoesWithDescriptorsAboveItsLimit) {
-    const rlimit limit{4096, 4096};
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    limit.rlim_cur = 2000;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     Connection quiet, urgent, talking, ended, broken;
     const auto high = [](const Connection& connection) {
