@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <regex>
 #include <thread>
 
 #include "support/fault_injector.h"
@@ -264,6 +263,16 @@ struct Row {
     bool everywhere = false;
 };
 
+std::string withoutNumbers(std::string line) {
+    for (const std::string name : {"socket=", "port="}) {
+        const size_t at = line.find(name) + name.size();
+        if (at >= name.size() && at < line.size()) {
+            line.replace(at, std::strspn(&line[at], "0123456789"), "N");
+        }
+    }
+    return line;
+}
+
 TEST(SystemCalls, MayFail) {
     World w;
     Mutex mutex;
@@ -356,7 +365,7 @@ TEST(SystemCalls, MayFail) {
                 if (line != "2 thread loop break loop!") lines += line;
             }
         }
-        EXPECT_EQ(std::regex_replace(lines, std::regex("(socket|port)=[0-9]+"), "$1=N"), row.line);
+        EXPECT_EQ(withoutNumbers(lines), row.line);
         EXPECT_EQ(row.operation(), row.whole);
         EXPECT_EQ(openDescriptors(), descriptors);
         EXPECT_EQ(living, objects);
