@@ -1,0 +1,131 @@
+#ifndef NIVUR_BENCH_H
+#define NIVUR_BENCH_H
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+/// What the families share. A measurement is called FAMILY/SERVICE/PEER, which report.py takes
+/// apart: a row of its table for each service, a column for each peer. A cell is the time of one
+/// item, or, if the measurement sets counters, those, in nanoseconds.
+namespace bench {
+
+using benchmark::State;
+using Clock = std::chrono::steady_clock;
+
+inline double nanoseconds(Clock::duration duration) {
+    return std::chrono::duration<double, std::nano>(duration).count();
+}
+
+/// Tells a measurement which adapter to use.
+template <class Adapter>
+struct Peer {
+    using Type = Adapter;
+};
+
+/// A peer that promises less, or something else: shown, but no yardstick.
+template <class Adapter>
+struct Other : Adapter {
+    using Adapter::Adapter;
+    static std::string name() { return "other:" + Adapter::name(); }
+};
+
+/// What no implementation could be faster than.
+template <class Adapter>
+struct Limit : Adapter {
+    using Adapter::Adapter;
+    static std::string name() { return "limit:" + Adapter::name(); }
+};
+
+/// The adapters that are measured in a row.
+template <class... Adapters>
+struct Peers {};
+
+class Family {
+  public:
+    explicit Family(std::string name) : _name(std::move(name)) {}
+
+    /// Measures body(state, Peer<Adapter>) for each of the adapters, on so many threads.
+    template <class... Adapters, class Body>
+    void add(const std::string& service, Peers<Adapters...>, Body body, int threads = 1) const {
+        (addOne<Adapters>(service, body, threads), ...);
+    }
+
+  private:
+    template <class Adapter, class Body>
+    void addOne(const std::string& service, Body body, int threads) const {
+        const std::string name = _name + "/" + service + "/" + Adapter::name();
+        benchmark::RegisterBenchmark(name.c_str(),
+                                     [body](State& state) { body(state, Peer<Adapter>()); })
+            ->UseRealTime()
+            ->Threads(threads);
+    }
+
+    std::string _name;
+};
+
+/// Says that an iteration was so many items.
+inline void setItems(State& state, size_t perIteration) {
+    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(perIteration));
+}
+
+/// Times of single events, for percentiles.
+class Samples {
+  public:
+    void add(Clock::duration duration) { _values.push_back(nanoseconds(duration)); }
+
+    double at(double share) {
+        if (_values.empty()) {
+            return 0;
+        }
+        const auto index = static_cast<size_t>(share * static_cast<double>(_values.size() - 1));
+        const auto position = _values.begin() + static_cast<ptrdiff_t>(index);
+        std::nth_element(_values.begin(), position, _values.end());
+        return *position;
+    }
+
+  private:
+    std::vector<double> _values;
+};
+
+/// A counting semaphore of the standard library's parts, the same for every peer.
+class Signal {
+  public:
+    void set() {
+        const std::lock_guard lock(_mutex);
+        ++_count;
+        _changed.notify_one();
+    }
+
+    void wait() {
+        std::unique_lock lock(_mutex);
+        _changed.wait(lock, [this] { return _count > 0; });
+        --_count;
+    }
+
+  private:
+    std::mutex _mutex;
+    std::condition_variable _changed;
+    int _count = 0;
+};
+
+void addRunLoop();
+void addTimers();
+void addRuntime();
+void addPool();
+void addRing();
+void addDictionary();
+void addJson();
+void addEvents();
+void addSockets();
+void addInterfaces();
+void addText();
+
+}  // namespace bench
+
+#endif

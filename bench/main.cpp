@@ -1,0 +1,36 @@
+#include <sys/resource.h>
+
+#include "bench.h"
+
+namespace {
+
+// A thousand sockets and their peers need more descriptors than many systems grant at first.
+void raiseDescriptorLimit() {
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    raiseDescriptorLimit();
+    bench::addRunLoop();
+    bench::addTimers();
+    bench::addRuntime();
+    bench::addPool();
+    bench::addRing();
+    bench::addDictionary();
+    bench::addJson();
+    bench::addEvents();
+    bench::addSockets();
+    bench::addInterfaces();
+    bench::addText();
+
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    benchmark::RunSpecifiedBenchmarks();
+}

@@ -1,0 +1,171 @@
+#include "loops.h"
+
+namespace bench {
+
+namespace {
+
+const Family kFamily("run_loop");
+using StreamLoops = Peers<NivurLoop, Other<UvLoop>, AsioLoop, EventLoop, GlibLoop, PocoLoop>;
+using AllLoops =
+    Peers<NivurLoop, Other<UvLoop>, AsioLoop, EventLoop, GlibLoop, PocoLoop, LooperLoop>;
+using PriorityLoops = Peers<NivurLoop, EventLoop, GlibLoop, PocoLoop>;
+using CancellingLoops = Peers<NivurLoop, Other<EventLoop>, Other<GlibLoop>, PocoLoop>;
+
+constexpr int kQueued = 10000;
+
+/// Counts tasks on the loop's thread and tells when the last one has run.
+struct Countdown {
+    int left;
+    Signal done;
+
+    void count() {
+        if (--left == 0) {
+            done.set();
+        }
+    }
+};
+
+template <class Loop>
+void postMany(Loop& loop, Countdown& countdown, int count) {
+    for (int i = 0; i < count; ++i) {
+        loop.post([&countdown] { countdown.count(); });
+    }
+}
+
+template <class Loop>
+void measurePosts(State& state, int posts, int posters) {
+    Loop loop;
+    for (auto _ : state) {
+        Countdown countdown{posts, {}};
+        std::vector<std::thread> others;
+        for (int i = 1; i < posters; ++i) {
+            others.emplace_back([&] { postMany(loop, countdown, posts / posters); });
+        }
+        postMany(loop, countdown, posts / posters);
+        countdown.done.wait();
+        for (std::thread& other : others) {
+            other.join();
+        }
+    }
+    setItems(state, static_cast<size_t>(posts));
+}
+
+/// From the post until the task runs; the loop has had time to fall asleep.
+template <class Loop>
+void measureWakeUp(State& state) {
+    Loop loop;
+    Samples wakeUps;
+    Samples posts;
+    for (auto _ : state) {
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+        Clock::time_point ran;
+        Signal done;
+        const auto begin = Clock::now();
+        loop.post([&] {
+            ran = Clock::now();
+            done.set();
+        });
+        posts.add(Clock::now() - begin);
+        done.wait();
+        wakeUps.add(ran - begin);
+    }
+    state.counters["until it runs"] = wakeUps.at(0.5);
+    state.counters["the poster's share"] = posts.at(0.5);
+}
+
+template <class Loop>
+void measureCalls(State& state) {
+    Loop loop;
+    Samples calls;
+    int ran = 0;
+    for (auto _ : state) {
+        const auto begin = Clock::now();
+        loop.call([&ran] { ++ran; });
+        calls.add(Clock::now() - begin);
+    }
+    benchmark::DoNotOptimize(ran);
+    state.counters["median"] = calls.at(0.5);
+    state.counters["p99"] = calls.at(0.99);
+}
+
+/// The loop is held while 10,000 tasks and then an urgent one are queued.
+template <class Loop>
+void measurePriority(State& state) {
+    Loop loop;
+    Samples waits;
+    for (auto _ : state) {
+        Signal begun;
+        Signal gate;
+        Clock::time_point opened;
+        Clock::time_point ran;
+        loop.post([&] {
+            begun.set();
+            gate.wait();
+            opened = Clock::now();
+        });
+        begun.wait();
+        Countdown countdown{kQueued + 1, {}};
+        postMany(loop, countdown, kQueued);
+        loop.postFirst([&] {
+            ran = Clock::now();
+            countdown.count();
+        });
+        gate.set();
+        countdown.done.wait();
+        waits.add(ran - opened);
+    }
+    state.counters["time"] = waits.at(0.5);
+}
+
+/// A task that queues 10,000 and cancels each hundredth of them.
+template <class Loop>
+void measureCancel(State& state) {
+    Loop loop;
+    Samples cancels;
+    for (auto _ : state) {
+        Signal done;
+        loop.post([&] {
+            std::vector<typename Loop::Handle> handles;
+            for (int i = 0; i < kQueued; ++i) {
+                handles.push_back(loop.postCancellable([] {}));
+            }
+            const auto begin = Clock::now();
+            for (size_t i = 0; i < kQueued; i += 100) {
+                loop.cancel(handles[i]);
+            }
+            cancels.add((Clock::now() - begin) / (kQueued / 100));
+            loop.post([&] { done.set(); });
+        });
+        done.wait();
+    }
+    state.counters["time"] = cancels.at(0.5);
+}
+
+}  // namespace
+
+void addRunLoop() {
+    const auto addPosts = [](const char* service, auto loops, int posts, int posters) {
+        kFamily.add(service, loops, [=](State& state, auto peer) {
+            measurePosts<typename decltype(peer)::Type>(state, posts, posters);
+        });
+    };
+    // The Looper's time for a post grows with its queue: nothing here with 10,000 in it has one.
+    addPosts("post, 1 poster", StreamLoops(), 100000, 1);
+    addPosts("post, 4 posters", StreamLoops(), 100000, 4);
+    addPosts("post, bursts of 10000", StreamLoops(), kQueued, 1);
+    addPosts("post, bursts of 1000", AllLoops(), 1000, 1);
+    kFamily.add("post to a sleeping loop", AllLoops(), [](State& state, auto peer) {
+        measureWakeUp<typename decltype(peer)::Type>(state);
+    });
+    kFamily.add("post and wait", AllLoops(), [](State& state, auto peer) {
+        measureCalls<typename decltype(peer)::Type>(state);
+    });
+    kFamily.add("urgent post behind 10000", PriorityLoops(), [](State& state, auto peer) {
+        measurePriority<typename decltype(peer)::Type>(state);
+    });
+    kFamily.add("cancel among 10000", CancellingLoops(), [](State& state, auto peer) {
+        measureCancel<typename decltype(peer)::Type>(state);
+    });
+}
+
+}  // namespace bench

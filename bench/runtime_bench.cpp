@@ -1,0 +1,153 @@
+#include <nivur/mutex.h>
+#include <nivur/semaphore.h>
+#include <nivur/shared_ptr.h>
+#include <pthread.h>
+#include <semaphore.h>
+
+#include <memory>
+#include <thread>
+
+#include "bench.h"
+
+namespace bench {
+
+namespace {
+
+const Family kFamily("runtime");
+
+struct Object {
+    virtual ~Object() = default;
+    long value = 0;
+};
+
+struct NivurPointer {
+    using Pointer = NIVUR::SharedPtr<Object>;
+    static std::string name() { return "nivur"; }
+};
+
+struct StdPointer {
+    using Pointer = std::shared_ptr<Object>;
+    static std::string name() { return "std::shared_ptr"; }
+};
+
+struct NivurMutex : NIVUR::Mutex {
+    static std::string name() { return "nivur"; }
+};
+
+struct StdMutex : std::mutex {
+    static std::string name() { return "std::mutex"; }
+};
+
+class PlainMutex {
+  public:
+    static std::string name() { return "pthread"; }
+    ~PlainMutex() { ::pthread_mutex_destroy(&_mutex); }
+    void lock() { ::pthread_mutex_lock(&_mutex); }
+    void unlock() { ::pthread_mutex_unlock(&_mutex); }
+
+  private:
+    pthread_mutex_t _mutex = PTHREAD_MUTEX_INITIALIZER;
+};
+
+struct NivurSemaphore : NIVUR::Semaphore {
+    static std::string name() { return "nivur"; }
+};
+
+struct StdSemaphore : Signal {
+    static std::string name() { return "std::condition_variable"; }
+    void notify() { set(); }
+};
+
+class PlainSemaphore {
+  public:
+    static std::string name() { return "sem_t"; }
+    PlainSemaphore() { ::sem_init(&_semaphore, 0, 0); }
+    ~PlainSemaphore() { ::sem_destroy(&_semaphore); }
+    void notify() { ::sem_post(&_semaphore); }
+    void wait() { ::sem_wait(&_semaphore); }
+
+  private:
+    sem_t _semaphore;
+};
+
+template <class Semaphore>
+void measurePingPong(State& state) {
+    Semaphore ping;
+    Semaphore pong;
+    bool stopped = false;  // written before a signal and read after it
+    std::thread partner([&] {
+        for (ping.wait(); !stopped; ping.wait()) {
+            pong.notify();
+        }
+    });
+    for (auto _ : state) {
+        ping.notify();
+        pong.wait();
+    }
+    stopped = true;
+    ping.notify();
+    partner.join();
+}
+
+void addPointers() {
+    const Peers<NivurPointer, StdPointer> peers;
+    kFamily.add("SharedPtr, make and drop", peers, [](State& state, auto peer) {
+        for (auto _ : state) {
+            const typename decltype(peer)::Type::Pointer pointer(new Object);
+            benchmark::DoNotOptimize(pointer.get());
+        }
+    });
+    for (const int threads : {1, 2}) {
+        const std::string service =
+            "SharedPtr, copy and drop, " + std::to_string(threads) + " thread(s)";
+        const auto body = [](State& state, auto peer) {
+            static const typename decltype(peer)::Type::Pointer original(new Object);
+            for (auto _ : state) {
+                const auto copy = original;
+                benchmark::DoNotOptimize(copy.get());
+            }
+            setItems(state, 1);
+        };
+        kFamily.add(service, peers, body, threads);
+    }
+}
+
+void addLocks() {
+    const Peers<NivurMutex, StdMutex, Limit<PlainMutex>> peers;
+    for (const int threads : {1, 2}) {
+        const std::string service =
+            "Mutex, lock and unlock, " + std::to_string(threads) + " thread(s)";
+        const auto body = [](State& state, auto peer) {
+            static typename decltype(peer)::Type mutex;
+            static long guarded = 0;
+            for (auto _ : state) {
+                mutex.lock();
+                benchmark::DoNotOptimize(++guarded);
+                mutex.unlock();
+            }
+            setItems(state, 1);
+        };
+        kFamily.add(service, peers, body, threads);
+    }
+
+    const Peers<NivurSemaphore, StdSemaphore, PlainSemaphore> semaphores;
+    kFamily.add("Semaphore, notify and wait", semaphores, [](State& state, auto peer) {
+        typename decltype(peer)::Type semaphore;
+        for (auto _ : state) {
+            semaphore.notify();
+            semaphore.wait();
+        }
+    });
+    kFamily.add("Semaphore, ping-pong of 2 threads", semaphores, [](State& state, auto peer) {
+        measurePingPong<typename decltype(peer)::Type>(state);
+    });
+}
+
+}  // namespace
+
+void addRuntime() {
+    addPointers();
+    addLocks();
+}
+
+}  // namespace bench
