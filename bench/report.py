@@ -30,8 +30,12 @@ class Row:
         self.peers, self.others, self.limits, self.skipped = {}, {}, {}, None
 
     def put(self, peer, value):
-        kind, _, name = peer.rpartition(":")
-        {"": self.peers, "other": self.others, "limit": self.limits}[kind][name] = value
+        kind, _, name = peer.partition(":")
+        kinds = {"other": self.others, "limit": self.limits}
+        if kind in kinds:
+            kinds[kind][name] = value
+        else:
+            self.peers[peer] = value
 
     @property
     def nivur(self):
