@@ -48,7 +48,7 @@ class Row:
 
 def read(result):
     rows = {}
-    for run in result["benchmarks"]:
+    for run in sorted(result["benchmarks"], key=lambda run: run["family_index"]):
         family, service, peer = run["run_name"].split("/")[:3]
         row = rows.setdefault((family, service), Row(family, service))
         if run.get("error_occurred"):

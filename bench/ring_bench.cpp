@@ -1,4 +1,137 @@
+#include <nivur/ring_buffer.h>
+
+#include <boost/lockfree/spsc_queue.hpp>
+#include <cstring>
+#include <deque>
+#include <memory>
+#include <thread>
+
 #include "bench.h"
+
 namespace bench {
-void addRing() {}
+
+namespace {
+
+const Family kFamily("ring");
+constexpr unsigned int kCapacity = 256 * 1024;
+
+struct NivurRing {
+    static std::string name() { return "nivur"; }
+    bool write(const char* data, unsigned int length) {
+        return ring.write(data, length) == NIVUR::RING_BUFFER_OK;
+    }
+    bool read(char* data, unsigned int length) {
+        return ring.read(data, length) == NIVUR::RING_BUFFER_OK;
+    }
+    NIVUR::RingBuffer ring{kCapacity, "bench"};
+};
+
+struct DequeRing {
+    static std::string name() { return "mutex and std::deque"; }
+    bool write(const char* data, unsigned int length) {
+        const std::lock_guard lock(mutex);
+        if (bytes.size() + length > kCapacity) {
+            return false;
+        }
+        bytes.insert(bytes.end(), data, data + length);
+        return true;
+    }
+    bool read(char* data, unsigned int length) {
+        const std::lock_guard lock(mutex);
+        if (bytes.size() < length) {
+            return false;
+        }
+        const auto end = bytes.begin() + length;
+        std::copy(bytes.begin(), end, data);
+        bytes.erase(bytes.begin(), end);
+        return true;
+    }
+    std::mutex mutex;
+    std::deque<char> bytes;
+};
+
+/// For one producer and one consumer only.
+struct SpscRing {
+    static std::string name() { return "boost::spsc_queue"; }
+    bool write(const char* data, unsigned int length) {
+        return bytes.write_available() >= length && bytes.push(data, length) == length;
+    }
+    bool read(char* data, unsigned int length) {
+        return bytes.read_available() >= length && bytes.pop(data, length) == length;
+    }
+    boost::lockfree::spsc_queue<char> bytes{kCapacity};
+};
+
+/// The bytes themselves, with nothing that guards or counts them.
+struct Memcpy {
+    static std::string name() { return "memcpy"; }
+    bool write(const char* data, unsigned int length) {
+        std::memcpy(storage.data(), data, length);
+        benchmark::ClobberMemory();
+        return true;
+    }
+    bool read(char* data, unsigned int length) {
+        std::memcpy(data, storage.data(), length);
+        benchmark::ClobberMemory();
+        return true;
+    }
+    std::vector<char> storage = std::vector<char>(kCapacity);
+};
+
+template <class Ring>
+void measureOneThread(State& state, unsigned int length) {
+    Ring ring;
+    std::vector<char> block(length, 'x');
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(ring.write(block.data(), length));
+        benchmark::DoNotOptimize(ring.read(block.data(), length));
+    }
+}
+
+/// A block counts when it is read; whoever finds no room or no data lets others run.
+template <class Ring>
+void measureTwoThreads(State& state, unsigned int length) {
+    Ring ring;
+    std::atomic<bool> stopped{false};
+    std::thread producer([&] {
+        const std::vector<char> block(length, 'x');
+        while (!stopped) {
+            if (!ring.write(block.data(), length)) {
+                std::this_thread::yield();
+            }
+        }
+    });
+    std::vector<char> block(length);
+    for (auto _ : state) {
+        while (!ring.read(block.data(), length)) {
+            std::this_thread::yield();
+        }
+    }
+    stopped = true;
+    producer.join();
+}
+
+}  // namespace
+
+void addRing() {
+    for (const unsigned int length : {16U, 188U, 1500U, 64U * 1024U}) {
+        const std::string bytes = std::to_string(length) + " B, ";
+        kFamily.add(bytes + "1 thread", Peers<NivurRing, DequeRing, SpscRing, Limit<Memcpy>>(),
+                    [=](State& state, auto peer) {
+                        measureOneThread<typename decltype(peer)::Type>(state, length);
+                    });
+        kFamily.add(bytes + "2 threads", Peers<NivurRing, DequeRing, Other<SpscRing>>(),
+                    [=](State& state, auto peer) {
+                        measureTwoThreads<typename decltype(peer)::Type>(state, length);
+                    });
+        kFamily.add(bytes + "2 threads", Peers<Limit<Memcpy>>(), [=](State& state, auto peer) {
+            typename decltype(peer)::Type memory;
+            std::vector<char> block(length);
+            for (auto _ : state) {
+                memory.read(block.data(), length);
+            }
+        });
+    }
+}
+
 }  // namespace bench

@@ -1,4 +1,353 @@
+#include <Poco/Net/DatagramSocket.h>
+#include <Poco/Net/SocketAddress.h>
+#include <Poco/Net/StreamSocket.h>
+#include <Poco/Net/StreamSocketImpl.h>
+#include <arpa/inet.h>
+#include <nivur/client_socket.h>
+#include <nivur/udp_socket.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <boost/asio.hpp>
+#include <deque>
+#include <memory>
+#include <set>
+
 #include "bench.h"
+
 namespace bench {
-void addSockets() {}
+
+namespace {
+
+const Family kFamily("sockets");
+namespace asio = boost::asio;
+constexpr char kLoopback[] = "127.0.0.1";
+
+sockaddr_in addressOf(int descriptor) {
+    sockaddr_in address = {};
+    socklen_t length = sizeof address;
+    ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length);
+    return address;
+}
+
+int makeBound(int type) {
+    const int descriptor = ::socket(AF_INET, type, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int length = 1 << 20;  // holds the largest message whole
+    ::setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &length, sizeof length);
+    ::setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &length, sizeof length);
+    ::bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    return descriptor;
+}
+
+/// The two ends of a connection through the loopback interface.
+std::array<int, 2> connectTcp() {
+    const int listener = makeBound(SOCK_STREAM);
+    ::listen(listener, 1);
+    const sockaddr_in address = addressOf(listener);
+    const int client = makeBound(SOCK_STREAM);
+    ::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    const int server = ::accept(listener, nullptr, nullptr);
+    ::close(listener);
+    return {client, server};
+}
+
+class PlainTcp {
+  public:
+    static std::string name() { return "plain calls"; }
+    explicit PlainTcp(int descriptor) : _descriptor(descriptor) {}
+    ~PlainTcp() { ::close(_descriptor); }
+    void send(const char* data, size_t length) { ::send(_descriptor, data, length, MSG_NOSIGNAL); }
+    size_t recv(char* data, size_t length) {
+        return static_cast<size_t>(::recv(_descriptor, data, length, 0));
+    }
+
+  private:
+    int _descriptor;
+};
+
+class NivurTcp {
+  public:
+    static std::string name() { return "nivur"; }
+    explicit NivurTcp(int descriptor) : _socket(descriptor, kLoopback, 1) {}
+    void send(const char* data, size_t length) {
+        _socket.send(data, static_cast<unsigned int>(length), nullptr);
+    }
+    size_t recv(char* data, size_t length) {
+        auto received = static_cast<unsigned int>(length);
+        _socket.recv(data, received);
+        return received;
+    }
+
+  private:
+    NIVUR::ClientSocket _socket;
+};
+
+class AsioTcp {
+  public:
+    static std::string name() { return "Asio"; }
+    explicit AsioTcp(int descriptor) : _socket(_io, asio::ip::tcp::v4(), descriptor) {}
+    void send(const char* data, size_t length) { _socket.send(asio::buffer(data, length)); }
+    size_t recv(char* data, size_t length) { return _socket.receive(asio::buffer(data, length)); }
+
+  private:
+    asio::io_context _io;
+    asio::ip::tcp::socket _socket;
+};
+
+class PocoTcp {
+  public:
+    static std::string name() { return "POCO"; }
+    explicit PocoTcp(int descriptor) : _socket(new Impl(descriptor)) {}
+    void send(const char* data, size_t length) {
+        _socket.sendBytes(data, static_cast<int>(length));
+    }
+    size_t recv(char* data, size_t length) {
+        return static_cast<size_t>(_socket.receiveBytes(data, static_cast<int>(length)));
+    }
+
+  private:
+    struct Impl : Poco::Net::StreamSocketImpl {
+        explicit Impl(int descriptor) : StreamSocketImpl(descriptor) {}
+    };
+    Poco::Net::StreamSocket _socket;
+};
+
+/// One message into one end and out of the other, on one thread: the cost of the calls.
+template <class Tcp>
+void measureTcp(State& state, size_t length) {
+    const auto [client, server] = connectTcp();
+    Tcp sender(client);
+    Tcp receiver(server);
+    std::vector<char> message(length, 'x');
+    for (auto _ : state) {
+        sender.send(message.data(), length);
+        for (size_t left = length; left > 0;) {
+            left -= receiver.recv(message.data(), left);
+        }
+    }
+}
+
+// The datagram sockets take the receiver's address as text and give the sender's as text, as ours
+// do, so that all do the same work.
+
+class PlainUdp {
+  public:
+    static std::string name() { return "plain calls"; }
+    ~PlainUdp() { ::close(_descriptor); }
+    uint16_t port() const { return ntohs(addressOf(_descriptor).sin_port); }
+    void send(const std::string& ip, uint16_t port, const char* data, size_t length) {
+        sockaddr_in to = {};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(port);
+        ::inet_pton(AF_INET, ip.c_str(), &to.sin_addr);
+        ::sendto(_descriptor, data, length, 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
+    }
+    std::string recv(char* data, size_t length) {
+        sockaddr_in from = {};
+        socklen_t fromLength = sizeof from;
+        ::recvfrom(_descriptor, data, length, 0, reinterpret_cast<sockaddr*>(&from), &fromLength);
+        char text[INET_ADDRSTRLEN];
+        return ::inet_ntop(AF_INET, &from.sin_addr, text, sizeof text);
+    }
+    int descriptor() const { return _descriptor; }
+
+  private:
+    int _descriptor = makeBound(SOCK_DGRAM);
+};
+
+class NivurUdp {
+  public:
+    static std::string name() { return "nivur"; }
+    NivurUdp() {
+        _socket.create(kLoopback, 0);
+        _socket.setBufLength(1 << 20);
+    }
+    uint16_t port() const { return _socket.port(); }
+    void send(const std::string& ip, uint16_t port, const char* data, size_t length) {
+        _socket.sendto(ip, port, data, length, nullptr);
+    }
+    std::string recv(char* data, size_t length) {
+        std::string ip;
+        uint16_t port = 0;
+        auto received = static_cast<unsigned int>(length);
+        _socket.recvfrom(ip, port, data, received);
+        return ip;
+    }
+    NIVUR::Socket* socket() { return &_socket; }
+
+  private:
+    NIVUR::UDPSocket _socket;
+};
+
+class AsioUdp {
+  public:
+    static std::string name() { return "Asio"; }
+    uint16_t port() const { return _socket.local_endpoint().port(); }
+    void send(const std::string& ip, uint16_t port, const char* data, size_t length) {
+        _socket.send_to(asio::buffer(data, length), {asio::ip::make_address(ip), port});
+    }
+    std::string recv(char* data, size_t length) {
+        asio::ip::udp::endpoint from;
+        _socket.receive_from(asio::buffer(data, length), from);
+        return from.address().to_string();
+    }
+
+  private:
+    asio::io_context _io;
+    asio::ip::udp::socket _socket{_io, asio::ip::udp::v4(), makeBound(SOCK_DGRAM)};
+};
+
+class PocoUdp {
+  public:
+    static std::string name() { return "POCO"; }
+    PocoUdp() {
+        _socket.setSendBufferSize(1 << 20);
+        _socket.setReceiveBufferSize(1 << 20);
+    }
+    uint16_t port() const { return _socket.address().port(); }
+    void send(const std::string& ip, uint16_t port, const char* data, size_t length) {
+        _socket.sendTo(data, static_cast<int>(length), Poco::Net::SocketAddress(ip, port));
+    }
+    std::string recv(char* data, size_t length) {
+        Poco::Net::SocketAddress from;
+        _socket.receiveFrom(data, static_cast<int>(length), from);
+        return from.host().toString();
+    }
+
+  private:
+    Poco::Net::DatagramSocket _socket{Poco::Net::SocketAddress(kLoopback, 0)};
+};
+
+template <class Udp>
+void measureUdp(State& state, size_t length) {
+    Udp sender;
+    Udp receiver;
+    const std::string ip = kLoopback;
+    const uint16_t port = receiver.port();
+    std::vector<char> message(length, 'x');
+    for (auto _ : state) {
+        sender.send(ip, port, message.data(), length);
+        benchmark::DoNotOptimize(receiver.recv(message.data(), length));
+    }
+}
+
+// Waiting: which of many sockets has a message? It is read, so that it is gone the next time.
+
+class NivurWait {
+  public:
+    static std::string name() { return "nivur"; }
+    explicit NivurWait(size_t count) : _sockets(count) {
+        for (NivurUdp& socket : _sockets) {
+            _set.insert(socket.socket());
+        }
+    }
+    uint16_t port() const { return _sockets.back().port(); }
+    void takeMessage() {
+        for (NIVUR::Socket* socket : NIVUR::Socket::waitMultipleSocket(_set, 1000)) {
+            std::string ip;
+            uint16_t from = 0;
+            char byte = 0;
+            unsigned int length = 1;
+            static_cast<NIVUR::UDPSocket*>(socket)->recvfrom(ip, from, &byte, length);
+        }
+    }
+
+  private:
+    std::vector<NivurUdp> _sockets;
+    std::set<NIVUR::Socket*> _set;
+};
+
+/// The array is filled anew for each call, as whoever has a set of sockets has to.
+class PollWait {
+  public:
+    static std::string name() { return "poll"; }
+    explicit PollWait(size_t count) : _sockets(count) {}
+    uint16_t port() const { return _sockets.back().port(); }
+    void takeMessage() {
+        std::vector<pollfd> polled;
+        polled.reserve(_sockets.size());
+        for (const PlainUdp& socket : _sockets) {
+            polled.push_back({socket.descriptor(), POLLIN, 0});
+        }
+        ::poll(polled.data(), polled.size(), 1000);
+        for (size_t i = 0; i < polled.size(); ++i) {
+            if (polled[i].revents != 0) {
+                char byte = 0;
+                _sockets[i].recv(&byte, 1);
+            }
+        }
+    }
+
+  private:
+    std::vector<PlainUdp> _sockets;
+};
+
+/// The sockets stay registered with the kernel from one wait to the next.
+class AsioWait {
+  public:
+    static std::string name() { return "Asio"; }
+    explicit AsioWait(size_t count) {
+        for (size_t i = 0; i < count; ++i) {
+            arm(_sockets.emplace_back(_io, asio::ip::udp::v4(), makeBound(SOCK_DGRAM)));
+        }
+    }
+    uint16_t port() const { return _sockets.back().local_endpoint().port(); }
+    void takeMessage() { _io.run_one(); }
+
+  private:
+    void arm(asio::ip::udp::socket& socket) {
+        socket.async_wait(asio::socket_base::wait_read, [&](boost::system::error_code error) {
+            if (!error) {
+                char byte = 0;
+                asio::ip::udp::endpoint from;
+                socket.receive_from(asio::buffer(&byte, 1), from);
+                arm(socket);
+            }
+        });
+    }
+
+    asio::io_context _io;
+    std::deque<asio::ip::udp::socket> _sockets;
+};
+
+/// All sockets are idle but one.
+template <class Wait>
+void measureWait(State& state, size_t count) {
+    Wait wait(count);
+    PlainUdp sender;
+    const uint16_t port = wait.port();
+    for (auto _ : state) {
+        sender.send(kLoopback, port, "x", 1);
+        wait.takeMessage();
+    }
+}
+
+}  // namespace
+
+void addSockets() {
+    const Peers<NivurTcp, AsioTcp, PocoTcp, Limit<PlainTcp>> tcp;
+    const Peers<NivurUdp, AsioUdp, PocoUdp, Limit<PlainUdp>> udp;
+    for (const size_t length : {64, 1500, 16384, 65536}) {
+        kFamily.add("TCP, " + std::to_string(length) + " B", tcp, [=](State& state, auto peer) {
+            measureTcp<typename decltype(peer)::Type>(state, length);
+        });
+        const size_t datagram = std::min<size_t>(length, 65507);
+        kFamily.add("UDP, " + std::to_string(datagram) + " B", udp, [=](State& state, auto peer) {
+            measureUdp<typename decltype(peer)::Type>(state, datagram);
+        });
+    }
+    for (const size_t count : {10, 100, 1000}) {
+        kFamily.add("wait on " + std::to_string(count) + " sockets",
+                    Peers<NivurWait, Limit<PollWait>, Other<AsioWait>>(),
+                    [=](State& state, auto peer) {
+                        measureWait<typename decltype(peer)::Type>(state, count);
+                    });
+    }
+}
+
 }  // namespace bench
