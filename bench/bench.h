@@ -50,20 +50,37 @@ class Family {
   public:
     explicit Family(std::string name) : _name(std::move(name)) {}
 
-    /// Measures body(state, Peer<Adapter>) for each of the adapters, on so many threads.
+    /// Measures body(state, Peer<Adapter>) for each of the adapters: the processor time of the one
+    /// thread that does all the work, which other programs disturb less than they do a clock.
     template <class... Adapters, class Body>
-    void add(const std::string& service, Peers<Adapters...>, Body body, int threads = 1) const {
-        (addOne<Adapters>(service, body, threads), ...);
+    void add(const std::string& service, Peers<Adapters...>, Body body) const {
+        (addOne<Adapters>(service, body), ...);
+    }
+
+    /// Measures, by the clock, what is run on so many threads or has others work for it.
+    template <class... Adapters, class Body>
+    void addThreaded(const std::string& service, Peers<Adapters...>, Body body,
+                     int threads = 1) const {
+        (addOne<Adapters>(service, body)->UseRealTime()->Threads(threads), ...);
+    }
+
+    /// Measures what each of so many threads does.
+    template <class AnyPeers, class Body>
+    void addOnThreads(int threads, const std::string& service, AnyPeers peers, Body body) const {
+        if (threads == 1) {
+            add(service + ", 1 thread", peers, body);
+        } else {
+            addThreaded(service + ", " + std::to_string(threads) + " threads", peers, body,
+                        threads);
+        }
     }
 
   private:
     template <class Adapter, class Body>
-    void addOne(const std::string& service, Body body, int threads) const {
+    benchmark::internal::Benchmark* addOne(const std::string& service, Body body) const {
         const std::string name = _name + "/" + service + "/" + Adapter::name();
-        benchmark::RegisterBenchmark(name.c_str(),
-                                     [body](State& state) { body(state, Peer<Adapter>()); })
-            ->UseRealTime()
-            ->Threads(threads);
+        return benchmark::RegisterBenchmark(name.c_str(),
+                                            [body](State& state) { body(state, Peer<Adapter>()); });
     }
 
     std::string _name;

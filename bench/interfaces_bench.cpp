@@ -68,10 +68,11 @@ void measure(State& state, int addresses) {
 
 void addInterfaces() {
     for (const int addresses : {2, 300}) {
-        kFamily.add("list " + std::to_string(addresses) + " addresses",
-                    Peers<NivurInterfaces, PlainInterfaces>(), [=](State& state, auto peer) {
-                        measure<typename decltype(peer)::Type>(state, addresses);
-                    });
+        kFamily.addThreaded("list " + std::to_string(addresses) + " addresses",
+                            Peers<NivurInterfaces, PlainInterfaces>(),
+                            [=](State& state, auto peer) {
+                                measure<typename decltype(peer)::Type>(state, addresses);
+                            });
     }
 }
 

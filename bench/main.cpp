@@ -1,5 +1,7 @@
 #include <sys/resource.h>
 
+#include <thread>
+
 #include "bench.h"
 
 namespace {
@@ -15,6 +17,9 @@ void raiseDescriptorLimit() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // The standard library counts and locks without atomics until a process has had a second
+    // thread.
+    std::thread([] {}).join();
     raiseDescriptorLimit();
     bench::addRunLoop();
     bench::addTimers();

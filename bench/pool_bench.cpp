@@ -100,13 +100,12 @@ void measure(State& state, unsigned int count) {
 void addPool() {
     const Peers<NivurPool, PlainPool<Malloc>, PlainPool<PmrPool>, PlainPool<BoostPool>> peers;
     for (const unsigned int count : {16U, 256U, 4096U}) {
+        const std::string service = "take and return, " + std::to_string(count) + " buffers";
+        const auto body = [=](State& state, auto peer) {
+            measure<typename decltype(peer)::Type>(state, count);
+        };
         for (const int threads : {1, 2, 4}) {
-            const std::string service = "take and return, " + std::to_string(count) + " buffers, " +
-                                        std::to_string(threads) + " thread(s)";
-            const auto body = [=](State& state, auto peer) {
-                measure<typename decltype(peer)::Type>(state, count);
-            };
-            kFamily.add(service, peers, body, threads);
+            kFamily.addOnThreads(threads, service, peers, body);
         }
     }
 }

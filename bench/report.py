@@ -60,7 +60,7 @@ def read(result):
                 rows.setdefault(key, Row(*key)).put(peer, value)
             if not counters:
                 rate = run.get("items_per_second")
-                row.put(peer, 1e9 / rate if rate else run["real_time"])
+                row.put(peer, 1e9 / rate if rate else run["real_time" if "/real_time" in run["run_name"] else "cpu_time"])
     return [row for row in rows.values() if row.peers or row.skipped]
 
 

@@ -120,10 +120,10 @@ void addRing() {
                     [=](State& state, auto peer) {
                         measureOneThread<typename decltype(peer)::Type>(state, length);
                     });
-        kFamily.add(bytes + "2 threads", Peers<NivurRing, DequeRing, Other<SpscRing>>(),
-                    [=](State& state, auto peer) {
-                        measureTwoThreads<typename decltype(peer)::Type>(state, length);
-                    });
+        kFamily.addThreaded(bytes + "2 threads", Peers<NivurRing, DequeRing, Other<SpscRing>>(),
+                            [=](State& state, auto peer) {
+                                measureTwoThreads<typename decltype(peer)::Type>(state, length);
+                            });
         kFamily.add(bytes + "2 threads", Peers<Limit<Memcpy>>(), [=](State& state, auto peer) {
             typename decltype(peer)::Type memory;
             std::vector<char> block(length);

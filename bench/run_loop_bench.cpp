@@ -145,7 +145,7 @@ void measureCancel(State& state) {
 
 void addRunLoop() {
     const auto addPosts = [](const char* service, auto loops, int posts, int posters) {
-        kFamily.add(service, loops, [=](State& state, auto peer) {
+        kFamily.addThreaded(service, loops, [=](State& state, auto peer) {
             measurePosts<typename decltype(peer)::Type>(state, posts, posters);
         });
     };
@@ -154,16 +154,16 @@ void addRunLoop() {
     addPosts("post, 4 posters", StreamLoops(), 100000, 4);
     addPosts("post, bursts of 10000", StreamLoops(), kQueued, 1);
     addPosts("post, bursts of 1000", AllLoops(), 1000, 1);
-    kFamily.add("post to a sleeping loop", AllLoops(), [](State& state, auto peer) {
+    kFamily.addThreaded("post to a sleeping loop", AllLoops(), [](State& state, auto peer) {
         measureWakeUp<typename decltype(peer)::Type>(state);
     });
-    kFamily.add("post and wait", AllLoops(), [](State& state, auto peer) {
+    kFamily.addThreaded("post and wait", AllLoops(), [](State& state, auto peer) {
         measureCalls<typename decltype(peer)::Type>(state);
     });
-    kFamily.add("urgent post behind 10000", PriorityLoops(), [](State& state, auto peer) {
+    kFamily.addThreaded("urgent post behind 10000", PriorityLoops(), [](State& state, auto peer) {
         measurePriority<typename decltype(peer)::Type>(state);
     });
-    kFamily.add("cancel among 10000", CancellingLoops(), [](State& state, auto peer) {
+    kFamily.addThreaded("cancel among 10000", CancellingLoops(), [](State& state, auto peer) {
         measureCancel<typename decltype(peer)::Type>(state);
     });
 }

@@ -98,8 +98,6 @@ void addPointers() {
         }
     });
     for (const int threads : {1, 2}) {
-        const std::string service =
-            "SharedPtr, copy and drop, " + std::to_string(threads) + " thread(s)";
         const auto body = [](State& state, auto peer) {
             static const typename decltype(peer)::Type::Pointer original(new Object);
             for (auto _ : state) {
@@ -108,15 +106,13 @@ void addPointers() {
             }
             setItems(state, 1);
         };
-        kFamily.add(service, peers, body, threads);
+        kFamily.addOnThreads(threads, "SharedPtr, copy and drop", peers, body);
     }
 }
 
 void addLocks() {
     const Peers<NivurMutex, StdMutex, Limit<PlainMutex>> peers;
     for (const int threads : {1, 2}) {
-        const std::string service =
-            "Mutex, lock and unlock, " + std::to_string(threads) + " thread(s)";
         const auto body = [](State& state, auto peer) {
             static typename decltype(peer)::Type mutex;
             static long guarded = 0;
@@ -127,7 +123,7 @@ void addLocks() {
             }
             setItems(state, 1);
         };
-        kFamily.add(service, peers, body, threads);
+        kFamily.addOnThreads(threads, "Mutex, lock and unlock", peers, body);
     }
 
     const Peers<NivurSemaphore, StdSemaphore, PlainSemaphore> semaphores;
@@ -138,9 +134,9 @@ void addLocks() {
             semaphore.wait();
         }
     });
-    kFamily.add("Semaphore, ping-pong of 2 threads", semaphores, [](State& state, auto peer) {
-        measurePingPong<typename decltype(peer)::Type>(state);
-    });
+    kFamily.addThreaded(
+        "Semaphore, ping-pong of 2 threads", semaphores,
+        [](State& state, auto peer) { measurePingPong<typename decltype(peer)::Type>(state); });
 }
 
 }  // namespace

@@ -140,13 +140,14 @@ class BusyLoop {
 template <class Loops>
 void addCounts(Loops loops, size_t count) {
     const std::string number = std::to_string(count);
-    kFamily.add("add and stop, " + number + " pending", loops, [=](State& state, auto peer) {
-        measureAddAndStop<typename decltype(peer)::Type>(state, count);
-    });
-    kFamily.add("reset, " + number + " pending", loops, [=](State& state, auto peer) {
+    kFamily.addThreaded("add and stop, " + number + " pending", loops,
+                        [=](State& state, auto peer) {
+                            measureAddAndStop<typename decltype(peer)::Type>(state, count);
+                        });
+    kFamily.addThreaded("reset, " + number + " pending", loops, [=](State& state, auto peer) {
         measureReset<typename decltype(peer)::Type>(state, count);
     });
-    kFamily.add("fire, " + number + " due", loops, [=](State& state, auto peer) {
+    kFamily.addThreaded("fire, " + number + " due", loops, [=](State& state, auto peer) {
         measureFire<typename decltype(peer)::Type>(state, count);
     });
 }
@@ -157,7 +158,7 @@ void addTimers() {
     addCounts(AllLoops(), 100);
     addCounts(ManyTimersLoops(), 1000);  // the Looper's times grow with the number of its timers
     addCounts(ManyTimersLoops(), 10000);
-    kFamily.add("lateness on a busy loop", AllLoops(), [](State& state, auto peer) {
+    kFamily.addThreaded("lateness on a busy loop", AllLoops(), [](State& state, auto peer) {
         BusyLoop<typename decltype(peer)::Type> busy;
         for (auto _ : state) {
             busy.measure(50);
