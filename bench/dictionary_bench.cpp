@@ -117,17 +117,6 @@ void measureSet(State& state, size_t count) {
     setItems(state, count);
 }
 
-template <class Record>
-void measureReplace(State& state, size_t count) {
-    const auto keys = makeKeys(count);
-    Record record;
-    fill(record, keys);
-    for (auto _ : state) {
-        fill(record, keys);
-    }
-    setItems(state, count);
-}
-
 }  // namespace
 
 void addDictionary() {
@@ -136,9 +125,6 @@ void addDictionary() {
         const std::string keys = ", " + std::to_string(count) + " keys";
         kFamily.add("fill and drop" + keys, peers, [=](State& state, auto peer) {
             measureSet<typename decltype(peer)::Type>(state, count);
-        });
-        kFamily.add("replace" + keys, peers, [=](State& state, auto peer) {
-            measureReplace<typename decltype(peer)::Type>(state, count);
         });
         kFamily.add("get" + keys, peers, [=](State& state, auto peer) {
             measureGet<typename decltype(peer)::Type>(state, count);

@@ -1,0 +1,35 @@
+#ifndef NIVUR_BENCH_LOOP_SUPPORT_H
+#define NIVUR_BENCH_LOOP_SUPPORT_H
+
+#include <functional>
+
+#include "bench.h"
+
+/// The adapters of run loops, each on a thread of its own and, with one exception, with the queue
+/// it comes with:
+///   post(task)             queues a task from any thread
+///   postFirst(task)        the same, ahead of what is queued
+///   call(task)             posts and waits until it has run
+///   postCancellable(task)  what cancel() takes to remove the task; both on the loop's thread
+///   addTimer(ms, action)   a timer that fires once; this and the rest on the loop's thread
+///   resetTimer(timer), stopTimer(timer)
+/// Where the peer has no such thing the adapter has none either. A posted task costs every peer but
+/// libuv's an allocation, since they erase its type.
+namespace bench {
+
+using Action = std::function<void()>;
+constexpr unsigned int kTimerInterval = 3600 * 1000;  // ms, of timers that are only pending
+
+template <class Loop, class Task>
+void callThroughPost(Loop& loop, Task task) {
+    Signal done;
+    loop.post([&] {
+        task();
+        done.set();
+    });
+    done.wait();
+}
+
+}  // namespace bench
+
+#endif
