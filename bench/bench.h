@@ -91,6 +91,16 @@ inline void setItems(State& state, size_t perIteration) {
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(perIteration));
 }
 
+/// Runs `body` at least so many times, so that there are samples to take a percentile of.
+template <class Body>
+void repeat(State& state, int times, Body body) {
+    for (auto _ : state) {
+        for (int i = 0; i < times; ++i) {
+            body();
+        }
+    }
+}
+
 /// Times of single events, for percentiles.
 class Samples {
   public:

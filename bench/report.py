@@ -118,8 +118,8 @@ def bars(rows):
                      f'<text x="{left + length + 6:.1f}" y="{y + 14}">{ratio(value)}</text>')
     parts.append(f'<line x1="{left + unit}" y1="16" x2="{left + unit}" y2="{bottom}" stroke="black" '
                  f'stroke-dasharray="3 3"/><text x="{left + unit}" y="12" text-anchor="middle">best peer</text>'
-                 f'<text x="{left}" y="{bottom + 16}">time of nivur, the best peer\'s being 1: shorter is faster'
-                 '</text></svg>')
+                 f'<text x="{left}" y="{bottom + 16}">nivur\'s time, the best peer\'s (or else the limit\'s) '
+                 f'being 1: shorter is faster; cut off at {end:.0f}</text></svg>')
     return "\n".join(parts) + "\n"
 
 

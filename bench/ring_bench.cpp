@@ -116,7 +116,8 @@ void measureTwoThreads(State& state, unsigned int length) {
 void addRing() {
     for (const unsigned int length : {16U, 188U, 1500U, 64U * 1024U}) {
         const std::string bytes = std::to_string(length) + " B, ";
-        kFamily.add(bytes + "1 thread", Peers<NivurRing, DequeRing, SpscRing, Limit<Memcpy>>(),
+        kFamily.add(bytes + "1 thread",
+                    Peers<NivurRing, DequeRing, Other<SpscRing>, Limit<Memcpy>>(),
                     [=](State& state, auto peer) {
                         measureOneThread<typename decltype(peer)::Type>(state, length);
                     });

@@ -56,7 +56,7 @@ void measureWakeUp(State& state) {
     Loop loop;
     Samples wakeUps;
     Samples posts;
-    for (auto _ : state) {
+    repeat(state, 50, [&] {
         std::this_thread::sleep_for(std::chrono::microseconds(200));
         Clock::time_point ran;
         Signal done;
@@ -68,7 +68,7 @@ void measureWakeUp(State& state) {
         posts.add(Clock::now() - begin);
         done.wait();
         wakeUps.add(ran - begin);
-    }
+    });
     state.counters["until it runs"] = wakeUps.at(0.5);
     state.counters["the poster's share"] = posts.at(0.5);
 }
@@ -78,11 +78,11 @@ void measureCalls(State& state) {
     Loop loop;
     Samples calls;
     int ran = 0;
-    for (auto _ : state) {
+    repeat(state, 500, [&] {
         const auto begin = Clock::now();
         loop.call([&ran] { ++ran; });
         calls.add(Clock::now() - begin);
-    }
+    });
     benchmark::DoNotOptimize(ran);
     state.counters["median"] = calls.at(0.5);
     state.counters["p99"] = calls.at(0.99);
@@ -93,7 +93,7 @@ template <class Loop>
 void measurePriority(State& state) {
     Loop loop;
     Samples waits;
-    for (auto _ : state) {
+    repeat(state, 5, [&] {
         Signal begun;
         Signal gate;
         Clock::time_point opened;
@@ -113,7 +113,7 @@ void measurePriority(State& state) {
         gate.set();
         countdown.done.wait();
         waits.add(ran - opened);
-    }
+    });
     state.counters["time"] = waits.at(0.5);
 }
 
@@ -122,7 +122,7 @@ template <class Loop>
 void measureCancel(State& state) {
     Loop loop;
     Samples cancels;
-    for (auto _ : state) {
+    repeat(state, 5, [&] {
         Signal done;
         loop.post([&] {
             std::vector<typename Loop::Handle> handles;
@@ -137,7 +137,7 @@ void measureCancel(State& state) {
             loop.post([&] { done.set(); });
         });
         done.wait();
-    }
+    });
     state.counters["time"] = cancels.at(0.5);
 }
 

@@ -74,7 +74,7 @@ template <class Loop>
 void measureFire(State& state, size_t count) {
     Loop loop;
     Samples fires;
-    for (auto _ : state) {
+    repeat(state, 5, [&] {
         Signal done;
         Clock::time_point begin;
         size_t left = count;
@@ -91,7 +91,7 @@ void measureFire(State& state, size_t count) {
             begin = Clock::now();
         });
         done.wait();
-    }
+    });
     state.counters["time"] = fires.at(0.5);
 }
 
@@ -163,7 +163,7 @@ void addTimers() {
     kFamily.addThreaded("lateness on a busy loop", PunctualLoops(), [](State& state, auto peer) {
         BusyLoop<typename decltype(peer)::Type> busy;
         for (auto _ : state) {
-            busy.measure(50);
+            busy.measure(100);
         }
         state.counters["p99"] = busy.lateness().at(0.99);
     });
