@@ -91,7 +91,7 @@ inline void setItems(State& state, size_t perIteration) {
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(perIteration));
 }
 
-/// Runs `body` at least so many times, so that there are samples to take a percentile of.
+/// Runs `body` at least so many times: enough for a percentile, or for threads to get going.
 template <class Body>
 void repeat(State& state, int times, Body body) {
     for (auto _ : state) {

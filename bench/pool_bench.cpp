@@ -83,12 +83,12 @@ void measure(State& state, unsigned int count) {
             inUse.push_back(pool->take());
         }
     }
-    for (auto _ : state) {
+    repeat(state, 1000, [&] {
         const auto taken = pool->take();
         *Pool::data(taken) = 1;
         benchmark::ClobberMemory();
-    }
-    setItems(state, 1);
+    });
+    setItems(state, 1000);
     if (state.thread_index() == 0) {
         inUse.clear();
         pool.reset();

@@ -102,11 +102,12 @@ void measureTwoThreads(State& state, unsigned int length) {
         }
     });
     std::vector<char> block(length);
-    for (auto _ : state) {
+    repeat(state, 2000, [&] {
         while (!ring.read(block.data(), length)) {
             std::this_thread::yield();
         }
-    }
+    });
+    setItems(state, 2000);
     stopped = true;
     producer.join();
 }

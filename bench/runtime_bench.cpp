@@ -80,10 +80,11 @@ void measurePingPong(State& state) {
             pong.notify();
         }
     });
-    for (auto _ : state) {
+    repeat(state, 500, [&] {
         ping.notify();
         pong.wait();
-    }
+    });
+    setItems(state, 500);
     stopped = true;
     ping.notify();
     partner.join();
