@@ -1,8 +1,7 @@
 #include "string_util.h"
 
+#include <algorithm>
 #include <cstdlib>
-#include <locale>
-#include <sstream>
 
 namespace NIVUR {
 
@@ -30,13 +29,12 @@ int StringUtil::string2Int(const std::string& text) {
 }
 
 void StringUtil::string2UInt8Vector(const std::string& text, std::vector<std::uint8_t>& bytes) {
-    std::istringstream words(text);
-    words.imbue(std::locale::classic());
-    words.exceptions(
-        std::ios::badbit);  // else exhausted memory would look like the end of the text
+    static constexpr char kWhiteSpace[] = " \t\n\v\f\r";
     std::vector<std::uint8_t> values;
-    for (std::string word; words >> word;) {
-        values.push_back(stringToUInt8(word));
+    size_t end = 0;
+    for (size_t begin = 0; (begin = text.find_first_not_of(kWhiteSpace, end)) != text.npos;) {
+        end = std::min(text.find_first_of(kWhiteSpace, begin), text.size());
+        values.push_back(stringToUInt8(text.substr(begin, end - begin)));
     }
     bytes.insert(bytes.end(), values.begin(), values.end());
 }
