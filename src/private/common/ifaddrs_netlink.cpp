@@ -43,15 +43,6 @@ void freeList(ifaddrs* list) {
     }
 }
 
-// Name and flags of an interface.
-bool readInterface(unsigned int index, ifreq& interface) {
-    if (::if_indextoname(index, interface.ifr_name) == nullptr) {
-        return false;
-    }
-    const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    return socket.get() != -1 && ::ioctl(socket.get(), SIOCGIFFLAGS, &interface) != -1;
-}
-
 // A new socket address with as much of the bytes as it has room for.
 sockaddr* makeAddress(int family, unsigned int scope, const uint8_t* bytes, size_t length) {
     if (family == AF_INET) {
@@ -102,13 +93,12 @@ class AddressList final : public AddressVisitor {
     }
 
   private:
-    static bool fill(ifaddrs& record, const DumpedAddress& address) {
-        ifreq interface {};
-        if (!readInterface(address.interfaceIndex, interface)) {
+    bool fill(ifaddrs& record, const DumpedAddress& address) {
+        if (!readInterface(address.interfaceIndex)) {
             return false;
         }
-        record.ifa_name = ::strdup(interface.ifr_name);
-        record.ifa_flags = static_cast<unsigned int>(int{interface.ifr_flags});
+        record.ifa_name = ::strdup(_interface.ifr_name);
+        record.ifa_flags = static_cast<unsigned int>(int{_interface.ifr_flags});
         record.ifa_addr =
             makeAddress(address.family, address.interfaceIndex, address.bytes, address.length);
         record.ifa_netmask = makeNetmask(address.family, address.prefixLength);
@@ -116,8 +106,25 @@ class AddressList final : public AddressVisitor {
                record.ifa_netmask != nullptr;
     }
 
+    // Name and flags of an interface, once for all its addresses that follow each other.
+    bool readInterface(unsigned int index) {
+        if (index != 0 && index == _index) {
+            return true;
+        }
+        _index = 0;
+        const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        if (::if_indextoname(index, _interface.ifr_name) == nullptr || socket.get() == -1 ||
+            ::ioctl(socket.get(), SIOCGIFFLAGS, &_interface) == -1) {
+            return false;
+        }
+        _index = index;
+        return true;
+    }
+
     ifaddrs* _head = nullptr;
     ifaddrs** _end = &_head;
+    ifreq _interface{};
+    unsigned int _index = 0;  // of _interface; no interface has 0
 };
 
 bool requestDump(int socket) {
