@@ -17,6 +17,8 @@ namespace {
 
 constexpr unsigned int kMaxSleepMs = 100;
 
+thread_local const RunLoop* loopOfThisThread = nullptr;
+
 template <class Task>
 std::string describe(const Task& task) {
     return task._runnable ? task._runnable->dump() : std::string();
@@ -144,10 +146,11 @@ const char* RunLoop::getRefusal() const {
 }
 
 bool RunLoop::isLoopThread() const {
-    return _thread.getThreadID() == Thread::getCurrentThreadID();
+    return loopOfThisThread == this;
 }
 
 void RunLoop::runLoopProc() {
+    loopOfThisThread = this;
     openIntake();
     for (bool busy = false; !_thread.isStopping();) {
         if (!busy) {
@@ -156,9 +159,12 @@ void RunLoop::runLoopProc() {
         busy = runPass();
     }
     Log::log("NIVUR", LOG_DEBUG, "thread %s break loop!", _name.c_str());
-    Gate gate(*this, Gate::LOOP_ITSELF);
-    while (dropAll()) {
+    {
+        Gate gate(*this, Gate::LOOP_ITSELF);
+        while (dropAll()) {
+        }
     }
+    loopOfThisThread = nullptr;
 }
 
 /// Runs what is due, and one task; false when there was nothing.
