@@ -5,6 +5,14 @@
 
 namespace NIVUR {
 
+namespace {
+
+bool isSpace(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+}  // namespace
+
 std::uint8_t stringToUInt8(const std::string& text) {
     // What atoi() does, but defined for numbers that do not fit.
     return static_cast<std::uint8_t>(std::strtol(text.c_str(), nullptr, 10));
@@ -29,12 +37,11 @@ int StringUtil::string2Int(const std::string& text) {
 }
 
 void StringUtil::string2UInt8Vector(const std::string& text, std::vector<std::uint8_t>& bytes) {
-    static constexpr char kWhiteSpace[] = " \t\n\v\f\r";
     std::vector<std::uint8_t> values;
-    size_t end = 0;
-    for (size_t begin = 0; (begin = text.find_first_not_of(kWhiteSpace, end)) != text.npos;) {
-        end = std::min(text.find_first_of(kWhiteSpace, begin), text.size());
-        values.push_back(stringToUInt8(text.substr(begin, end - begin)));
+    auto end = text.begin();
+    for (auto word = end; (word = std::find_if_not(end, text.end(), isSpace)) != text.end();) {
+        end = std::find_if(word, text.end(), isSpace);
+        values.push_back(stringToUInt8(std::string(word, end)));
     }
     bytes.insert(bytes.end(), values.begin(), values.end());
 }
