@@ -67,11 +67,9 @@ void RunLoop::stop() {
     {
         AutoLock lock(_mutex);
         run = _thread.requestStop();
-        ItemQueue posted;
-        if (_intake->close(posted)) {
+        if (_intake->close(*_items)) {
             _wakeSemaphore.notify();
         }
-        sortIn(posted);
     }
     Thread::waitForRun(run);
 }
@@ -105,23 +103,51 @@ void RunLoop::runAtOnce(Runnable* item) {
 
 bool RunLoop::enqueue(Runnable* item, bool highPriority, std::shared_ptr<Semaphore> semaphore) {
     std::unique_ptr<Runnable> offered(item);
-    auto entry = std::make_unique<RunLoopItem>(item, highPriority, std::move(semaphore));
+    auto entry = std::make_unique<RunLoopItem>(item, std::move(semaphore));
     (void)offered.release();
-    for (;;) {
-        switch (item == nullptr ? _intake->CLOSED : _intake->add(entry)) {
-            case Intake<RunLoopItem>::ADDED_ASLEEP:
-                _wakeSemaphore.notify();
-                return true;
-            case Intake<RunLoopItem>::ADDED:
-                return true;  // the task may have run, and ended the loop
-            case Intake<RunLoopItem>::CLOSED:
-                if (const char* const refusal = getRefusal()) {
-                    Log::log("NIVUR", LOG_ERROR, refusal, _name.c_str());
-                    return false;
-                }
-                NIVUR_ASSERT(item);
-                openIntake();  // the loop's thread has started and not yet come to it
+    const char* const refusal = highPriority ? addFirst(entry) : addLast(entry);
+    if (refusal != nullptr) {
+        Log::log("NIVUR", LOG_ERROR, refusal, _name.c_str());
+    }
+    return refusal == nullptr;
+}
+
+/// Queues a high-priority task, or gives the log line of the refusal.
+const char* RunLoop::addFirst(std::unique_ptr<RunLoopItem>& entry) {
+    const Runnable* const item = entry->_runnable.get();
+    AutoLock lock(_mutex);
+    const char* const refusal = getRefusal();
+    if (refusal == nullptr) {
+        NIVUR_ASSERT(item);
+        _highPriorityItems->push(std::move(entry));
+        wake();
+    }
+    return refusal;
+}
+
+/// The same for a normal task, and without the lock.
+const char* RunLoop::addLast(std::unique_ptr<RunLoopItem>& entry) {
+    using Posts = Intake<RunLoopItem>;
+    const Runnable* const item = entry->_runnable.get();
+    Posts::Result result = Posts::CLOSED;
+    while (item == nullptr || (result = _intake->add(entry)) == Posts::CLOSED) {
+        if (const char* const refusal = getRefusal()) {
+            return refusal;
         }
+        NIVUR_ASSERT(item);
+        openIntake();  // the loop's thread has started and not yet come to it
+    }
+    if (result == Posts::ADDED_ASLEEP) {
+        _wakeSemaphore.notify();
+    }
+    return nullptr;  // the task may have run, and ended the loop
+}
+
+/// Ends the loop's sleep. The lock keeps the loop from running, and perhaps ending, before the
+/// signal is given.
+void RunLoop::wake() {
+    if (_intake->endSleep()) {
+        _wakeSemaphore.notify();
     }
 }
 
@@ -182,13 +208,16 @@ void RunLoop::sleep() {
     if (!_intake->beginSleep()) {
         return;
     }
-    // Looked at after the mark is set: who adds anything from here on finds it and signals.
-    _mutex.lock();
-    const unsigned int sleepMs = getWaitTime();
-    _mutex.unlock();
+    unsigned int sleepMs = 0;
+    {
+        // Looked at after the mark is set: who adds anything from here on finds it and signals.
+        AutoLock lock(_mutex);
+        sleepMs = getWaitTime();
+    }
     const bool signalled = _wakeSemaphore.wait(sleepMs) == 0;
     if (!_intake->endSleep() && !signalled) {
-        _wakeSemaphore.wait();  // for the signal of whoever has removed the mark
+        // Whoever has removed the mark is about to signal, and must not find the loop gone.
+        _wakeSemaphore.wait();
     }
 }
 
@@ -207,23 +236,13 @@ unsigned int RunLoop::getWaitTime() const {
 /// Takes what this pass will run; true when there are timers among it.
 bool RunLoop::select() {
     AutoLock lock(_mutex);
-    takeIntake();
     collectDueTimers();
-    _runningItem = (_highPriorityItems->empty() ? _items : _highPriorityItems)->pop();
-    return !_runningTimers.empty();
-}
-
-/// Empties the intake into the queues.
-void RunLoop::takeIntake() {
-    ItemQueue posted;
-    _intake->take(posted);
-    sortIn(posted);
-}
-
-void RunLoop::sortIn(ItemQueue& posted) {
-    while (std::unique_ptr<RunLoopItem> item = posted.pop()) {
-        (item->_highPriority ? _highPriorityItems : _items)->push(std::move(item));
+    _runningItem = _highPriorityItems->pop();
+    if (_runningItem == nullptr) {
+        _intake->take(*_items);
+        _runningItem = _items->pop();
     }
+    return !_runningTimers.empty();
 }
 
 void RunLoop::collectDueTimers() {
@@ -287,7 +306,7 @@ bool RunLoop::runItem() {
 }
 
 void RunLoop::dropItems(Dropped& dropped) {
-    takeIntake();
+    _intake->take(*_items);
     dropped.items.append(*_highPriorityItems);
     dropped.items.append(*_items);
 }
@@ -326,15 +345,13 @@ long RunLoop::addTimer(Runnable* task, unsigned int interval, bool repeat) {
     auto node = added.extract(added.begin());
     node.value()._sequence = ++_timersAdded;
     _sortedTimers.insert(std::move(node));
-    if (_intake->endSleep()) {
-        _wakeSemaphore.notify();
-    }
+    wake();
     return id;
 }
 
 void RunLoop::stopTimer(long id) {
-    Dropped
-        dropped;  // keeps the task to the end, lest another timer gets its address and so the id
+    // Keeps the task to the end, lest another timer gets its address and so the id.
+    Dropped dropped;
     {
         AutoLock lock(_mutex);
         const auto pending = findTimer(id);
@@ -386,7 +403,7 @@ void RunLoop::cancelTasksForObject(void* object) {
 }
 
 void RunLoop::dropPending(const void* object, Dropped& dropped) {
-    takeIntake();
+    _intake->take(*_items);
     dropped.take(*_highPriorityItems, object);
     dropped.take(*_items, object);
     for (auto next = _sortedTimers.begin(); next != _sortedTimers.end();) {
@@ -402,7 +419,7 @@ void RunLoop::dumpLoopInfo() {
     const auto listTask = [&text](const auto& task) { text += describe(task) + "\r\t"; };
     {
         AutoLock lock(_mutex);
-        takeIntake();
+        _intake->take(*_items);
         text += ", _items.size: " + std::to_string(_items->size());
         text += ", _highPriorityItems.size: " + std::to_string(_highPriorityItems->size());
         text += ", _sortedTimers.size: " + std::to_string(_sortedTimers.size());

@@ -121,14 +121,15 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     const char* getRefusal() const;
     void runAtOnce(Runnable* item);
     bool enqueue(Runnable* item, bool highPriority, std::shared_ptr<Semaphore> semaphore);
+    const char* addFirst(std::unique_ptr<RunLoopItem>& entry);
+    const char* addLast(std::unique_ptr<RunLoopItem>& entry);
     void openIntake();
+    void wake() NIVUR_REQUIRES(_mutex);
 
     unsigned int getWaitTime() const NIVUR_REQUIRES(_mutex);
     void collectDueTimers() NIVUR_REQUIRES(_mutex);
     std::set<Timer>::iterator findTimer(long id) const NIVUR_REQUIRES(_mutex);
     std::set<Timer>::node_type extractTimer(std::set<Timer>::iterator timer) NIVUR_REQUIRES(_mutex);
-    void sortIn(ItemQueue& posted) NIVUR_REQUIRES(_mutex);
-    void takeIntake() NIVUR_REQUIRES(_mutex);
     void dropItems(Dropped& dropped) NIVUR_REQUIRES(_mutex);
     void dropPending(const void* object, Dropped& dropped) NIVUR_REQUIRES(_mutex);
     bool dropAll();
@@ -149,7 +150,7 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     Thread _thread;
     Semaphore _wakeSemaphore;
 
-    // Where posters leave their tasks, without a lock. Whoever looks at the queues empties it into
+    // Where posters leave normal tasks, without a lock. Whoever looks at _items empties it into
     // them first. It is closed when the loop is not running or is stopping.
     const std::unique_ptr<Intake<RunLoopItem>> _intake;
     const std::unique_ptr<ItemQueue> _items NIVUR_PT_GUARDED_BY(_mutex);

@@ -19,8 +19,8 @@ bool actsOn(const Task& task, const void* object) {
 
 /// Its end, however it comes, deletes the task and then releases the poster that waits.
 struct RunLoop::RunLoopItem : NoCopyable {
-    RunLoopItem(Runnable* runnable, bool highPriority, std::shared_ptr<Semaphore> semaphore)
-        : _runnable(runnable), _semaphore(std::move(semaphore)), _highPriority(highPriority) {}
+    RunLoopItem(Runnable* runnable, std::shared_ptr<Semaphore> semaphore)
+        : _runnable(runnable), _semaphore(std::move(semaphore)) {}
 
     ~RunLoopItem() {
         _runnable.reset();
@@ -32,7 +32,6 @@ struct RunLoop::RunLoopItem : NoCopyable {
     std::unique_ptr<Runnable> _runnable;
     std::shared_ptr<Semaphore> _semaphore;  // of the poster that waits, or null
     RunLoopItem* _next = nullptr;           // in the queue that holds it
-    const bool _highPriority;
 };
 
 /// Keeps the gate shut for a scope, except on the loop's own thread, when a task calls: that is
