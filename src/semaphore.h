@@ -31,6 +31,8 @@ class NIVUR_EXPORT Semaphore : public NoCopyable {
     int notify();
 
   private:
+    bool addSignal();
+    bool wakeSleeper();
     bool takeSignal();
     void beginWait();
     int finishWait(int error);

@@ -50,20 +50,39 @@ int Semaphore::wait(unsigned int timeoutMs) {
 }
 
 int Semaphore::notify() {
-    for (int64_t count = _count; count >= 0;) {
-        if (_count.compare_exchange_weak(count, count + 1)) {
-            return 0;  // and whoever takes the signal may destroy the semaphore
+    while (!addSignal()) {
+        if (const int error = ::pthread_mutex_lock(&_mutex)) {
+            return error;
+        }
+        const bool woken = wakeSleeper();
+        const int error = ::pthread_mutex_unlock(&_mutex);
+        if (woken) {
+            return error;
         }
     }
-    if (const int error = ::pthread_mutex_lock(&_mutex)) {
-        return error;
+    return 0;
+}
+
+/// Adds a signal that any thread may take, and then destroy the semaphore, at once: so it must be
+/// the last that notify() does, and never with the lock held. False when somebody sleeps.
+bool Semaphore::addSignal() {
+    for (int64_t count = _count; count >= 0;) {
+        if (_count.compare_exchange_weak(count, count + 1)) {
+            return true;
+        }
     }
-    if (_count++ < 0) {
-        ++_wakeups;
-        // Under the lock: once the sleeper can see it, it may destroy the semaphore.
-        ::pthread_cond_signal(&_cond);
+    return false;
+}
+
+/// With the lock held, which the sleeper needs to go on; false when all have given up meanwhile.
+bool Semaphore::wakeSleeper() {
+    if (_count >= 0) {
+        return false;
     }
-    return ::pthread_mutex_unlock(&_mutex);
+    ++_count;
+    ++_wakeups;
+    ::pthread_cond_signal(&_cond);
+    return true;
 }
 
 bool Semaphore::takeSignal() {
