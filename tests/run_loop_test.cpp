@@ -173,7 +173,10 @@ TEST_F(RunLoopTest, StopAndSecondStartDropWhatIsQueuedAndReleasePosters) {
             release();
         } else {
             log.take();
+            const auto unseen = std::make_shared<int>();
+            post([unseen] {});
             EXPECT_FALSE(loop.start());
+            EXPECT_EQ(unseen.use_count(), 1);
             EXPECT_EQ(log.take(),
                       Lines{"4 starting thread loop failed: thread already started as loop"});
             stoppers.emplace_back([&] { loop.stop(); });

@@ -69,6 +69,9 @@ TEST(Semaphore, WaiterMayDestroyItAtOnce) {
         if (i % 4 != 0 || semaphore->wait(1) == 1) {
             ASSERT_EQ(i % 2 == 0 ? semaphore->wait() : semaphore->wait(60000), 0);
         }
+        if (i % 8 == 0) {
+            ASSERT_EQ(semaphore->wait(1), 1);  // one signal was all
+        }
     }
     notifier.join();
 }
