@@ -32,8 +32,8 @@ class LinkedQueue;
 /// cancelTasksForObject().
 ///
 /// What a task throws, or memory that runs out on the loop's thread while a task allocates, ends
-/// the process. REQUIRES for destruction: not from a task of the loop itself, and no call under way
-/// on another thread.
+/// the process. A forked child must not touch a loop that its parent had running. REQUIRES for
+/// destruction: not from a task of the loop itself, and no call under way on another thread.
 class NIVUR_EXPORT RunLoop : public NoCopyable {
   public:
     /// A loop that is not running yet. Its thread will bear `name`.
