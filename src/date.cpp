@@ -1,7 +1,10 @@
 #include "date.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
-#include <cstdio>
+#include <initializer_list>
+#include <string>
 
 #include "private/assertion.h"
 #include "private/civil_calendar.h"
@@ -15,6 +18,23 @@ constexpr unsigned long long kSecondsPerDay = 86400;
 
 Date inTimeZone(const Date& date, short timeZone) {
     return date + static_cast<int>(static_cast<unsigned int>(timeZone) * 3600000U);
+}
+
+struct Part {
+    const char* before;
+    unsigned int number;
+    std::size_t width;  // filled with zeros
+};
+
+std::string join(std::initializer_list<Part> parts) {
+    std::string text;
+    text.reserve(sizeof("1970-01-01 00:00:00.000"));
+    for (const Part& part : parts) {
+        const std::string digits = std::to_string(part.number);
+        text.append(part.before);
+        text.append(part.width - std::min(part.width, digits.size()), '0').append(digits);
+    }
+    return text;
 }
 
 }  // namespace
@@ -73,19 +93,23 @@ long long Date::operator-(const Date& other) const {
 
 std::string Date::toShortString(short timeZone) const {
     const Date shifted = inTimeZone(*this, timeZone);
-    char text[128];
-    std::snprintf(text, sizeof(text), "%02u-%02u %02u:%02u:%02u.%03u", shifted._month, shifted._day,
-                  shifted._hour, shifted._minute, shifted._second, shifted._millisecond);
-    return text;
+    return join({{"", shifted._month, 2},
+                 {"-", shifted._day, 2},
+                 {" ", shifted._hour, 2},
+                 {":", shifted._minute, 2},
+                 {":", shifted._second, 2},
+                 {".", shifted._millisecond, 3}});
 }
 
 std::string Date::toString(short timeZone) const {
     const Date shifted = inTimeZone(*this, timeZone);
-    char text[128];
-    std::snprintf(text, sizeof(text), "%04u-%02u-%02u %02u:%02u:%02u.%03u", shifted._year,
-                  shifted._month, shifted._day, shifted._hour, shifted._minute, shifted._second,
-                  shifted._millisecond);
-    return text;
+    return join({{"", shifted._year, 4},
+                 {"-", shifted._month, 2},
+                 {"-", shifted._day, 2},
+                 {" ", shifted._hour, 2},
+                 {":", shifted._minute, 2},
+                 {":", shifted._second, 2},
+                 {".", shifted._millisecond, 3}});
 }
 
 int Date::currentTimeZone() {
