@@ -94,7 +94,7 @@ fails 2 usage send source --to 127.0.0.1:70000
 fails 2 usage receive copy --to 127.0.0.1:7
 fails 1 'cannot read missing: No such file' missing other
 fails 1 'cannot read \.: Is a directory' . other
-fails 1 'cannot write none/copy: No such file' source none/copy
+fails 1 'cannot write none/copy.part: No such file' source none/copy
 fails 1 'cannot write .*: not a file' source "$work"
 fails 1 'same file' source ./source
 fails 1 'cannot write /dev/full: No space left' source /dev/full

@@ -43,14 +43,13 @@ std::string DiskWriter::openFile() {
     const bool isDevice = type == fs::file_type::character || type == fs::file_type::block;
     if (type == fs::file_type::regular || type == fs::file_type::not_found || isDevice) {
         const std::string path = isDevice ? _path : _path + ".part";
-        _file.reset(std::fopen(path.c_str(), "wb"));
-        error.assign(_file == nullptr ? errno : 0, std::generic_category());
-        _partPath = isDevice || error ? "" : path;
-    } else if (!error) {
-        return "cannot write " + _path + ": not a file";
-    }
-    if (error) {
-        return "cannot write " + _path + ": " + error.message();
+        _file.reset(std::fopen(path.c_str(), isDevice ? "wb" : "wbx"));
+        if (_file == nullptr) {
+            return "cannot write " + path + ": " + std::strerror(errno);
+        }
+        _partPath = isDevice ? "" : path;
+    } else {
+        return "cannot write " + _path + ": " + (error ? error.message() : "not a file");
     }
     std::setvbuf(_file.get(), nullptr, _IONBF, 0);  // the chunks are large
     return "";

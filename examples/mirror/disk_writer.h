@@ -18,7 +18,8 @@ namespace mirror {
 
 /// Writes a file on a loop of its own, fed through a ring buffer, so that the network never waits
 /// for the disk. The bytes go to PATH.part, which gets its name once it is known to be whole, or
-/// straight to PATH if that is a device.
+/// straight to PATH if that is a device. A PATH.part that is there already is never touched: it may
+/// be another transfer's, or the source.
 ///
 /// One thread may call its operations; error() and written() tell how far the disk has come.
 class DiskWriter : public NIVUR::NoCopyable {
