@@ -8,10 +8,17 @@
 namespace mirror {
 
 sigset_t blockSignals(bool withUsr1) {
+    ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGXFSZ, SIG_IGN);
+    struct sigaction onHangUp {};
+    ::sigaction(SIGHUP, nullptr, &onHangUp);
     sigset_t set;
     ::sigemptyset(&set);
     ::sigaddset(&set, SIGINT);
     ::sigaddset(&set, SIGTERM);
+    if (onHangUp.sa_handler != SIG_IGN) {  // as nohup makes it
+        ::sigaddset(&set, SIGHUP);
+    }
     if (withUsr1) {
         ::sigaddset(&set, SIGUSR1);
     }

@@ -9,8 +9,9 @@
 
 namespace mirror {
 
-/// Blocks SIGINT and SIGTERM, and SIGUSR1 if asked to, in this thread and those that it starts from
-/// now on, and returns their set.
+/// Blocks SIGINT, SIGTERM and SIGHUP, and SIGUSR1 if asked to, in this thread and those that it
+/// starts from now on, and returns their set. Writing to a closed pipe or beyond the limit of a
+/// file's size fails from now on, where it would have ended the process.
 sigset_t blockSignals(bool withUsr1);
 
 /// Handles blocked signals on a thread of its own, where anything may be done.
