@@ -183,6 +183,10 @@ void Sender::transmit(const Buffer& datagram, uint64_t index) {
 }
 
 void Sender::sayFinished() {
+    if (_file.peek() != std::ifstream::traits_type::eof()) {
+        end(_path + " grew while it was read");
+        return;
+    }
     Dictionary text = makeText("finished");
     setNumber(text, "size", _layout.fileSize);
     text.setString("checksum", _checksum.text());
