@@ -93,7 +93,7 @@ void Sender::attemptConnection() {
 void Sender::offer() {
     connect(std::move(_connecting));
     Dictionary text = makeText("offer");
-    text.setString("name", std::filesystem::path(_path).filename());
+    setAnyString(text, "name", std::filesystem::path(_path).filename());
     setNumber(text, "size", _layout.fileSize);
     setNumber(text, "frameSize", _layout.frameSize);
     send(text);

@@ -7,6 +7,7 @@
 #include "number.h"
 
 using NIVUR::Dictionary;
+using NIVUR::Serialization;
 
 namespace mirror {
 
@@ -18,12 +19,21 @@ Dictionary makeText(const std::string& type) {
 
 Dictionary makeRefusal(const std::string& reason) {
     Dictionary text = makeText("refuse");
-    text.setString("reason", reason);
+    setAnyString(text, "reason", reason);
     return text;
 }
 
 std::string toLine(const Dictionary& text) {
-    return NIVUR::Serialization::serialize(text) + "\n";
+    return Serialization::serialize(text) + "\n";
+}
+
+void setAnyString(Dictionary& text, const std::string& key, std::string value) {
+    text.setString(key, value);
+    if (Serialization::deserialize(Serialization::serialize(text)).getString(key) != value) {
+        std::replace_if(
+            value.begin(), value.end(), [](unsigned char byte) { return byte > '~'; }, '?');
+        text.setString(key, value);
+    }
 }
 
 std::string typeOf(const Dictionary& text) {

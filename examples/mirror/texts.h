@@ -32,6 +32,10 @@ std::string toLine(const NIVUR::Dictionary& text);
 /// The type of a text; "" when it has none.
 std::string typeOf(const NIVUR::Dictionary& text);
 
+/// Stores text that may hold a file's name, which can be any bytes: JSON carries UTF-8 alone, and
+/// of other text only the ASCII characters travel.
+void setAnyString(NIVUR::Dictionary& text, const std::string& key, std::string value);
+
 /// Numbers travel as decimal strings: JSON integers are written in 32 bits.
 void setNumber(NIVUR::Dictionary& text, const std::string& key, uint64_t number);
 
