@@ -3,6 +3,7 @@
 #include <nivur/log.h>
 #include <nivur/system_util.h>
 
+#include <cerrno>
 #include <cstring>
 #include <random>
 #include <utility>
@@ -100,6 +101,10 @@ void Receiver::poll() {
 void Receiver::welcome() {
     std::unique_ptr<NIVUR::ClientSocket> socket(_listener.accept());
     if (socket == nullptr) {
+        const int reason = Socket::getError();
+        if (!isConnected() && (reason == EMFILE || reason == ENFILE)) {
+            end("cannot take a connection: " + std::string(std::strerror(reason)));
+        }
         return;
     }
     if (!isConnected()) {
