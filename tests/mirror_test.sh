@@ -101,19 +101,35 @@ fails 1 'cannot write /dev/full: No space left' source /dev/full
 fails 1 'cannot connect to 127.0.0.1:1: Connection refused' send source --to 127.0.0.1:1
 nothing_left other
 
-# Each end tells the other why.
+# A file that is there already under the copy's first name is not touched, least of all the source.
+echo precious >kept.part
+fails 1 'cannot write kept.part: File exists' kept.part kept
+[[ $(<kept.part) == precious ]] || fail 'kept.part was touched'
+
+# What a limit or a closed pipe would kill ends as any other failure or success.
+(ulimit -f 100 && fails 1 'cannot write limited: File too large' source limited)
+nothing_left limited
+"$mirror" source piped 2>run.err | true
+cmp source piped || fail 'a closed pipe ended the transfer'
+
+# Each end tells the other why, also with a name that JSON cannot carry.
+listen $'none\xff/copy'
+fails 1 'the receiver refused: cannot write none?/copy.part: No such file' send source --to "$host"
+ends $pid 1 receive 'No such file'
 listen /dev/full
 fails 1 "cannot listen on $host: Address already in use" receive other --listen "$host"
 fails 1 'the receiver refused: cannot write /dev/full' send source --to "$host"
 ends $pid 1 receive 'cannot write /dev/full'
 
-# A source that shrinks, a sender or a receiver that is killed, one that is asked to stop.
+# A source that grows or shrinks, a sender or a receiver that is killed, one that is asked to stop.
 "$mirror" huge shrunk >run.out 2>run.err &
 soon test -s shrunk.part
 truncate -s 1M huge
 ends $! 1 run 'huge shrank while it was read'
 nothing_left shrunk
 truncate -s 8G huge
+fails 1 '/proc/version grew while it was read' /proc/version grown
+nothing_left grown
 
 listen lost
 "$mirror" send huge --to "$host" >send.out 2>send.err &
