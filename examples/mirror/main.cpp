@@ -63,8 +63,9 @@ std::string run(const Options& options, const sigset_t& signalSet) {
     if (!error.empty() && receiver) {
         receiver->end.interrupt();
     }
-    const std::string receiverError = receiver ? receiver->end.wait() : "";
-    return error.empty() ? receiverError : error;
+    // Where the copy is whole, that counts, even if the sender has not heard of it.
+    const std::string receiverError = receiver ? receiver->end.wait() : error;
+    return receiverError.empty() || error.empty() ? receiverError : error;
 }
 
 }  // namespace
