@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -29,7 +30,7 @@ uint64_t seed = 0;
 
 void check(bool holds, const char* promise) {
     if (holds) return;
-    std::fprintf(stderr, "stress: broken with seed %lu: %s\n", seed, promise);
+    std::fprintf(stderr, "stress: broken with seed %" PRIu64 ": %s\n", seed, promise);
     std::abort();
 }
 
@@ -349,7 +350,7 @@ void round(bool inStorm) {
     listening = false;
     center.sendEvent(Event("all"), nullptr);
     std::vector<SharedPtr<Buffer>> buffers;
-    for (const unsigned size : {256, 256, 256, 256, 64, 64, 64, 64}) {
+    for (const unsigned size : {256U, 256U, 256U, 256U, 64U, 64U, 64U, 64U}) {
         buffers.push_back(sharedPool.getPoolBuffer(size, nullptr));
         check(buffers.back()->owner() != nullptr, "buffers come back to their pool");
     }
@@ -389,10 +390,11 @@ void run(uint64_t seconds) {
         round(rounds % 2 == 1);
     over = true;
     watchdog.join();
-    std::printf("%lu rounds, %lu tasks, %lu dropped, %lu late, %lu stalls\n", rounds,
-                deleted.load(), dropped.load(), late.load(), stalls.load());
+    std::printf("%" PRIu64 " rounds, %" PRIu64 " tasks, %" PRIu64 " dropped, %" PRIu64
+                " late, %" PRIu64 " stalls\n",
+                rounds, deleted.load(), dropped.load(), late.load(), stalls.load());
     for (const Operation& each : operations)
-        std::printf("%lu %s\n", each.done.load(), each.name);
+        std::printf("%" PRIu64 " %s\n", each.done.load(), each.name);
     check(late <= 2 + stalls, "a post wakes an idle loop");
 }
 

@@ -1,6 +1,7 @@
 #ifndef MIRROR_LATENCIES_H
 #define MIRROR_LATENCIES_H
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -38,7 +39,7 @@ class Latencies {
             value /= 2;
             ++octave;
         }
-        return octave * kSteps + (value < 2 * kSteps ? value : 2 * kSteps - 1);
+        return octave * kSteps + static_cast<size_t>(std::min<uint64_t>(value, 2 * kSteps - 1));
     }
 
     static uint64_t lowestOf(size_t index) {

@@ -47,8 +47,9 @@ class Reassembly {
         uint64_t dueMs = 0;
     };
 
-    Slot& slot(uint64_t index) { return _slots[index % _slots.size()]; }
-    const Slot& slot(uint64_t index) const { return _slots[index % _slots.size()]; }
+    size_t slotOf(uint64_t index) const { return static_cast<size_t>(index % _slots.size()); }
+    Slot& slot(uint64_t index) { return _slots[slotOf(index)]; }
+    const Slot& slot(uint64_t index) const { return _slots[slotOf(index)]; }
 
     std::vector<Slot> _slots;
     uint64_t _base = 0;

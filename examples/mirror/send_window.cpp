@@ -12,7 +12,9 @@ void SendWindow::add(SharedPtr<Buffer> datagram, uint64_t nowUs) {
 }
 
 const Buffer* SendWindow::find(uint64_t index) const {
-    return index >= _base && index < next() ? _entries[index - _base].datagram.get() : nullptr;
+    return index >= _base && index < next()
+               ? _entries[static_cast<size_t>(index - _base)].datagram.get()
+               : nullptr;
 }
 
 bool SendWindow::confirm(uint64_t base, uint64_t newest, uint64_t nowUs) {
