@@ -250,8 +250,26 @@ void useObject(Object& object, Random& random) {
     object.letGo();
 }
 
+/// The loop ends as soon as its task has signalled, while the task's post may still be returning.
+void endAtOnce(Random& random) {
+    auto own = std::make_unique<RunLoop>("ends at once");
+    own->addTimer(makeRunnable([] {}), 1, true);  // ends its sleeps
+    own->start();
+    Semaphore signalled;
+    std::thread poster([&, own = own.get(), pause = random.below(3000), urgent = random.oneIn(2)] {
+        const uint64_t begin = SystemUtil::getCPUTimeInMicroseconds();
+        while (SystemUtil::getCPUTimeInMicroseconds() - begin < pause) {
+        }
+        own->postItem(makeRunnable([&] { signalled.notify(); }), urgent, false);
+    });
+    signalled.wait();
+    own.reset();
+    poster.join();
+}
+
 /// The loop and the pool end with work and buffers out.
 void useOwn(Random& random) {
+    if (random.oneIn(2)) return endAtOnce(random);
     RunLoop own("own");
     const auto task = [&random] { return new Task(random, {kOwnLoop, 1, nullptr, {}, true}); };
     own.addTimer(task(), random.below(3), true);
