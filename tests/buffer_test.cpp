@@ -106,6 +106,12 @@ TEST(BufferList, ReusesTheFirstFreeBufferEmptied) {
     for (const unsigned int count : {1U, 64U, 65U, 5000U}) {
         std::mt19937 random(count);
         BufferList list({8, count});
+        Buffer foreign(8, nullptr, &list);
+        for (Buffer* const buffer : {&foreign, list.getBuffer(8).get()}) {
+            EXPECT_TRUE(buffer->setUsedSize(3));
+            list.returnFreeBuffer(buffer);
+            EXPECT_TRUE(buffer->usedSize() == 0 && list.freeCount() == count);
+        }
         std::vector<SharedPtr<Buffer>> out(count);
         std::vector<Buffer*> buffers(count);
         std::set<size_t> free;

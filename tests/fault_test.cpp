@@ -63,7 +63,8 @@ struct World {
         events = 0;
         center.sendEvent(Event("x"), nullptr);
         return Serialization::serialize(record) + std::to_string(events) + ' ' +
-               std::to_string(bytes.size() * 100 + list.freeCount() * 10 + parameter.size());
+               std::to_string(bytes.size() * 100 + size_t{10} * list.freeCount() +
+                              parameter.size());
     }
     SharedPtr<Buffer> held;
     Counted first, second;

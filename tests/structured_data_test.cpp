@@ -121,6 +121,7 @@ TEST(Serialization, CarriesTheSameNestingInBothDirections) {
 
     EXPECT_EQ(Serialization::serializeArray({D(), record, D()}), "");
     record.setObject("a", record);
+    record.setObject("a", record);
     record.setIntegerArray("b", {1});
     EXPECT_EQ(Serialization::serialize(record), "");
     EXPECT_EQ(log.take(), Lines(2, "5 JSON nesting error: more than 2047 levels"));
