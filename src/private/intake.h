@@ -71,6 +71,7 @@ class Intake : public NoCopyable {
     static constexpr uintptr_t kClosed = 2;
 
     static Item* itemOf(uintptr_t head) {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): one word is an item's address or a mark
         return head <= kClosed ? nullptr : reinterpret_cast<Item*>(head);
     }
 
