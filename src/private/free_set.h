@@ -9,7 +9,7 @@ namespace NIVUR {
 
 /// A set of indexes that gives its lowest in at most six steps, one for up to 64 indexes and two
 /// for up to 4096. It is a tree of bit words: a bit of the lowest level stands for an index, one of
-/// a/// higher level for a word below that is not zero. Down from the top word, the lowest bit of
+/// a higher level for a word below that is not zero. Down from the top word, the lowest bit of
 /// each leads to the lowest index. It has no lock.
 class FreeSet {
   public:
