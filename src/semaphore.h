@@ -1,10 +1,7 @@
 #ifndef NIVUR_SEMAPHORE_H
 #define NIVUR_SEMAPHORE_H
 
-#include <pthread.h>
-
-#include <atomic>
-#include <cstdint>
+#include <semaphore.h>  // the system's
 
 #include "export.h"
 #include "no_copyable.h"
@@ -31,18 +28,7 @@ class NIVUR_EXPORT Semaphore : public NoCopyable {
     int notify();
 
   private:
-    bool addSignal();
-    bool wakeSleeper();
-    bool takeSignal();
-    void beginWait();
-    int finishWait(int error);
-
-    // The lock is the platform's own and so carries no annotation. It is taken to sleep and to wake
-    // only: as long as nobody sleeps, signals are given and taken by changing _count alone.
-    pthread_mutex_t _mutex;
-    pthread_cond_t _cond;
-    std::atomic<int64_t> _count{0};  // of signals, or below 0 of sleepers: then guarded by _mutex
-    unsigned int _wakeups = 0;       // of sleepers, not yet noticed; guarded by _mutex
+    sem_t _signals;
 };
 
 }  // namespace NIVUR

@@ -6,6 +6,7 @@
 #include <net/if.h>
 #include <poll.h>
 #include <pthread.h>
+#include <semaphore.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -134,15 +135,14 @@ int fcntl(int descriptor, int command, ...) {
         return faults::pass<&::name>(#name, __VA_ARGS__); \
     }
 
-using Condition = pthread_cond_t;
 using Lock = pthread_mutex_t;
 using Attributes = pthread_attr_t;
 PASS(int, pthread_create, noexcept,
      (pthread_t * t, const Attributes* a, void* (*r)(void*), void* p), t, a, r, p)
 PASS(int, pthread_mutex_lock, noexcept, (Lock * m), m)
-PASS(int, pthread_cond_wait, , (Condition * c, Lock* m), c, m)
-PASS(int, pthread_cond_clockwait, , (Condition * c, Lock* m, clockid_t i, const timespec* t), c, m,
-     i, t)
+PASS(int, sem_wait, , (sem_t * s), s)
+PASS(int, sem_clockwait, , (sem_t * s, clockid_t i, const timespec* t), s, i, t)
+PASS(int, sem_post, noexcept, (sem_t * s), s)
 PASS(int, setpriority, noexcept, (__priority_which_t w, id_t i, int p), w, i, p)
 PASS(int, socket, noexcept, (int f, int t, int p), f, t, p)
 PASS(int, bind, noexcept, (int s, const sockaddr* a, socklen_t n), s, a, n)

@@ -4,6 +4,17 @@
 
 #include "log.h"
 
+#if defined(__SANITIZE_THREAD__)
+#define NIVUR_THREAD_SANITIZER
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define NIVUR_THREAD_SANITIZER
+#endif
+#endif
+#ifdef NIVUR_THREAD_SANITIZER
+#include <sanitizer/tsan_interface.h>
+#endif
+
 namespace NIVUR {
 
 namespace {
@@ -41,29 +52,38 @@ timespec deadlineAfter(unsigned int timeoutMs) {
 
 // This platform has no call that names the clock: the wall clock stands in for one wait at a time,
 // and the monotonic clock tells whether the time is really up.
-int waitUntil(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec& deadline) {
+bool waitUntil(sem_t* semaphore, const timespec& deadline) {
     for (;;) {
         const timespec now = monotonicNow();
         const timespec left =
             normalized(deadline.tv_sec - now.tv_sec, deadline.tv_nsec - now.tv_nsec);
         if (left.tv_sec < 0) {
-            return ETIMEDOUT;
+            errno = ETIMEDOUT;
+            return false;
         }
         timespec wall{};
         ::clock_gettime(CLOCK_REALTIME, &wall);
         const timespec wallDeadline =
             normalized(wall.tv_sec + left.tv_sec, wall.tv_nsec + left.tv_nsec);
-        const int result = ::pthread_cond_timedwait(condition, mutex, &wallDeadline);
-        if (result != ETIMEDOUT) {
-            return result;
+        if (::sem_timedwait(semaphore, &wallDeadline) == 0) {
+            return true;
+        }
+        if (errno != ETIMEDOUT) {
+            return false;
         }
     }
 }
 
 #else
 
-int waitUntil(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec& deadline) {
-    return ::pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, &deadline);
+bool waitUntil(sem_t* semaphore, const timespec& deadline) {
+    const bool taken = ::sem_clockwait(semaphore, CLOCK_MONOTONIC, &deadline) == 0;
+#ifdef NIVUR_THREAD_SANITIZER
+    if (taken) {
+        __tsan_acquire(semaphore);  // it knows all of a semaphore's calls but this one
+    }
+#endif
+    return taken;
 }
 
 #endif

@@ -1,7 +1,7 @@
 #ifndef NIVUR_PRIVATE_COMMON_MONOTONIC_CLOCK_H
 #define NIVUR_PRIVATE_COMMON_MONOTONIC_CLOCK_H
 
-#include <pthread.h>
+#include <semaphore.h>
 #include <time.h>
 
 namespace NIVUR {
@@ -12,9 +12,10 @@ timespec monotonicNow();
 /// The instant `timeoutMs` milliseconds from now on the monotonic clock.
 timespec deadlineAfter(unsigned int timeoutMs);
 
-/// One wait on a condition until it is signalled (0) or the monotonic deadline has passed
-/// (ETIMEDOUT, never early); any other result is the platform's error number.
-int waitUntil(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec& deadline);
+/// Takes a signal, waiting for it until the monotonic deadline: false, with the platform's error
+/// number in errno, when it has passed (ETIMEDOUT, never early), a signal handler has run (EINTR)
+/// or the platform refuses.
+bool waitUntil(sem_t* semaphore, const timespec& deadline);
 
 }  // namespace NIVUR
 
