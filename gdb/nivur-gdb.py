@@ -49,29 +49,35 @@ def own_type(pointer):
         return name[1] if name else str(static), None
 
 
-def linked_tasks(item):
-    while int(item) != 0:
-        yield from tasks(item)
-        item = item["_next"]
+def linked_tasks(task):
+    while int(task) != 0:
+        yield task
+        task = task["_next"]
+
+
+def due_time(timer):
+    return int(timer["_nextTime"]), int(timer["_sequence"])
 
 
 def tasks(queue):
-    """Pointers to the tasks in a queue, which may be nested, or linked through _next."""
-    if queue.type.code == gdb.TYPE_CODE_PTR:
-        if int(queue) != 0:
-            yield from tasks(queue.dereference())
-    elif field(queue, "_runnable") is not None:
-        task = queue["_runnable"]
-        yield children(task)[0] if field(task, "_ptr") is None else task["_ptr"]
-    elif field(queue, "_first") is not None:
+    """Pointers to the tasks in a queue, in their order."""
+    if field(queue, "_first") is not None:
         yield from linked_tasks(queue["_first"])
     elif field(queue, "_head") is not None:  # the last one added, or a small number that is a mark
         head = number(queue["_head"])
-        item = gdb.Value(head if head > 2 else 0).cast(queue.type.template_argument(0).pointer())
-        yield from reversed(list(linked_tasks(item)))
-    else:
-        for item in children(queue):
-            yield from tasks(item)
+        task = gdb.Value(head if head > 2 else 0).cast(queue.type.template_argument(0).pointer())
+        yield from reversed(list(linked_tasks(task)))
+    elif field(queue, "_heap") is not None:
+        for timer in sorted(children(queue["_heap"]), key=due_time):
+            yield from children(timer["_runnable"])
+    else:  # the pointer to a queue or to a task, or the timers of a pass
+        for child in children(queue):
+            if child.type.strip_typedefs().target().name == "NIVUR::Runnable":
+                yield child
+            elif field(child.dereference(), "_runnable") is not None:
+                yield from children(child["_runnable"])
+            else:
+                yield from tasks(child.dereference())
 
 
 class SharedPtrPrinter:

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <new>
-#include <tuple>
 #include <utility>
 
 #include "log.h"
@@ -19,32 +18,18 @@ constexpr unsigned int kMaxSleepMs = 100;
 
 thread_local const RunLoop* loopOfThisThread = nullptr;
 
-template <class Task>
-std::string describe(const Task& task) {
-    return task._runnable ? task._runnable->dump() : std::string();
+bool actsOn(Runnable* task, const void* object) {
+    return task != nullptr && task->getObject() == object;
 }
 
 }  // namespace
 
-RunLoop::Timer::Timer(SharedPtr<Runnable> runnable, unsigned int interval, bool repeat)
-    : _runnable(std::move(runnable)),
-      _interval(interval),
-      _nextTime(SystemUtil::getCPUTime() + interval),
-      _repeat(repeat) {}
-
-void RunLoop::Timer::resetNextTime() {
-    _nextTime = SystemUtil::getCPUTime() + _interval;
-}
-
-bool RunLoop::Timer::operator<(const Timer& other) const {
-    return std::tie(_nextTime, _sequence) < std::tie(other._nextTime, other._sequence);
-}
-
 RunLoop::RunLoop(const std::string& name)
     : _name(name),
-      _intake(std::make_unique<Intake<RunLoopItem>>()),
-      _items(std::make_unique<ItemQueue>()),
-      _highPriorityItems(std::make_unique<ItemQueue>()) {}
+      _intake(std::make_unique<Intake<Runnable>>()),
+      _items(std::make_unique<TaskQueue>()),
+      _highPriorityItems(std::make_unique<TaskQueue>()),
+      _sortedTimers(std::make_unique<TimerQueue<Timer>>()) {}
 
 RunLoop::~RunLoop() {
     do {
@@ -75,66 +60,49 @@ void RunLoop::stop() {
 }
 
 void RunLoop::postItem(Runnable* item, bool highPriority, bool wait) {
-    if (!wait) {
-        enqueue(item, highPriority, nullptr);
-        return;
-    }
-    if (isLoopThread()) {
-        runAtOnce(item);
-        return;
-    }
-    std::unique_ptr<Runnable> offered(item);
-    const auto done = std::make_shared<Semaphore>();
-    if (enqueue(offered.release(), highPriority, done) && done->wait() == -1) {
-        Log::log("NIVUR", LOG_ERROR, "Semaphore wait error, run loop item may not run");
-    }
-}
-
-/// A waiting post from the loop's own thread, which could not wait for itself.
-void RunLoop::runAtOnce(Runnable* item) {
-    const std::unique_ptr<Runnable> task(item);
-    if (const char* const refusal = getRefusal()) {
-        Log::log("NIVUR", LOG_ERROR, refusal, _name.c_str());
+    std::unique_ptr<Runnable> task(item);
+    const bool atOnce = wait && isLoopThread();  // which could not wait for itself
+    if ((atOnce || item == nullptr) && refused(getRefusal())) {
         return;
     }
     NIVUR_ASSERT(item);
-    item->run();
+    if (atOnce) {
+        item->run();
+    } else if (!wait) {
+        enqueue(std::move(task), highPriority);
+    } else {
+        const auto done = std::make_shared<Semaphore>();
+        task = std::make_unique<AwaitedTask>(std::move(task), done);
+        if (enqueue(std::move(task), highPriority) && done->wait() == -1) {
+            Log::log("NIVUR", LOG_ERROR, "Semaphore wait error, run loop item may not run");
+        }
+    }
 }
 
-bool RunLoop::enqueue(Runnable* item, bool highPriority, std::shared_ptr<Semaphore> semaphore) {
-    std::unique_ptr<Runnable> offered(item);
-    auto entry = std::make_unique<RunLoopItem>(item, std::move(semaphore));
-    (void)offered.release();
-    const char* const refusal = highPriority ? addFirst(entry) : addLast(entry);
-    if (refusal != nullptr) {
-        Log::log("NIVUR", LOG_ERROR, refusal, _name.c_str());
-    }
-    return refusal == nullptr;
+/// Queues a task, or logs why not.
+bool RunLoop::enqueue(std::unique_ptr<Runnable> task, bool highPriority) {
+    return !refused(highPriority ? addFirst(task) : addLast(task));
 }
 
 /// Queues a high-priority task, or gives the log line of the refusal.
-const char* RunLoop::addFirst(std::unique_ptr<RunLoopItem>& entry) {
-    const Runnable* const item = entry->_runnable.get();
+const char* RunLoop::addFirst(std::unique_ptr<Runnable>& task) {
     AutoLock lock(_mutex);
     const char* const refusal = getRefusal();
     if (refusal == nullptr) {
-        NIVUR_ASSERT(item);
-        _highPriorityItems->push(std::move(entry));
+        _highPriorityItems->push(std::move(task));
         wake();
     }
     return refusal;
 }
 
 /// The same for a normal task, and without the lock.
-const char* RunLoop::addLast(std::unique_ptr<RunLoopItem>& entry) {
-    using Posts = Intake<RunLoopItem>;
-    const Runnable* const item = entry->_runnable.get();
+const char* RunLoop::addLast(std::unique_ptr<Runnable>& task) {
+    using Posts = Intake<Runnable>;
     Posts::Result result = Posts::CLOSED;
-    while (item == nullptr || (result = _intake->add(entry)) == Posts::CLOSED) {
+    while ((result = _intake->add(task)) == Posts::CLOSED) {
         if (const char* const refusal = getRefusal()) {
             return refusal;
         }
-        NIVUR_ASSERT(item);
         openIntake();  // the loop's thread has started and not yet come to it
     }
     if (result == Posts::ADDED_ASLEEP) {
@@ -169,6 +137,14 @@ const char* RunLoop::getRefusal() const {
         return "item cannot insert to runloop %s because of not running";
     }
     return nullptr;
+}
+
+/// Whether there is a refusal, which is then in the log.
+bool RunLoop::refused(const char* refusal) const {
+    if (refusal != nullptr) {
+        Log::log("NIVUR", LOG_ERROR, refusal, _name.c_str());
+    }
+    return refusal != nullptr;
 }
 
 bool RunLoop::isLoopThread() const {
@@ -225,11 +201,11 @@ unsigned int RunLoop::getWaitTime() const {
     if (!_items->empty() || !_highPriorityItems->empty()) {
         return 0;
     }
-    if (_sortedTimers.empty()) {
+    if (_sortedTimers->empty()) {
         return kMaxSleepMs;
     }
     const uint64_t now = SystemUtil::getCPUTime();
-    const uint64_t next = _sortedTimers.begin()->_nextTime;
+    const uint64_t next = _sortedTimers->first()->_nextTime;
     return now >= next ? 0 : static_cast<unsigned int>(std::min<uint64_t>(next - now, kMaxSleepMs));
 }
 
@@ -246,44 +222,55 @@ bool RunLoop::select() {
 }
 
 void RunLoop::collectDueTimers() {
-    std::set<Timer> rearmed;  // put back at the end, so that none is taken twice
-    while (!_sortedTimers.empty() && SystemUtil::getCPUTime() >= _sortedTimers.begin()->_nextTime) {
+    uint64_t now = 0;
+    const auto isDue = [&now](const Timer& timer) {
+        now = now < timer._nextTime ? SystemUtil::getCPUTime() : now;
+        return now >= timer._nextTime;
+    };
+    for (Timer* timer = nullptr; (timer = _sortedTimers->first()) != nullptr && isDue(*timer);) {
         try {
-            _runningTimers.push_back(*_sortedTimers.begin());
+            _runningTimers.push_back(timer);
         } catch (const std::bad_alloc&) {
             break;  // it stays due, for a pass that has the memory
         }
-        if (!_sortedTimers.begin()->_repeat) {
-            extractTimer(_sortedTimers.begin());
-            continue;
-        }
-        auto node = _sortedTimers.extract(_sortedTimers.begin());
-        node.value().updateNextTime();
-        rearmed.insert(std::move(node));
+        _sortedTimers->remove(*timer);
     }
-    _sortedTimers.merge(rearmed);
+    for (Timer* const timer : _runningTimers) {  // at the end, so that none is taken twice
+        if (timer->_repeat) {
+            timer->updateNextTime();
+            ++timer->_holders;
+            _sortedTimers->add(*timer);
+        }
+    }
 }
 
 void RunLoop::runTimers() {
-    for (;;) {
-        SharedPtr<Runnable> task;
-        {
-            AutoLock lock(_mutex);
-            if (_runningTimers.empty()) {
-                return;
-            }
-            task = _runningTimers.front()._runnable;
+    while (Timer* const timer = beginTimer()) {
+        if (timer->_runnable != nullptr) {
+            timer->_runnable->run();
         }
-        if (task) {
-            task->run();
-        }
-        Dropped dropped;
-        AutoLock lock(_mutex);
-        // Unless the task has removed its own timer.
-        if (!_runningTimers.empty() && _runningTimers.front()._runnable == task) {
-            dropped.runningTimers.splice(dropped.runningTimers.begin(), _runningTimers,
-                                         _runningTimers.begin());
-        }
+        endTimer(*timer);
+    }
+}
+
+/// The first timer of the batch, held until endTimer(), or null.
+RunLoop::Timer* RunLoop::beginTimer() {
+    AutoLock lock(_mutex);
+    if (_runningTimers.empty()) {
+        return nullptr;
+    }
+    ++_runningTimers.front()->_holders;
+    return _runningTimers.front();
+}
+
+void RunLoop::endTimer(Timer& timer) {
+    Dropped dropped;
+    AutoLock lock(_mutex);
+    dropped.take(timer);
+    // Unless the task has removed its own timer.
+    if (!_runningTimers.empty() && _runningTimers.front() == &timer) {
+        _runningTimers.pop_front();
+        dropped.take(timer);
     }
 }
 
@@ -295,10 +282,10 @@ bool RunLoop::runItem() {
             return false;  // nothing was queued, or it was cancelled after it was taken
         }
         _runningItemBegun = true;
-        running = _runningItem->_runnable.get();
+        running = _runningItem.get();
     }
     running->run();
-    std::unique_ptr<RunLoopItem> finished;  // deleted behind the gate; its poster goes on then
+    std::unique_ptr<Runnable> finished;  // deleted behind the gate; its poster goes on then
     AutoLock lock(_mutex);
     finished.swap(_runningItem);
     _runningItemBegun = false;
@@ -316,35 +303,19 @@ bool RunLoop::dropAll() {
     Dropped dropped;
     AutoLock lock(_mutex);
     dropItems(dropped);
-    dropped.timers.swap(_sortedTimers);
-    _timersById.clear();
+    _sortedTimers->removeIf([](const Timer&) { return true; },
+                            [&dropped](Timer& timer) { dropped.take(timer); });
     return !dropped.empty();
 }
 
-std::set<RunLoop::Timer>::iterator RunLoop::findTimer(long id) const {
-    const auto found = _timersById.find(id);
-    return found == _timersById.end() ? _sortedTimers.end() : _sortedTimers.find(*found->second);
-}
-
-/// Takes a pending timer out, of the index too.
-std::set<RunLoop::Timer>::node_type RunLoop::extractTimer(std::set<Timer>::iterator timer) {
-    const auto sameId = _timersById.equal_range(timer->id());
-    _timersById.erase(std::find_if(sameId.first, sameId.second,
-                                   [timer](const auto& entry) { return entry.second == &*timer; }));
-    return _sortedTimers.extract(timer);
-}
-
 long RunLoop::addTimer(Runnable* task, unsigned int interval, bool repeat) {
-    SharedPtr<Runnable> owned(task);
-    // Holds the timer, with no lock held, should memory for the index run out.
-    std::set<Timer> added;
-    const Timer& timer = *added.emplace(std::move(owned), interval, repeat).first;
-    const long id = timer.id();
+    std::unique_ptr<Runnable> offered(task);
+    auto timer = std::make_unique<Timer>(std::move(offered), interval, repeat);
+    const long id = timer->id();
     AutoLock lock(_mutex);
-    _timersById.emplace(id, &timer);
-    auto node = added.extract(added.begin());
-    node.value()._sequence = ++_timersAdded;
-    _sortedTimers.insert(std::move(node));
+    timer->_sequence = ++_timersAdded;
+    _sortedTimers->add(*timer);
+    (void)timer.release();
     wake();
     return id;
 }
@@ -354,27 +325,26 @@ void RunLoop::stopTimer(long id) {
     Dropped dropped;
     {
         AutoLock lock(_mutex);
-        const auto pending = findTimer(id);
-        if (pending != _sortedTimers.end()) {
-            dropped.timers.insert(extractTimer(pending));
+        if (Timer* const pending = _sortedTimers->find(id)) {
+            _sortedTimers->remove(*pending);
+            dropped.take(*pending);
         }
     }
     Gate gate(*this);
     AutoLock lock(_mutex);
     const auto due = std::find_if(_runningTimers.begin(), _runningTimers.end(),
-                                  [id](const Timer& timer) { return timer == id; });
+                                  [id](const Timer* timer) { return *timer == id; });
     if (due != _runningTimers.end()) {
-        dropped.runningTimers.splice(dropped.runningTimers.begin(), _runningTimers, due);
+        dropped.take(**due);
+        _runningTimers.erase(due);
     }
 }
 
 void RunLoop::resetTimer(long id) {
     AutoLock lock(_mutex);
-    const auto pending = findTimer(id);
-    if (pending != _sortedTimers.end()) {
-        auto node = _sortedTimers.extract(pending);
-        node.value().resetNextTime();
-        _sortedTimers.insert(std::move(node));
+    if (Timer* const pending = _sortedTimers->find(id)) {
+        pending->resetNextTime();
+        _sortedTimers->update(*pending);
     }
 }
 
@@ -382,7 +352,7 @@ void RunLoop::cancelTasksForObject(void* object) {
     if (object == nullptr) {
         return;
     }
-    {
+    if (!isLoopThread()) {
         Dropped dropped;
         AutoLock lock(_mutex);
         dropPending(object, dropped);  // at once: their posters need not wait for the running task
@@ -391,46 +361,49 @@ void RunLoop::cancelTasksForObject(void* object) {
     Gate gate(*this);
     AutoLock lock(_mutex);
     dropPending(object, dropped);  // what the running task has added meanwhile
-    if (_runningItem != nullptr && !_runningItemBegun && actsOn(*_runningItem, object)) {
+    if (!_runningItemBegun && actsOn(_runningItem.get(), object)) {
         dropped.items.push(std::move(_runningItem));
     }
-    for (auto next = _runningTimers.begin(); next != _runningTimers.end();) {
-        const auto timer = next++;
-        if (actsOn(*timer, object)) {
-            dropped.runningTimers.splice(dropped.runningTimers.end(), _runningTimers, timer);
+    const auto dropIfActing = [&](Timer* timer) {
+        const bool acts = actsOn(timer->_runnable.get(), object);
+        if (acts) {
+            dropped.take(*timer);
         }
-    }
+        return acts;
+    };
+    _runningTimers.erase(std::remove_if(_runningTimers.begin(), _runningTimers.end(), dropIfActing),
+                         _runningTimers.end());
 }
 
 void RunLoop::dropPending(const void* object, Dropped& dropped) {
+    const auto taskActs = [object](Runnable& task) { return actsOn(&task, object); };
     _intake->take(*_items);
-    dropped.take(*_highPriorityItems, object);
-    dropped.take(*_items, object);
-    for (auto next = _sortedTimers.begin(); next != _sortedTimers.end();) {
-        const auto timer = next++;
-        if (actsOn(*timer, object)) {
-            dropped.timers.insert(extractTimer(timer));
-        }
-    }
+    dropped.items.takeIf(*_highPriorityItems, taskActs);
+    dropped.items.takeIf(*_items, taskActs);
+    _sortedTimers->removeIf(
+        [object](const Timer& timer) { return actsOn(timer._runnable.get(), object); },
+        [&dropped](Timer& timer) { dropped.take(timer); });
 }
 
 void RunLoop::dumpLoopInfo() {
     std::string text = "dump thread info, _name: " + _name;
-    const auto listTask = [&text](const auto& task) { text += describe(task) + "\r\t"; };
+    const auto listTask = [&text](Runnable& task) { text += task.dump() + "\r\t"; };
     {
         AutoLock lock(_mutex);
         _intake->take(*_items);
         text += ", _items.size: " + std::to_string(_items->size());
         text += ", _highPriorityItems.size: " + std::to_string(_highPriorityItems->size());
-        text += ", _sortedTimers.size: " + std::to_string(_sortedTimers.size());
+        text += ", _sortedTimers.size: " + std::to_string(_sortedTimers->size());
         text += ", _runningTimers.size: " + std::to_string(_runningTimers.size());
         text += std::string(" , _hasRunningItem: ") + (_runningItem != nullptr ? "1" : "0");
         if (_runningItem != nullptr) {
-            text += "\r _runningItem : \r\t" + describe(*_runningItem);
+            text += "\r _runningItem : \r\t" + _runningItem->dump();
         }
         if (!_runningTimers.empty()) {
             text += "\r _runningTimers : \r\t";
-            std::for_each(_runningTimers.begin(), _runningTimers.end(), listTask);
+            for (const Timer* timer : _runningTimers) {
+                text += (timer->_runnable != nullptr ? timer->_runnable->dump() : "") + "\r\t";
+            }
         }
         if (!_items->empty()) {
             text += "\r _items : \r\t";

@@ -3,17 +3,14 @@
 
 #include <atomic>
 #include <cstdint>
-#include <list>
+#include <deque>
 #include <memory>
-#include <set>
 #include <string>
-#include <unordered_map>
 
 #include "export.h"
 #include "mutex.h"
 #include "runnable.h"
 #include "semaphore.h"
-#include "shared_ptr.h"
 #include "thread.h"
 
 namespace NIVUR {
@@ -22,6 +19,8 @@ template <class Item>
 class Intake;
 template <class Item>
 class LinkedQueue;
+template <class Timer>
+class TimerQueue;
 
 /// A named thread that runs posted tasks one at a time, high-priority ones first and each kind in
 /// the order of posting, and timers. Every operation may be called from any thread, also from a
@@ -88,26 +87,11 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     void dumpLoopInfo();
 
   private:
-    struct RunLoopItem;
-    using ItemQueue = LinkedQueue<RunLoopItem>;
-
-    struct Timer {
-        Timer(SharedPtr<Runnable> runnable, unsigned int interval, bool repeat);
-        void updateNextTime() { _nextTime += _interval; }
-        void resetNextTime();
-        bool operator<(const Timer& other) const;
-        long id() const { return reinterpret_cast<long>(_runnable.get()); }
-        bool operator==(long other) const { return id() == other; }
-
-        SharedPtr<Runnable> _runnable;
-        unsigned int _interval;  // ms
-        uint64_t _nextTime;      // ms of the monotonic clock
-        uint64_t _sequence = 0;  // the order of adding, which settles equal due times
-        bool _repeat;
-    };
-
+    class AwaitedTask;
     class Gate;
     struct Dropped;
+    struct Timer;
+    using TaskQueue = LinkedQueue<Runnable>;
 
     // On the loop's thread.
     void runLoopProc();
@@ -115,21 +99,21 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     bool runPass();
     bool select();
     void runTimers();
+    Timer* beginTimer();
+    void endTimer(Timer& timer);
     bool runItem();
 
     bool isLoopThread() const;
     const char* getRefusal() const;
-    void runAtOnce(Runnable* item);
-    bool enqueue(Runnable* item, bool highPriority, std::shared_ptr<Semaphore> semaphore);
-    const char* addFirst(std::unique_ptr<RunLoopItem>& entry);
-    const char* addLast(std::unique_ptr<RunLoopItem>& entry);
+    bool refused(const char* refusal) const;
+    bool enqueue(std::unique_ptr<Runnable> task, bool highPriority);
+    const char* addFirst(std::unique_ptr<Runnable>& task);
+    const char* addLast(std::unique_ptr<Runnable>& task);
     void openIntake();
     void wake() NIVUR_REQUIRES(_mutex);
 
     unsigned int getWaitTime() const NIVUR_REQUIRES(_mutex);
     void collectDueTimers() NIVUR_REQUIRES(_mutex);
-    std::set<Timer>::iterator findTimer(long id) const NIVUR_REQUIRES(_mutex);
-    std::set<Timer>::node_type extractTimer(std::set<Timer>::iterator timer) NIVUR_REQUIRES(_mutex);
     void dropItems(Dropped& dropped) NIVUR_REQUIRES(_mutex);
     void dropPending(const void* object, Dropped& dropped) NIVUR_REQUIRES(_mutex);
     bool dropAll();
@@ -152,16 +136,15 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
 
     // Where posters leave normal tasks, without a lock. Whoever looks at _items empties it into
     // them first. It is closed when the loop is not running or is stopping.
-    const std::unique_ptr<Intake<RunLoopItem>> _intake;
-    const std::unique_ptr<ItemQueue> _items NIVUR_PT_GUARDED_BY(_mutex);
-    const std::unique_ptr<ItemQueue> _highPriorityItems NIVUR_PT_GUARDED_BY(_mutex);
-    std::set<Timer> _sortedTimers NIVUR_GUARDED_BY(_mutex);
-    std::unordered_multimap<long, const Timer*> _timersById NIVUR_GUARDED_BY(_mutex);
+    const std::unique_ptr<Intake<Runnable>> _intake;
+    const std::unique_ptr<TaskQueue> _items NIVUR_PT_GUARDED_BY(_mutex);
+    const std::unique_ptr<TaskQueue> _highPriorityItems NIVUR_PT_GUARDED_BY(_mutex);
+    const std::unique_ptr<TimerQueue<Timer>> _sortedTimers NIVUR_PT_GUARDED_BY(_mutex);
     uint64_t _timersAdded NIVUR_GUARDED_BY(_mutex) = 0;
 
     // What the current pass has taken: the due timers, first to last, and at most one task.
-    std::list<Timer> _runningTimers NIVUR_GUARDED_BY(_mutex);
-    std::unique_ptr<RunLoopItem> _runningItem NIVUR_GUARDED_BY(_mutex);
+    std::deque<Timer*> _runningTimers NIVUR_GUARDED_BY(_mutex);
+    std::unique_ptr<Runnable> _runningItem NIVUR_GUARDED_BY(_mutex);
     bool _runningItemBegun NIVUR_GUARDED_BY(_mutex) = false;
 };
 

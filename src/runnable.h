@@ -27,6 +27,14 @@ class NIVUR_EXPORT Runnable {
     /// Describes the task in diagnostics. It may be called while run() runs on another thread, and
     /// with locks of a run loop held: it must not call the loop.
     virtual std::string dump() = 0;
+
+  private:
+    template <class>
+    friend class Intake;
+    template <class>
+    friend class LinkedQueue;
+
+    Runnable* _next = nullptr;  // in the queue of the run loop that owns it
 };
 
 /// Spells the string type in a compiler's function text without the standard library's inline

@@ -63,7 +63,7 @@ class Intake : public NoCopyable {
     bool beginSleep() { return replace(kEmpty, kAsleep); }
 
     /// Removes the mark; false when someone else has removed it, and signals.
-    bool endSleep() { return replace(kAsleep, kEmpty); }
+    bool endSleep() { return _head.load() == kAsleep && replace(kAsleep, kEmpty); }
 
   private:
     static constexpr uintptr_t kEmpty = 0;

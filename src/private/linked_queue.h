@@ -47,11 +47,18 @@ class LinkedQueue : public NoCopyable {
     /// Moves those of `other` that `wanted` picks to the end of this queue, in their order.
     template <class Predicate>
     void takeIf(LinkedQueue& other, Predicate wanted) {
-        LinkedQueue rest;
-        while (std::unique_ptr<Item> item = other.pop()) {
-            (wanted(*item) ? *this : rest).push(std::move(item));
+        Item** link = &other._first;
+        while (*link != nullptr) {
+            if (!wanted(**link)) {
+                link = &(*link)->_next;
+                continue;
+            }
+            std::unique_ptr<Item> item(*link);
+            *link = item->_next;
+            --other._size;
+            push(std::move(item));
         }
-        other.append(rest);
+        other._end = link;
     }
 
     /// Moves all of `other` to the end of this queue.
@@ -65,7 +72,7 @@ class LinkedQueue : public NoCopyable {
 
     template <class Visitor>
     void forEach(Visitor visit) const {
-        for (const Item* item = _first; item != nullptr; item = item->_next) {
+        for (Item* item = _first; item != nullptr; item = item->_next) {
             visit(*item);
         }
     }

@@ -1,37 +1,67 @@
 #ifndef NIVUR_PRIVATE_RUN_LOOP_PARTS_H
 #define NIVUR_PRIVATE_RUN_LOOP_PARTS_H
 
-#include <list>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
-#include <set>
+#include <string>
+#include <tuple>
 #include <utility>
 
 #include "private/linked_queue.h"
+#include "private/timer_queue.h"
 #include "run_loop.h"
+#include "system_util.h"
 
 namespace NIVUR {
 
-/// Whether a queued task or a timer is one for `object`.
-template <class Task>
-bool actsOn(const Task& task, const void* object) {
-    return task._runnable && task._runnable->getObject() == object;
-}
+/// A queued task whose poster waits. Its end, however it comes, deletes the task and then releases
+/// the poster.
+class RunLoop::AwaitedTask : public Runnable, public NoCopyable {
+  public:
+    AwaitedTask(std::unique_ptr<Runnable> task, std::shared_ptr<Semaphore> done)
+        : _task(std::move(task)), _done(std::move(done)) {}
 
-/// Its end, however it comes, deletes the task and then releases the poster that waits.
-struct RunLoop::RunLoopItem : NoCopyable {
-    RunLoopItem(Runnable* runnable, std::shared_ptr<Semaphore> semaphore)
-        : _runnable(runnable), _semaphore(std::move(semaphore)) {}
-
-    ~RunLoopItem() {
-        _runnable.reset();
-        if (_semaphore != nullptr) {
-            _semaphore->notify();
-        }
+    ~AwaitedTask() override {
+        _task.reset();
+        _done->notify();
     }
 
-    std::unique_ptr<Runnable> _runnable;
-    std::shared_ptr<Semaphore> _semaphore;  // of the poster that waits, or null
-    RunLoopItem* _next = nullptr;           // in the queue that holds it
+    void run() override { _task->run(); }
+    void* getObject() override { return _task->getObject(); }
+    std::string dump() override { return _task->dump(); }
+
+  private:
+    std::unique_ptr<Runnable> _task;
+    const std::shared_ptr<Semaphore> _done;
+};
+
+/// A task that is due at a certain time, once or again and again.
+struct RunLoop::Timer : NoCopyable {
+    Timer(std::unique_ptr<Runnable> runnable, unsigned int interval, bool repeat)
+        : _runnable(std::move(runnable)), _interval(interval), _repeat(repeat) {
+        resetNextTime();
+    }
+
+    void updateNextTime() { _nextTime += _interval; }
+    void resetNextTime() { _nextTime = SystemUtil::getCPUTime() + _interval; }
+    long id() const { return reinterpret_cast<long>(_runnable.get()); }
+
+    bool operator==(long other) const { return id() == other; }
+    bool operator<(const Timer& other) const {
+        return std::tie(_nextTime, _sequence) < std::tie(other._nextTime, other._sequence);
+    }
+
+    const std::unique_ptr<Runnable> _runnable;
+    const unsigned int _interval;  // ms
+    const bool _repeat;
+    uint64_t _nextTime = 0;     // ms of the monotonic clock
+    uint64_t _sequence = 0;     // the order of adding, which settles equal due times
+    unsigned int _holders = 1;  // it may be pending, due and running at once
+
+    size_t _place = 0;               // in the heap of the pending timers
+    Timer* _nextOfBucket = nullptr;  // in their index
+    Timer* _next = nullptr;          // in the queue of the dropped
 };
 
 /// Keeps the gate shut for a scope, except on the loop's own thread, when a task calls: that is
@@ -82,14 +112,16 @@ class RunLoop::Gate : public NoCopyable {
 
 /// What was taken out under the queue lock, to be deleted without it: declare it before the lock.
 struct RunLoop::Dropped {
-    ItemQueue items;
-    std::list<Timer> runningTimers;
-    std::set<Timer> timers;
+    TaskQueue items;
+    LinkedQueue<Timer> timers;
 
     bool empty() const { return items.empty() && timers.empty(); }
 
-    void take(ItemQueue& queue, const void* object) {
-        items.takeIf(queue, [object](const RunLoopItem& item) { return actsOn(item, object); });
+    /// Takes a timer from one that held it, the last one's for good.
+    void take(Timer& timer) {
+        if (--timer._holders == 0) {
+            timers.push(std::unique_ptr<Timer>(&timer));
+        }
     }
 };
 
