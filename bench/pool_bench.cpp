@@ -72,6 +72,18 @@ struct BoostPool {
     boost::pool<> pool{kBufferSize};
 };
 
+/// What a set that all threads share costs, if it is locked for each step, before it does anything.
+struct TwoLocks {
+    static std::string name() { return "two locks"; }
+    char* get() {
+        static thread_local char data;
+        const std::lock_guard lock(mutex);
+        return &data;
+    }
+    void giveBack(char* /*data*/) { const std::lock_guard lock(mutex); }
+    std::mutex mutex;
+};
+
 /// Takes one and gives it back, with half of the pool in use elsewhere.
 template <class Pool>
 void measure(State& state, unsigned int count) {
@@ -98,7 +110,9 @@ void measure(State& state, unsigned int count) {
 }  // namespace
 
 void addPool() {
-    const Peers<NivurPool, PlainPool<Malloc>, PlainPool<PmrPool>, PlainPool<BoostPool>> peers;
+    const Peers<NivurPool, PlainPool<Malloc>, PlainPool<PmrPool>, PlainPool<BoostPool>,
+                Limit<PlainPool<TwoLocks>>>
+        peers;
     for (const unsigned int count : {16U, 256U, 4096U}) {
         const std::string service = "take and return, " + std::to_string(count) + " buffers";
         const auto body = [=](State& state, auto peer) {

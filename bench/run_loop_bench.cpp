@@ -9,9 +9,29 @@ using StreamLoops = Peers<NivurLoop, Other<UvLoop>, AsioLoop, EventLoop, GlibLoo
 using AllLoops =
     Peers<NivurLoop, Other<UvLoop>, AsioLoop, EventLoop, GlibLoop, PocoLoop, LooperLoop>;
 using PriorityLoops = Peers<NivurLoop, EventLoop, GlibLoop, PocoLoop>;
-using CancellingLoops = Peers<NivurLoop, Other<EventLoop>, Other<GlibLoop>, PocoLoop>;
 
 constexpr int kQueued = 10000;
+
+/// What asking every task costs whether it is for the object that is cancelled.
+struct AskingLoop : NivurLoop {
+    static std::string name() { return "asking all"; }
+    template <class Task>
+    Handle postCancellable(Task task) {
+        if (_tasks.size() == kQueued) {
+            _tasks.clear();
+        }
+        auto* const object = reinterpret_cast<char*>(this) + _tasks.size();
+        _tasks.emplace_back(NIVUR::makeRunnable(std::move(task), object));
+        return object;
+    }
+    void cancel(Handle object) {
+        const auto asked = [object](auto& task) { return task->getObject() == object; };
+        benchmark::DoNotOptimize(std::count_if(_tasks.begin(), _tasks.end(), asked));
+    }
+    std::vector<std::unique_ptr<NIVUR::Runnable>> _tasks;
+};
+using CancellingLoops =
+    Peers<NivurLoop, Other<EventLoop>, Other<GlibLoop>, Other<PocoLoop>, Limit<AskingLoop>>;
 
 /// Counts tasks on the loop's thread and tells when the last one has run.
 struct Countdown {
