@@ -38,6 +38,7 @@ int StringUtil::string2Int(const std::string& text) {
 
 void StringUtil::string2UInt8Vector(const std::string& text, std::vector<std::uint8_t>& bytes) {
     std::vector<std::uint8_t> values;
+    values.reserve((text.size() + 1) / 2);
     auto end = text.begin();
     for (auto word = end; (word = std::find_if_not(end, text.end(), isSpace)) != text.end();) {
         end = std::find_if(word, text.end(), isSpace);
