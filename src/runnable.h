@@ -14,7 +14,15 @@ namespace NIVUR {
 /// when the operation refuses it, and deletes it through this class.
 class NIVUR_EXPORT Runnable {
   public:
+    Runnable() = default;
     virtual ~Runnable();
+
+    ///@{
+    /// A copy is queued nowhere, and a task that is assigned to stays where it is queued.
+    Runnable(const Runnable& /*other*/) {}
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp): it assigns nothing
+    Runnable& operator=(const Runnable& /*other*/) { return *this; }
+    ///@}
 
     /// Performs the task.
     virtual void run() = 0;

@@ -252,6 +252,7 @@ TEST_F(RunLoopTest, TimersDueTogetherRunInOrderOfDueTimeThenOfAdding) {
 }
 
 TEST_F(RunLoopTest, TimersOfOneBatchMayRemoveEachOtherAndTheTaskOfThePass) {
+    const auto token = std::make_shared<int>();
     for (const bool alone : {false, true}) {
         ASSERT_TRUE(loop.start());
         block();
@@ -265,7 +266,7 @@ TEST_F(RunLoopTest, TimersOfOneBatchMayRemoveEachOtherAndTheTaskOfThePass) {
             trace.add("first");
         });
         if (!alone) {
-            second = timer(0, true, [] { ADD_FAILURE(); });
+            second = timer(0, true, [token] { ADD_FAILURE(); });
             timer(
                 0, true, [] { ADD_FAILURE(); }, &x);
             timer(
@@ -280,6 +281,7 @@ TEST_F(RunLoopTest, TimersOfOneBatchMayRemoveEachOtherAndTheTaskOfThePass) {
         loop.stop();
     }
     EXPECT_EQ(trace.text, "first last first");
+    EXPECT_EQ(token.use_count(), 1);
 }
 
 TEST_F(RunLoopTest, RepeatingTimersTakeTurnsAndTasksStillRun) {
@@ -331,6 +333,12 @@ TEST_F(RunLoopTest, CancelRemovesEverythingOfOneObjectAndReleasesPostersAtOnce) 
     release();
     canceller.join();
     EXPECT_EQ(token.use_count(), 1);
+    call(
+        [&, held = token] {  // which is running, and stays
+            loop.cancelTasksForObject(&x);
+            EXPECT_EQ(token.use_count(), 2);
+        },
+        &x);
     drain();
     EXPECT_EQ(trace.text, "y nobody's");
 }
@@ -374,7 +382,9 @@ TEST_F(RunLoopTest, DumpDescribesTheLoopWithoutWaitingForIt) {
     loop.postItem(new NamedTask("hanging", hang), false, false);
     hung.wait();
     loop.postItem(new NamedTask("n1"), false, false);
-    loop.postItem(new NamedTask("n2"), false, false);
+    auto* const queued = new NamedTask("n0");
+    loop.postItem(queued, false, false);
+    *queued = NamedTask("n2");  // stays where it is queued
     loop.postItem(new NamedTask("h1"), true, false);
     loop.addTimer(new NamedTask("pending"), kNever, true);
     loop.dumpLoopInfo();
