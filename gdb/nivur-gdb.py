@@ -49,6 +49,13 @@ def own_type(pointer):
         return name[1] if name else str(static), None
 
 
+def posted(task):
+    """The task itself, also where it waits in one that will release its poster."""
+    name, own = own_type(task)
+    awaited = name == "NIVUR::RunLoop::AwaitedTask"
+    return children(task.cast(own.pointer())["_task"])[0] if awaited else task
+
+
 def linked_tasks(task):
     while int(task) != 0:
         yield task
@@ -154,7 +161,8 @@ class RunLoopPrinter:
     def children(self):
         for name, queue in self._queues:
             for i, task in enumerate(queue):
-                yield f"{name}[{i}]", f"{own_type(task)[0]} at {int(task):#x}"
+                own = posted(task)
+                yield f"{name}[{i}]", f"{own_type(own)[0]} at {int(own):#x}"
 
 
 def printers():
