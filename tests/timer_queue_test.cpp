@@ -50,7 +50,7 @@ TEST(TimerQueue, DoesAsAnOrderedSet) {
                 for (const Timer* timer : model)
                     EXPECT_FALSE(wanted(*timer));
             } else if (choice < 32 && static_cast<int>(model.size()) < most) {
-                const long name = 0x7F0000000000 + 48 * (step - (step % 8 == 1));
+                const long name = 0x70000000 + 48 * (step - (step % 8 == 1));
                 owned.push_back(std::make_unique<Timer>(Timer{name, due, step}));
                 model.insert(owned.back().get());
                 queue.add(*owned.back());
