@@ -234,6 +234,7 @@ TEST_F(RunLoopTest, StopDropsTimersAndEveryChangeWakesTheLoop) {
 
 TEST_F(RunLoopTest, TimersDueTogetherRunInOrderOfDueTimeThenOfAdding) {
     uint64_t begin = 0;
+    long again = 0;
     do {  // within one millisecond, so that due times are equal
         loop.cancelTasksForObject(&trace);
         begin = SystemUtil::getCPUTime();
@@ -242,13 +243,15 @@ TEST_F(RunLoopTest, TimersDueTogetherRunInOrderOfDueTimeThenOfAdding) {
         timer(1, false, word("b"), &trace);
         timer(0, false, word("early"), &trace);
         timer(1, false, word("c"), &trace);
+        again = timer(0, false, word("again"), &trace);
         loop.addTimer(nullptr, 0, false);
         loop.resetTimer(first);  // keeps its place among equals
     } while (SystemUtil::getCPUTime() != begin);
     SystemUtil::sleep(5);
+    loop.resetTimer(again);  // the last one now
     ASSERT_TRUE(loop.start());
     drain();
-    EXPECT_EQ(trace.text, "early a b c late");
+    EXPECT_EQ(trace.text, "early a b c late again");
 }
 
 TEST_F(RunLoopTest, TimersOfOneBatchMayRemoveEachOtherAndTheTaskOfThePass) {
@@ -329,6 +332,7 @@ TEST_F(RunLoopTest, CancelRemovesEverythingOfOneObjectAndReleasesPostersAtOnce) 
     awaitQueued(5);
     std::thread canceller([&] { loop.cancelTasksForObject(&x); });
     poster.join();  // while the canceller waits for the running task
+    awaitQueued(2);
     loop.cancelTasksForObject(nullptr);
     release();
     canceller.join();
@@ -379,7 +383,7 @@ TEST_F(RunLoopTest, DumpDescribesTheLoopWithoutWaitingForIt) {
         hung.count();
         end.wait();
     };
-    loop.postItem(new NamedTask("hanging", hang), false, false);
+    std::thread poster([&] { loop.postItem(new NamedTask("hanging", hang), false, true); });
     hung.wait();
     loop.postItem(new NamedTask("n1"), false, false);
     auto* const queued = new NamedTask("n0");
@@ -389,6 +393,7 @@ TEST_F(RunLoopTest, DumpDescribesTheLoopWithoutWaitingForIt) {
     loop.addTimer(new NamedTask("pending"), kNever, true);
     loop.dumpLoopInfo();
     end.count();
+    poster.join();
     drain();
     Latch dumped;
     const auto dump = [&] {
