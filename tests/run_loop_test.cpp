@@ -234,24 +234,23 @@ TEST_F(RunLoopTest, StopDropsTimersAndEveryChangeWakesTheLoop) {
 
 TEST_F(RunLoopTest, TimersDueTogetherRunInOrderOfDueTimeThenOfAdding) {
     uint64_t begin = 0;
-    long again = 0;
+    long early = 0;
     do {  // within one millisecond, so that due times are equal
         loop.cancelTasksForObject(&trace);
         begin = SystemUtil::getCPUTime();
         timer(2, false, word("late"), &trace);
         const long first = timer(1, false, word("a"), &trace);
         timer(1, false, word("b"), &trace);
-        timer(0, false, word("early"), &trace);
+        early = timer(0, false, word("early"), &trace);
         timer(1, false, word("c"), &trace);
-        again = timer(0, false, word("again"), &trace);
         loop.addTimer(nullptr, 0, false);
         loop.resetTimer(first);  // keeps its place among equals
     } while (SystemUtil::getCPUTime() != begin);
     SystemUtil::sleep(5);
-    loop.resetTimer(again);  // the last one now
+    loop.resetTimer(early);  // the last one now
     ASSERT_TRUE(loop.start());
     drain();
-    EXPECT_EQ(trace.text, "early a b c late again");
+    EXPECT_EQ(trace.text, "a b c late early");
 }
 
 TEST_F(RunLoopTest, TimersOfOneBatchMayRemoveEachOtherAndTheTaskOfThePass) {
@@ -355,11 +354,13 @@ TEST_F(RunLoopTest, BusyLoopLetsStopAndCancelThrough) {
         ++runs;
         SystemUtil::sleep(2);
     });
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < 50; ++i) {
+        for (const int before = runs; runs == before;)
+            std::this_thread::yield();
         loop.stopTimer(1);
         loop.cancelTasksForObject(&trace);
     }
-    EXPECT_LT(runs, 1000);  // some 40, and thousands without turns
+    EXPECT_LT(runs, 300);  // three each time, and many more without turns
     loop.stop();
 }
 
