@@ -4,16 +4,9 @@
 
 #include "log.h"
 
-#if defined(__SANITIZE_THREAD__)
-#define NIVUR_THREAD_SANITIZER
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define NIVUR_THREAD_SANITIZER
-#endif
-#endif
-#ifdef NIVUR_THREAD_SANITIZER
-#include <sanitizer/tsan_interface.h>
-#endif
+// There when the thread sanitizer is, be it in this library or in the program alone.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): its name
+extern "C" __attribute__((weak)) void __tsan_acquire(void* address);
 
 namespace NIVUR {
 
@@ -78,11 +71,9 @@ bool waitUntil(sem_t* semaphore, const timespec& deadline) {
 
 bool waitUntil(sem_t* semaphore, const timespec& deadline) {
     const bool taken = ::sem_clockwait(semaphore, CLOCK_MONOTONIC, &deadline) == 0;
-#ifdef NIVUR_THREAD_SANITIZER
-    if (taken) {
-        __tsan_acquire(semaphore);  // it knows all of a semaphore's calls but this one
+    if (taken && __tsan_acquire != nullptr) {
+        __tsan_acquire(semaphore);  // the sanitizer knows all of a semaphore's calls but this one
     }
-#endif
     return taken;
 }
 
