@@ -126,8 +126,8 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     // The gate: shut while a batch of timers or a task runs and is deleted.
     Mutex _runningMutex NIVUR_ACQUIRED_BEFORE(_mutex);
 
-    // The queue lock: held briefly, never while a task runs or is deleted. Only the locks of
-    // _thread and of semaphores are taken inside it.
+    // The queue lock: held briefly, never while a task runs or is deleted. Only the lock of _thread
+    // is taken inside it.
     mutable Mutex _mutex;
 
     const std::string _name;
