@@ -112,11 +112,12 @@ TEST_F(RunLoopTest, SynchronousPostFromTheLoopItselfRunsItsTaskAtOnce) {
 TEST_F(RunLoopTest, RefusedTasksAreLoggedAndDeleted) {
     const auto token = std::make_shared<int>();
     const auto expectRefusals = [&](const std::string& reason) {
-        post([token] { ADD_FAILURE(); });
+        post([token] { ADD_FAILURE(); }, nullptr, true);
         call([token] { ADD_FAILURE(); });
+        loop.postItem(nullptr, true, false);
         EXPECT_EQ(token.use_count(), 1);
         const std::string line = "5 item cannot insert to runloop loop because of " + reason;
-        EXPECT_EQ(log.take(), (Lines{line, line}));
+        EXPECT_EQ(log.take(), (Lines{line, line, line}));
     };
     expectRefusals("not running");
     ASSERT_TRUE(loop.start());
@@ -332,6 +333,8 @@ TEST_F(RunLoopTest, CancelRemovesEverythingOfOneObjectAndReleasesPostersAtOnce) 
     std::thread canceller([&] { loop.cancelTasksForObject(&x); });
     poster.join();  // while the canceller waits for the running task
     awaitQueued(2);
+    const auto stopTimer = [this] { loop.stopTimer(1); };
+    post([end = atDestruction(stopTimer)] {}, &x);  // which is dropped, unless it runs before
     loop.cancelTasksForObject(nullptr);
     release();
     canceller.join();
