@@ -1,8 +1,6 @@
 #ifndef NIVUR_SEMAPHORE_H
 #define NIVUR_SEMAPHORE_H
 
-#include <semaphore.h>  // the system's
-
 #include "export.h"
 #include "no_copyable.h"
 
@@ -28,7 +26,8 @@ class NIVUR_EXPORT Semaphore : public NoCopyable {
     int notify();
 
   private:
-    sem_t _signals;
+    // Room for the platform's semaphore, whose header has this one's name.
+    alignas(long) unsigned char _signals[4 * sizeof(long)];
 };
 
 }  // namespace NIVUR

@@ -1,20 +1,33 @@
+#include <semaphore.h>
+
 #include <cerrno>
+#include <new>
 
 #include "private/common/monotonic_clock.h"
 #include "semaphore.h"
 
 namespace NIVUR {
 
+namespace {
+
+template <size_t kSize>
+sem_t* platform(unsigned char (&signals)[kSize]) {
+    static_assert(sizeof(sem_t) <= kSize && alignof(sem_t) <= alignof(long));
+    return std::launder(reinterpret_cast<sem_t*>(signals));
+}
+
+}  // namespace
+
 Semaphore::Semaphore() : _signals{} {
-    ::sem_init(&_signals, 0, 0);
+    ::sem_init(new (_signals) sem_t, 0, 0);
 }
 
 Semaphore::~Semaphore() {
-    ::sem_destroy(&_signals);
+    ::sem_destroy(platform(_signals));
 }
 
 int Semaphore::wait() {
-    while (::sem_wait(&_signals) != 0) {
+    while (::sem_wait(platform(_signals)) != 0) {
         if (errno != EINTR) {
             return -1;
         }
@@ -23,16 +36,16 @@ int Semaphore::wait() {
 }
 
 int Semaphore::wait(unsigned int timeoutMs) {
-    if (::sem_trywait(&_signals) == 0) {
+    if (::sem_trywait(platform(_signals)) == 0) {
         return 0;
     }
     if (timeoutMs == 0) {
         return 1;
     }
     const timespec deadline = deadlineAfter(timeoutMs);
-    while (!waitUntil(&_signals, deadline)) {
+    while (!waitUntil(platform(_signals), deadline)) {
         if (errno == ETIMEDOUT) {
-            return ::sem_trywait(&_signals) == 0 ? 0 : 1;
+            return ::sem_trywait(platform(_signals)) == 0 ? 0 : 1;
         }
         if (errno != EINTR) {
             return -1;
@@ -42,7 +55,7 @@ int Semaphore::wait(unsigned int timeoutMs) {
 }
 
 int Semaphore::notify() {
-    return ::sem_post(&_signals) == 0 ? 0 : errno;
+    return ::sem_post(platform(_signals)) == 0 ? 0 : errno;
 }
 
 }  // namespace NIVUR
