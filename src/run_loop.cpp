@@ -321,7 +321,6 @@ long RunLoop::addTimer(Runnable* task, unsigned int interval, bool repeat) {
 }
 
 void RunLoop::stopTimer(long id) {
-    // Keeps the task to the end, lest another timer gets its address and so the id.
     Dropped dropped;
     {
         AutoLock lock(_mutex);
@@ -329,15 +328,14 @@ void RunLoop::stopTimer(long id) {
             _sortedTimers->remove(*pending);
             dropped.take(*pending);
         }
+        const auto due = std::find_if(_runningTimers.begin(), _runningTimers.end(),
+                                      [id](const Timer* timer) { return *timer == id; });
+        if (due != _runningTimers.end() && isLoopThread()) {
+            dropped.take(**due);
+            _runningTimers.erase(due);
+        }
     }
-    Gate gate(*this);
-    AutoLock lock(_mutex);
-    const auto due = std::find_if(_runningTimers.begin(), _runningTimers.end(),
-                                  [id](const Timer* timer) { return *timer == id; });
-    if (due != _runningTimers.end()) {
-        dropped.take(**due);
-        _runningTimers.erase(due);
-    }
+    Gate gate(*this);  // to another thread it opens when the batch has run
 }
 
 void RunLoop::resetTimer(long id) {

@@ -78,8 +78,8 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
 
     /// Removes every task and timer whose getObject() is `object`, releasing their posters; null
     /// removes nothing. From another thread it waits for a task that is running, and once it has
-    /// returned nothing of that object starts and no task of it that ran is left: never call it
-    /// with a lock held that the task takes.
+    /// returned nothing of that object starts and no task of it that ran is left, unless a third
+    /// thread is about to remove it: never call it with a lock held that the task takes.
     void cancelTasksForObject(void* object);
 
     /// Logs the loop's name, the sizes of its queues and the dump() of its tasks as one warning. It

@@ -26,10 +26,14 @@ ptrdiff_t openDescriptors() {
 }
 
 std::atomic<int> living{0}, runs{0}, events{0};
+std::atomic<RunLoop*> called{nullptr};  // by whatever is deleted: it must not have its lock
 
 struct Counted : BaseBufferParam, ParameterValue, Runnable, EventHandler {
     Counted() { ++living; }
-    ~Counted() override { --living; }
+    ~Counted() override {
+        --living;
+        if (RunLoop* const loop = called) loop->resetTimer(0);
+    }
     void run() override { ++runs; }
     std::string dump() override { return kLong; }
     void onEvent(const Event& /*event*/, Parameter* /*parameter*/) override { ++events; }
@@ -57,7 +61,9 @@ struct World {
                           client.connect(kLocal, listener.port());
         accepted.reset(made ? listener.accept() : nullptr);
         center.registerEventHandler("x", &first);
+        called = &loop;
     }
+    ~World() { called = nullptr; }
     /// What an operation changes wholly or not at all.
     std::string state() {
         events = 0;

@@ -192,7 +192,10 @@ TEST_F(RunLoopTest, TaskDestructorsMayCallTheLoop) {
     drain();
     EXPECT_EQ(trace.text, "posted posted posted posted");
     timer(kNever, true, caller());
+    const auto token = std::make_shared<int>();
+    timer(kNever, true, [end = atDestruction([&] { timer(0, true, [token] {}); })] {});
     loop.stop();
+    EXPECT_EQ(token.use_count(), 1);
     const auto rebirth = [this] {
         timer(0, true, [] {});
         loop.start();

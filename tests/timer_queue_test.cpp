@@ -22,6 +22,7 @@ struct Timer {
     int sequence;
     size_t _place = 0;
     Timer* _nextOfBucket = nullptr;
+    Timer** _linkOfBucket = nullptr;
 };
 
 struct Less {
@@ -43,8 +44,10 @@ TEST(TimerQueue, DoesAsAnOrderedSet) {
             const int due = static_cast<int>(random()) % 50;
             if (choice == 0) {
                 const auto wanted = [due](const Timer& timer) { return timer.due % 7 == due % 7; };
+                const Timer* last = nullptr;
                 queue.removeIf(wanted, [&](Timer& timer) {
-                    EXPECT_TRUE(wanted(timer));
+                    EXPECT_TRUE(wanted(timer) && (last == nullptr || *last < timer));
+                    last = &timer;
                     EXPECT_EQ(model.erase(&timer), 1U);
                 });
                 for (const Timer* timer : model)

@@ -59,9 +59,12 @@ struct RunLoop::Timer : NoCopyable {
     uint64_t _sequence = 0;     // the order of adding, which settles equal due times
     unsigned int _holders = 1;  // it may be pending, due and running at once
 
-    size_t _place = 0;               // in the heap of the pending timers
-    Timer* _nextOfBucket = nullptr;  // in their index
-    Timer* _next = nullptr;          // in the queue of the dropped
+    // Its place in the heap of the pending timers, and in their index the next one and the link
+    // that leads to this one; and the next one in the queue of the dropped.
+    size_t _place = 0;
+    Timer* _nextOfBucket = nullptr;
+    Timer** _linkOfBucket = nullptr;
+    Timer* _next = nullptr;
 };
 
 /// Keeps the gate shut for a scope, except on the loop's own thread, when a task calls: that is

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <utility>
 #include <vector>
 
 #include "no_copyable.h"
@@ -54,11 +53,15 @@ class TimerQueue : public NoCopyable {
     /// Puts a timer whose order has changed where it belongs now.
     void update(Timer& timer) { settle(timer, timer._place); }
 
-    /// Removes all that `wanted` picks and gives them to `take`.
+    /// Removes all that `wanted` picks and gives them to `take`, the least first.
     template <class Predicate, class Taker>
     void removeIf(Predicate wanted, Taker take) {
         const auto picked = std::partition(_heap.begin(), _heap.end(),
                                            [&](const Timer* timer) { return !wanted(*timer); });
+        if (picked == _heap.end()) {
+            return;
+        }
+        std::sort(picked, _heap.end(), [](const Timer* a, const Timer* b) { return *a < *b; });
         for (auto timer = picked; timer != _heap.end(); ++timer) {
             unlink(**timer);
             take(**timer);
@@ -90,14 +93,20 @@ class TimerQueue : public NoCopyable {
         }
     }
 
-    void link(Timer& timer) { timer._nextOfBucket = std::exchange(bucketOf(timer.id()), &timer); }
+    void link(Timer& timer) {
+        Timer*& bucket = bucketOf(timer.id());
+        lead(timer._nextOfBucket, bucket);
+        lead(bucket, &timer);
+    }
 
-    void unlink(Timer& timer) {
-        Timer** link = &bucketOf(timer.id());
-        while (*link != &timer) {
-            link = &(*link)->_nextOfBucket;
+    static void unlink(Timer& timer) { lead(*timer._linkOfBucket, timer._nextOfBucket); }
+
+    /// Makes a link of a chain lead to a timer or to its end.
+    static void lead(Timer*& link, Timer* timer) {
+        link = timer;
+        if (timer != nullptr) {
+            timer->_linkOfBucket = &link;
         }
-        *link = timer._nextOfBucket;
     }
 
     void put(Timer& timer, size_t place) {
