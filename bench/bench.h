@@ -2,6 +2,7 @@
 #define NIVUR_BENCH_H
 
 #include <benchmark/benchmark.h>
+#include <sched.h>
 
 #include <algorithm>
 #include <chrono>
@@ -46,15 +47,37 @@ struct Limit : Adapter {
 template <class... Adapters>
 struct Peers {};
 
+/// Keeps this thread, and those that it starts, on one processor: to wake another one takes up to
+/// ten times as long as all the rest, or does not, as chance places the threads.
+class OneProcessor {
+  public:
+    OneProcessor() {
+        sched_getaffinity(0, sizeof(_before), &_before);
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(sched_getcpu(), &one);
+        sched_setaffinity(0, sizeof(one), &one);
+    }
+    ~OneProcessor() { sched_setaffinity(0, sizeof(_before), &_before); }
+
+  private:
+    cpu_set_t _before;
+};
+
 class Family {
   public:
     explicit Family(std::string name) : _name(std::move(name)) {}
 
     /// Measures body(state, Peer<Adapter>) for each of the adapters: the processor time of the one
-    /// thread that does all the work, which other programs disturb less than they do a clock.
+    /// thread that does all the work, which other programs disturb less than they do a clock, on
+    /// one processor, whose caches it does not lose.
     template <class... Adapters, class Body>
     void add(const std::string& service, Peers<Adapters...>, Body body) const {
-        (addOne<Adapters>(service, body), ...);
+        const auto onOneProcessor = [body](State& state, auto peer) {
+            const OneProcessor processor;
+            body(state, peer);
+        };
+        (addOne<Adapters>(service, onOneProcessor), ...);
     }
 
     /// Measures, by the clock, what is run on so many threads or has others work for it.

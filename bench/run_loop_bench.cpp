@@ -73,6 +73,7 @@ void measurePosts(State& state, int posts, int posters) {
 /// From the post until the task runs; the loop has had time to fall asleep.
 template <class Loop>
 void measureWakeUp(State& state) {
+    const OneProcessor processor;
     Loop loop;
     Samples wakeUps;
     Samples posts;
@@ -95,6 +96,7 @@ void measureWakeUp(State& state) {
 
 template <class Loop>
 void measureCalls(State& state) {
+    const OneProcessor processor;
     Loop loop;
     Samples calls;
     int ran = 0;

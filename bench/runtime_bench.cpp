@@ -72,6 +72,7 @@ class PlainSemaphore {
 
 template <class Semaphore>
 void measurePingPong(State& state) {
+    const OneProcessor processor;
     Semaphore ping;
     Semaphore pong;
     bool stopped = false;  // written before a signal and read after it
