@@ -87,9 +87,11 @@ struct TwoLocks {
 /// Takes one and gives it back, with half of the pool in use elsewhere.
 template <class Pool>
 void measure(State& state, unsigned int count) {
+    // They stay until the next measurement: std::pmr's pool may not end before its threads have.
     static std::unique_ptr<Pool> pool;
     static std::vector<typename Pool::Taken> inUse;
     if (state.thread_index() == 0) {
+        inUse.clear();
         pool = std::make_unique<Pool>(count);
         for (unsigned int i = 0; i < count / 2; ++i) {
             inUse.push_back(pool->take());
@@ -101,10 +103,6 @@ void measure(State& state, unsigned int count) {
         benchmark::ClobberMemory();
     });
     setItems(state, 1000);
-    if (state.thread_index() == 0) {
-        inUse.clear();
-        pool.reset();
-    }
 }
 
 }  // namespace
