@@ -117,6 +117,18 @@ void measureSet(State& state, size_t count) {
     setItems(state, count);
 }
 
+template <class Record>
+void measureSetOfOneType(State& state, size_t count) {
+    const auto keys = makeKeys(count);
+    for (auto _ : state) {
+        Record record;
+        for (const std::string& key : keys) {
+            record.set(key, 1LL);
+        }
+    }
+    setItems(state, count);
+}
+
 }  // namespace
 
 void addDictionary() {
@@ -125,6 +137,9 @@ void addDictionary() {
         const std::string keys = ", " + std::to_string(count) + " keys";
         kFamily.add("fill and drop" + keys, peers, [=](State& state, auto peer) {
             measureSet<typename decltype(peer)::Type>(state, count);
+        });
+        kFamily.add("fill and drop" + keys + " of one type", peers, [=](State& state, auto peer) {
+            measureSetOfOneType<typename decltype(peer)::Type>(state, count);
         });
         kFamily.add("get" + keys, peers, [=](State& state, auto peer) {
             measureGet<typename decltype(peer)::Type>(state, count);
