@@ -62,7 +62,7 @@ struct VariantRecord {
     std::map<std::string, std::variant<long long, std::string, long double, bool>> record;
 };
 
-/// Keys in an order of chance; every second one holds a string.
+/// Keys in an order of chance.
 std::vector<std::string> makeKeys(size_t count) {
     std::vector<std::string> keys;
     for (size_t i = 0; i < count; ++i) {
@@ -71,11 +71,12 @@ std::vector<std::string> makeKeys(size_t count) {
     return keys;
 }
 
+/// Numbers, and a text for each so many of the keys.
 template <class Record>
-void fill(Record& record, const std::vector<std::string>& keys) {
+void fill(Record& record, const std::vector<std::string>& keys, size_t textEvery = 2) {
     static const std::string kText = "a string of more than sixteen bytes";
     for (size_t i = 0; i < keys.size(); ++i) {
-        if (i % 2 == 0) {
+        if ((i + 1) % textEvery != 0) {
             record.set(keys[i], static_cast<long long>(i));
         } else {
             record.set(keys[i], kText);
@@ -108,23 +109,11 @@ void measureKeys(State& state, size_t count) {
 }
 
 template <class Record>
-void measureSet(State& state, size_t count) {
+void measureSet(State& state, size_t count, size_t textEvery) {
     const auto keys = makeKeys(count);
     for (auto _ : state) {
         Record record;
-        fill(record, keys);
-    }
-    setItems(state, count);
-}
-
-template <class Record>
-void measureSetOfOneType(State& state, size_t count) {
-    const auto keys = makeKeys(count);
-    for (auto _ : state) {
-        Record record;
-        for (const std::string& key : keys) {
-            record.set(key, 1LL);
-        }
+        fill(record, keys, textEvery);
     }
     setItems(state, count);
 }
@@ -136,10 +125,10 @@ void addDictionary() {
     for (const size_t count : {10, 1000, 100000}) {
         const std::string keys = ", " + std::to_string(count) + " keys";
         kFamily.add("fill and drop" + keys, peers, [=](State& state, auto peer) {
-            measureSet<typename decltype(peer)::Type>(state, count);
+            measureSet<typename decltype(peer)::Type>(state, count, 2);
         });
         kFamily.add("fill and drop" + keys + " of one type", peers, [=](State& state, auto peer) {
-            measureSetOfOneType<typename decltype(peer)::Type>(state, count);
+            measureSet<typename decltype(peer)::Type>(state, count, count + 1);
         });
         kFamily.add("get" + keys, peers, [=](State& state, auto peer) {
             measureGet<typename decltype(peer)::Type>(state, count);

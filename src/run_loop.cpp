@@ -328,14 +328,21 @@ void RunLoop::stopTimer(long id) {
             _sortedTimers->remove(*pending);
             dropped.take(*pending);
         }
-        const auto due = std::find_if(_runningTimers.begin(), _runningTimers.end(),
-                                      [id](const Timer* timer) { return *timer == id; });
-        if (due != _runningTimers.end() && isLoopThread()) {
-            dropped.take(**due);
-            _runningTimers.erase(due);
+        if (isLoopThread()) {  // another one finds the gate shut until the batch has run
+            dropRunningTimer(id, dropped);
         }
     }
-    Gate gate(*this);  // to another thread it opens when the batch has run
+    Gate gate(*this);
+}
+
+/// Takes the timer with this id, if it is there, out of the batch of this pass.
+void RunLoop::dropRunningTimer(long id, Dropped& dropped) {
+    const auto due = std::find_if(_runningTimers.begin(), _runningTimers.end(),
+                                  [id](const Timer* timer) { return *timer == id; });
+    if (due != _runningTimers.end()) {
+        dropped.take(**due);
+        _runningTimers.erase(due);
+    }
 }
 
 void RunLoop::resetTimer(long id) {

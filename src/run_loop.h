@@ -116,6 +116,7 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     void collectDueTimers() NIVUR_REQUIRES(_mutex);
     void dropItems(Dropped& dropped) NIVUR_REQUIRES(_mutex);
     void dropPending(const void* object, Dropped& dropped) NIVUR_REQUIRES(_mutex);
+    void dropRunningTimer(long id, Dropped& dropped) NIVUR_REQUIRES(_mutex);
     bool dropAll();
 
     // Taken to shut the gate and let go at once, so that all who want to take turns; by the loop

@@ -5,7 +5,7 @@
 #include "log.h"
 
 // There when the thread sanitizer is, be it in this library or in the program alone.
-// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): its name
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the sanitizer's own
 extern "C" __attribute__((weak)) void __tsan_acquire(void* address);
 
 namespace NIVUR {
