@@ -9,9 +9,8 @@ import re
 import gdb
 import gdb.printing
 
-# Those that a loop lacks are left out.
-LOOP_QUEUES = ("_runningItem", "_runningTimers", "_intake", "_highPriorityItems", "_items",
-               "_sortedTimers")
+LOOP_QUEUES = ("_current", "_dueTimers", "_readyWatches", "_intake", "_highPriorityItems", "_items",
+               "_timers", "_watches")
 BUFFER_STATES = {0: "invalid", 1: "free", 2: "in use"}
 
 
@@ -52,8 +51,13 @@ def own_type(pointer):
 def posted(task):
     """The task itself, also where it waits in one that will release its poster."""
     name, own = own_type(task)
-    awaited = name == "NIVUR::RunLoop::AwaitedTask"
-    return children(task.cast(own.pointer())["_task"])[0] if awaited else task
+    return held(task.cast(own.pointer())) if name == "NIVUR::AwaitedTask" else task
+
+
+def held(owner):
+    """The task that a source or an awaited task owns."""
+    owned = children(owner["_task"])
+    return owned[0] if owned else gdb.Value(0).cast(gdb.lookup_type("NIVUR::Runnable").pointer())
 
 
 def linked_tasks(task):
@@ -62,29 +66,51 @@ def linked_tasks(task):
         task = task["_next"]
 
 
+def task_at(word):
+    return gdb.Value(word).cast(gdb.lookup_type("NIVUR::Runnable").pointer())
+
+
 def due_time(timer):
     return int(timer["_nextTime"]), int(timer["_sequence"])
 
 
+def in_queue(queue):
+    yield from linked_tasks(queue["_first"])
+
+
+def in_intake(intake):
+    head = number(intake["_head"])  # the newest task, or a small number that is a mark
+    yield from reversed(list(linked_tasks(task_at(head if head > 2 else 0))))
+
+
+def in_current(current):
+    word = number(current["_word"]) & ~1
+    if word != 0:
+        yield task_at(word)
+
+
+def in_batch(batch):
+    yield from (held(source) for source in children(batch["_sources"])[int(batch["_begin"]):])
+
+
+def in_timers(timers):
+    yield from (held(timer) for timer in sorted(children(timers["_heap"]), key=due_time))
+
+
+def in_watches(watches):
+    for each in children(watches):  # the pointer to all, which may be null
+        if int(each) != 0:
+            yield from (held(watch) for watch in children(each["_byId"])[1::2])
+
+
+TASKS = {"NIVUR::TaskQueue": in_queue, "NIVUR::Intake": in_intake, "NIVUR::CurrentTask": in_current,
+         "NIVUR::TimerQueue": in_timers}
+
+
 def tasks(queue):
     """Pointers to the tasks in a queue, in their order."""
-    if field(queue, "_first") is not None:
-        yield from linked_tasks(queue["_first"])
-    elif field(queue, "_head") is not None:  # the last one added, or a small number that is a mark
-        head = number(queue["_head"])
-        task = gdb.Value(head if head > 2 else 0).cast(queue.type.template_argument(0).pointer())
-        yield from reversed(list(linked_tasks(task)))
-    elif field(queue, "_heap") is not None:
-        for timer in sorted(children(queue["_heap"]), key=due_time):
-            yield from children(timer["_runnable"])
-    else:  # the pointer to a queue or to a task, or the timers of a pass
-        for child in children(queue):
-            if child.type.strip_typedefs().target().name == "NIVUR::Runnable":
-                yield child
-            elif field(child.dereference(), "_runnable") is not None:
-                yield from children(child["_runnable"])
-            else:
-                yield from tasks(child.dereference())
+    name = str(queue.type.strip_typedefs().unqualified())
+    return TASKS.get(name, in_batch if "Batch" in name else in_watches)(queue)
 
 
 class SharedPtrPrinter:
@@ -150,9 +176,9 @@ class DictionaryPrinter:
 
 class RunLoopPrinter:
     def __init__(self, value):
-        self._name = value["_name"]
-        self._queues = [(name, list(tasks(value[name]))) for name in LOOP_QUEUES
-                        if field(value, name) is not None]
+        state = children(value["_state"])[0]
+        self._name = state["_name"]
+        self._queues = [(name, list(tasks(state[name]))) for name in LOOP_QUEUES]
 
     def to_string(self):
         sizes = (f"{name}: {len(queue)}" for name, queue in self._queues)

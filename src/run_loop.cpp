@@ -1,425 +1,255 @@
 #include "run_loop.h"
 
-#include <algorithm>
-#include <new>
 #include <utility>
 
 #include "log.h"
 #include "private/assertion.h"
-#include "private/intake.h"
-#include "private/run_loop_parts.h"
+#include "private/run_loop_state.h"
 #include "system_util.h"
 
 namespace NIVUR {
 
-namespace {
-
-constexpr unsigned int kMaxSleepMs = 100;
-
-thread_local const RunLoop* loopOfThisThread = nullptr;
-
-bool actsOn(Runnable* task, const void* object) {
-    return task != nullptr && task->getObject() == object;
+RunLoop::State::Refusal RunLoop::State::getRefusal() const {
+    if (_thread.isStopping()) {
+        return Refusal::STOPPING;
+    }
+    return _thread.isStarted() ? Refusal::NONE : Refusal::NOT_RUNNING;
 }
 
-}  // namespace
+void RunLoop::State::logRefusal(Refusal refusal) const {
+    Log::log("NIVUR", LOG_ERROR, "item cannot insert to runloop %s because of %s", _name.c_str(),
+             refusal == Refusal::STOPPING ? "stopping" : "not running");
+}
 
-RunLoop::RunLoop(const std::string& name)
-    : _name(name),
-      _intake(std::make_unique<Intake<Runnable>>()),
-      _items(std::make_unique<TaskQueue>()),
-      _highPriorityItems(std::make_unique<TaskQueue>()),
-      _sortedTimers(std::make_unique<TimerQueue<Timer>>()) {}
+/// Queues a task; false, with the reason logged and the task deleted, when the loop refuses it.
+bool RunLoop::State::post(std::unique_ptr<Runnable> task, bool highPriority) {
+    const Refusal refusal = highPriority ? postHighPriority(task) : postNormal(task);
+    if (refusal != Refusal::NONE) {
+        logRefusal(refusal);
+    }
+    return refusal == Refusal::NONE;  // the loop may be gone, together with the task
+}
+
+RunLoop::State::Refusal RunLoop::State::postNormal(std::unique_ptr<Runnable>& task) {
+    _posted.fetch_add(1, std::memory_order_relaxed);
+    switch (_intake.add(task)) {
+        case Intake::ADDED:
+            return Refusal::NONE;  // the task may have run, and ended the loop
+        case Intake::ADDED_ASLEEP:
+            signal();
+            return Refusal::NONE;
+        default:
+            _posted.fetch_sub(1, std::memory_order_relaxed);
+            // Closed although the thread runs: start() has not opened it yet.
+            return getRefusal() == Refusal::STOPPING ? Refusal::STOPPING : Refusal::NOT_RUNNING;
+    }
+}
+
+RunLoop::State::Refusal RunLoop::State::postHighPriority(std::unique_ptr<Runnable>& task) {
+    bool owesSignal = false;
+    {
+        AutoLock lock(_mutex);
+        const Refusal refusal = getRefusal();
+        if (refusal != Refusal::NONE) {
+            return refusal;
+        }
+        _posted.fetch_add(1, std::memory_order_relaxed);
+        _highPriorityItems.push(std::move(task));
+        owesSignal = _intake.endSleep();
+    }
+    if (owesSignal) {
+        signal();
+    }
+    return Refusal::NONE;
+}
+
+/// Gives the signal that is owed for removing the sleeper's mark. The loop waits for it before it
+/// does anything else, so that it is still there.
+void RunLoop::State::signal() {
+    if (_sleepPlace != nullptr) {
+        _sleepPlace->signal();
+    } else {
+        _wakeSemaphore.notify();
+    }
+}
+
+/// Makes a caller on another thread wait until nothing runs.
+void RunLoop::State::enterGate(Gate::Waiter& waiter) {
+    if (!isLoopThread()) {
+        _gate.enter(waiter);
+    }
+}
+
+/// Lets posts in while the loop runs. stop() sets the flag and closes the intake under one lock, so
+/// that no post slips in after it and is forgotten. isStarted() is read under the thread's own
+/// lock: otherwise the intake of a loop whose thread is just ending could be opened.
+void RunLoop::State::openIntake() {
+    AutoLock lock(_mutex);
+    if (getRefusal() == Refusal::NONE) {
+        _intake.open();
+    }
+}
+
+RunLoop::RunLoop(const std::string& name) : _state(std::make_unique<State>(name)) {}
 
 RunLoop::~RunLoop() {
     do {
         stop();
-    } while (dropAll());  // a task's destructor may have called the loop
+    } while (_state->dropAll());  // a task's destructor may have called the loop
 }
 
 bool RunLoop::start(Thread::ThreadPriority priority) {
+    State& state = *_state;
     {
-        Dropped dropped;
-        AutoLock lock(_mutex);
-        dropItems(dropped);
+        TaskQueue dropped;
+        AutoLock lock(state._mutex);
+        state.dropItems(dropped);
     }
-    return _thread.start(new Functor0<RunLoop, void (RunLoop::*)()>(this, &RunLoop::runLoopProc),
-                         _name, priority);
+    using LoopProc = Functor0<State, void (State::*)()>;
+    const bool started =
+        state._thread.start(new LoopProc(&state, &State::runLoopProc), state._name, priority);
+    state.openIntake();  // which the loop's thread may not have done yet
+    return started;
 }
 
 void RunLoop::stop() {
+    State& state = *_state;
     std::shared_ptr<Thread::Run> run;
+    bool owesSignal = false;
     {
-        AutoLock lock(_mutex);
-        run = _thread.requestStop();
-        if (_intake->close(*_items)) {
-            _wakeSemaphore.notify();
-        }
+        AutoLock lock(state._mutex);
+        run = state._thread.requestStop();
+        owesSignal = state._intake.close(state._items);
+    }
+    if (owesSignal) {
+        state.signal();
     }
     Thread::waitForRun(run);
 }
 
 void RunLoop::postItem(Runnable* item, bool highPriority, bool wait) {
+    State& state = *_state;
     std::unique_ptr<Runnable> task(item);
-    const bool atOnce = wait && isLoopThread();  // which could not wait for itself
-    if ((atOnce || item == nullptr) && refused(getRefusal())) {
-        return;
+    const bool atOnce = wait && state.isLoopThread();  // which could not wait for itself
+    if (atOnce || item == nullptr) {
+        const State::Refusal refusal = state.getRefusal();
+        if (refusal != State::Refusal::NONE) {
+            return state.logRefusal(refusal);
+        }
     }
     NIVUR_ASSERT(item);
     if (atOnce) {
         item->run();
     } else if (!wait) {
-        enqueue(std::move(task), highPriority);
+        state.post(std::move(task), highPriority);
     } else {
         const auto done = std::make_shared<Semaphore>();
         task = std::make_unique<AwaitedTask>(std::move(task), done);
-        if (enqueue(std::move(task), highPriority) && done->wait() == -1) {
+        if (state.post(std::move(task), highPriority) && done->wait() == -1) {
             Log::log("NIVUR", LOG_ERROR, "Semaphore wait error, run loop item may not run");
         }
     }
 }
 
-/// Queues a task, or logs why not.
-bool RunLoop::enqueue(std::unique_ptr<Runnable> task, bool highPriority) {
-    return !refused(highPriority ? addFirst(task) : addLast(task));
-}
-
-/// Queues a high-priority task, or gives the log line of the refusal.
-const char* RunLoop::addFirst(std::unique_ptr<Runnable>& task) {
-    AutoLock lock(_mutex);
-    const char* const refusal = getRefusal();
-    if (refusal == nullptr) {
-        _highPriorityItems->push(std::move(task));
-        wake();
-    }
-    return refusal;
-}
-
-/// The same for a normal task, and without the lock.
-const char* RunLoop::addLast(std::unique_ptr<Runnable>& task) {
-    using Posts = Intake<Runnable>;
-    Posts::Result result = Posts::CLOSED;
-    while ((result = _intake->add(task)) == Posts::CLOSED) {
-        if (const char* const refusal = getRefusal()) {
-            return refusal;
-        }
-        openIntake();  // the loop's thread has started and not yet come to it
-    }
-    if (result == Posts::ADDED_ASLEEP) {
-        _wakeSemaphore.notify();
-    }
-    return nullptr;  // the task may have run, and ended the loop
-}
-
-/// Ends the loop's sleep. The lock keeps the loop from running, and perhaps ending, before the
-/// signal is given.
-void RunLoop::wake() {
-    if (_intake->endSleep()) {
-        _wakeSemaphore.notify();
-    }
-}
-
-/// Lets posts in while the loop runs. stop() sets the flag that is asked for and closes the intake
-/// under one lock, so that none slips in behind it and is forgotten.
-void RunLoop::openIntake() {
-    AutoLock lock(_mutex);
-    if (getRefusal() == nullptr) {
-        _intake->open();
-    }
-}
-
-/// The log line for a post that cannot be taken now, or null.
-const char* RunLoop::getRefusal() const {
-    if (_thread.isStopping()) {
-        return "item cannot insert to runloop %s because of stopping";
-    }
-    if (!_thread.isStarted()) {
-        return "item cannot insert to runloop %s because of not running";
-    }
-    return nullptr;
-}
-
-/// Whether there is a refusal, which is then in the log.
-bool RunLoop::refused(const char* refusal) const {
-    if (refusal != nullptr) {
-        Log::log("NIVUR", LOG_ERROR, refusal, _name.c_str());
-    }
-    return refusal != nullptr;
-}
-
-bool RunLoop::isLoopThread() const {
-    return loopOfThisThread == this;
-}
-
-void RunLoop::runLoopProc() {
-    loopOfThisThread = this;
-    openIntake();
-    for (bool busy = false; !_thread.isStopping();) {
-        if (!busy) {
-            sleep();
-        }
-        busy = runPass();
-    }
-    Log::log("NIVUR", LOG_DEBUG, "thread %s break loop!", _name.c_str());
-    {
-        Gate gate(*this, Gate::LOOP_ITSELF);
-        while (dropAll()) {
-        }
-    }
-    loopOfThisThread = nullptr;
-}
-
-/// Runs what is due, and one task; false when there was nothing.
-bool RunLoop::runPass() {
-    Gate gate(*this, Gate::LOOP_ITSELF);
-    const bool timersDue = select();
-    if (timersDue) {
-        runTimers();
-        gate.reopen();
-    }
-    return runItem() || timersDue;
-}
-
-void RunLoop::sleep() {
-    if (!_intake->beginSleep()) {
-        return;
-    }
-    unsigned int sleepMs = 0;
-    {
-        // Looked at after the mark is set: who adds anything from here on finds it and signals.
-        AutoLock lock(_mutex);
-        sleepMs = getWaitTime();
-    }
-    const bool signalled = _wakeSemaphore.wait(sleepMs) == 0;
-    if (!_intake->endSleep() && !signalled) {
-        // Whoever has removed the mark is about to signal, and must not find the loop gone.
-        _wakeSemaphore.wait();
-    }
-}
-
-unsigned int RunLoop::getWaitTime() const {
-    if (!_items->empty() || !_highPriorityItems->empty()) {
-        return 0;
-    }
-    if (_sortedTimers->empty()) {
-        return kMaxSleepMs;
-    }
-    const uint64_t now = SystemUtil::getCPUTime();
-    const uint64_t next = _sortedTimers->first()->_nextTime;
-    return now >= next ? 0 : static_cast<unsigned int>(std::min<uint64_t>(next - now, kMaxSleepMs));
-}
-
-/// Takes what this pass will run; true when there are timers among it.
-bool RunLoop::select() {
-    AutoLock lock(_mutex);
-    collectDueTimers();
-    _runningItem = _highPriorityItems->pop();
-    if (_runningItem == nullptr) {
-        _intake->take(*_items);
-        _runningItem = _items->pop();
-    }
-    return !_runningTimers.empty();
-}
-
-void RunLoop::collectDueTimers() {
-    uint64_t now = 0;
-    const auto isDue = [&now](const Timer& timer) {
-        now = now < timer._nextTime ? SystemUtil::getCPUTime() : now;
-        return now >= timer._nextTime;
-    };
-    for (Timer* timer = nullptr; (timer = _sortedTimers->first()) != nullptr && isDue(*timer);) {
-        try {
-            _runningTimers.push_back(timer);
-        } catch (const std::bad_alloc&) {
-            break;  // it stays due, for a pass that has the memory
-        }
-        _sortedTimers->remove(*timer);
-    }
-    for (Timer* const timer : _runningTimers) {  // at the end, so that none is taken twice
-        if (timer->_repeat) {
-            timer->updateNextTime();
-            ++timer->_holders;
-            _sortedTimers->add(*timer);
-        }
-    }
-}
-
-void RunLoop::runTimers() {
-    while (Timer* const timer = beginTimer()) {
-        if (timer->_runnable != nullptr) {
-            timer->_runnable->run();
-        }
-        endTimer(*timer);
-    }
-}
-
-/// The first timer of the batch, held until endTimer(), or null.
-RunLoop::Timer* RunLoop::beginTimer() {
-    AutoLock lock(_mutex);
-    if (_runningTimers.empty()) {
-        return nullptr;
-    }
-    ++_runningTimers.front()->_holders;
-    return _runningTimers.front();
-}
-
-void RunLoop::endTimer(Timer& timer) {
-    Dropped dropped;
-    AutoLock lock(_mutex);
-    dropped.take(timer);
-    // Unless the task has removed its own timer.
-    if (!_runningTimers.empty() && _runningTimers.front() == &timer) {
-        _runningTimers.pop_front();
-        dropped.take(timer);
-    }
-}
-
-bool RunLoop::runItem() {
-    Runnable* running = nullptr;
-    {
-        AutoLock lock(_mutex);
-        if (_runningItem == nullptr) {
-            return false;  // nothing was queued, or it was cancelled after it was taken
-        }
-        _runningItemBegun = true;
-        running = _runningItem.get();
-    }
-    running->run();
-    std::unique_ptr<Runnable> finished;  // deleted behind the gate; its poster goes on then
-    AutoLock lock(_mutex);
-    finished.swap(_runningItem);
-    _runningItemBegun = false;
-    return true;
-}
-
-void RunLoop::dropItems(Dropped& dropped) {
-    _intake->take(*_items);
-    dropped.items.append(*_highPriorityItems);
-    dropped.items.append(*_items);
-}
-
-/// Drops whatever is queued or pending; false when there was nothing.
-bool RunLoop::dropAll() {
-    Dropped dropped;
-    AutoLock lock(_mutex);
-    dropItems(dropped);
-    _sortedTimers->removeIf([](const Timer&) { return true; },
-                            [&dropped](Timer& timer) { dropped.take(timer); });
-    return !dropped.empty();
+size_t RunLoop::queuedTasks() const {
+    return _state->queuedTasks();
 }
 
 long RunLoop::addTimer(Runnable* task, unsigned int interval, bool repeat) {
+    State& state = *_state;
     std::unique_ptr<Runnable> offered(task);
-    auto timer = std::make_unique<Timer>(std::move(offered), interval, repeat);
+    auto timer =
+        std::make_unique<Timer>(std::move(offered), interval, repeat, SystemUtil::getCPUTime());
     const long id = timer->id();
-    AutoLock lock(_mutex);
-    timer->_sequence = ++_timersAdded;
-    _sortedTimers->add(*timer);
-    (void)timer.release();
-    wake();
+    bool owesSignal = false;
+    {
+        AutoLock lock(state._mutex);
+        state.addTimer(timer);
+        owesSignal = state._intake.endSleep();
+    }
+    if (owesSignal) {
+        state.signal();
+    }
     return id;
 }
 
 void RunLoop::stopTimer(long id) {
-    Dropped dropped;
+    State& state = *_state;
+    Gate::Waiter waiter;
     {
-        AutoLock lock(_mutex);
-        if (Timer* const pending = _sortedTimers->find(id)) {
-            _sortedTimers->remove(*pending);
-            dropped.take(*pending);
-        }
-        if (isLoopThread()) {  // another one finds the gate shut until the batch has run
-            dropRunningTimer(id, dropped);
-        }
+        TaskQueue dropped;
+        AutoLock lock(state._mutex);
+        state.dropTimer(id, dropped);
+        state.enterGate(waiter);
     }
-    Gate gate(*this);
-}
-
-/// Takes the timer with this id, if it is there, out of the batch of this pass.
-void RunLoop::dropRunningTimer(long id, Dropped& dropped) {
-    const auto due = std::find_if(_runningTimers.begin(), _runningTimers.end(),
-                                  [id](const Timer* timer) { return *timer == id; });
-    if (due != _runningTimers.end()) {
-        dropped.take(**due);
-        _runningTimers.erase(due);
-    }
+    waiter.wait();
 }
 
 void RunLoop::resetTimer(long id) {
-    AutoLock lock(_mutex);
-    if (Timer* const pending = _sortedTimers->find(id)) {
-        pending->resetNextTime();
-        _sortedTimers->update(*pending);
+    State& state = *_state;
+    const uint64_t now = SystemUtil::getCPUTime();
+    AutoLock lock(state._mutex);
+    if (Timer* const pending = state._timers.find(id)) {
+        pending->restart(now);
+        state._timers.update(*pending);
     }
+}
+
+long RunLoop::addWatch(int descriptor, Readiness readiness, Runnable* task) {
+    State& state = *_state;
+    NIVUR_ASSERT(task);
+    std::unique_ptr<Runnable> offered(task);
+    const auto kind =
+        readiness == READABLE ? platform::Poller::READABLE : platform::Poller::WRITABLE;
+    auto watch = std::make_unique<Watch>(std::move(offered), descriptor, kind);
+    int error = 0;
+    long id = 0;
+    bool owesSignal = false;
+    {
+        AutoLock lock(state._mutex);
+        const bool first = state._watches == nullptr;
+        error = state.addWatch(watch, id);
+        // A loop that sleeps on its semaphore must come and sleep where descriptors can wake it.
+        owesSignal = first && state._intake.endSleep();
+    }
+    if (owesSignal) {
+        state.signal();
+    }
+    if (error != 0) {
+        Log::log("NIVUR", LOG_ERROR, "cannot watch descriptor %d: err=%d", descriptor, error);
+    }
+    return id;
+}
+
+void RunLoop::removeWatch(long id) {
+    State& state = *_state;
+    Gate::Waiter waiter;
+    {
+        TaskQueue dropped;
+        AutoLock lock(state._mutex);
+        state.dropWatch(id, dropped);
+        state.enterGate(waiter);
+    }
+    waiter.wait();
 }
 
 void RunLoop::cancelTasksForObject(void* object) {
     if (object == nullptr) {
         return;
     }
-    if (!isLoopThread()) {
-        Dropped dropped;
-        AutoLock lock(_mutex);
-        dropPending(object, dropped);  // at once: their posters need not wait for the running task
+    State& state = *_state;
+    Gate::Waiter waiter(object);  // what the running task adds meanwhile is dropped at the gate
+    {
+        TaskQueue dropped;  // deleted at once: their posters need not wait for the running task
+        AutoLock lock(state._mutex);
+        state.dropTasksOf(object, dropped);
+        state.enterGate(waiter);
     }
-    Dropped dropped;
-    Gate gate(*this);
-    AutoLock lock(_mutex);
-    dropPending(object, dropped);  // what the running task has added meanwhile
-    if (!_runningItemBegun && actsOn(_runningItem.get(), object)) {
-        dropped.items.push(std::move(_runningItem));
-    }
-    const auto dropIfActing = [&](Timer* timer) {
-        const bool acts = actsOn(timer->_runnable.get(), object);
-        if (acts) {
-            dropped.take(*timer);
-        }
-        return acts;
-    };
-    _runningTimers.erase(std::remove_if(_runningTimers.begin(), _runningTimers.end(), dropIfActing),
-                         _runningTimers.end());
-}
-
-void RunLoop::dropPending(const void* object, Dropped& dropped) {
-    const auto taskActs = [object](Runnable& task) { return actsOn(&task, object); };
-    _intake->take(*_items);
-    dropped.items.takeIf(*_highPriorityItems, taskActs);
-    dropped.items.takeIf(*_items, taskActs);
-    _sortedTimers->removeIf(
-        [object](const Timer& timer) { return actsOn(timer._runnable.get(), object); },
-        [&dropped](Timer& timer) { dropped.take(timer); });
+    waiter.wait();
 }
 
 void RunLoop::dumpLoopInfo() {
-    std::string text = "dump thread info, _name: " + _name;
-    const auto listTask = [&text](Runnable& task) { text += task.dump() + "\r\t"; };
-    {
-        AutoLock lock(_mutex);
-        _intake->take(*_items);
-        text += ", _items.size: " + std::to_string(_items->size());
-        text += ", _highPriorityItems.size: " + std::to_string(_highPriorityItems->size());
-        text += ", _sortedTimers.size: " + std::to_string(_sortedTimers->size());
-        text += ", _runningTimers.size: " + std::to_string(_runningTimers.size());
-        text += std::string(" , _hasRunningItem: ") + (_runningItem != nullptr ? "1" : "0");
-        if (_runningItem != nullptr) {
-            text += "\r _runningItem : \r\t" + _runningItem->dump();
-        }
-        if (!_runningTimers.empty()) {
-            text += "\r _runningTimers : \r\t";
-            for (const Timer* timer : _runningTimers) {
-                text += (timer->_runnable != nullptr ? timer->_runnable->dump() : "") + "\r\t";
-            }
-        }
-        if (!_items->empty()) {
-            text += "\r _items : \r\t";
-            _items->forEach(listTask);
-        }
-        if (!_highPriorityItems->empty()) {
-            text += "\r _highPriorityItems : \r\t";
-            _highPriorityItems->forEach(listTask);
-        }
-    }
-    Log::log("NIVUR", LOG_WARN, "%s", text.c_str());
+    Log::log("NIVUR", LOG_WARN, "%s", _state->describe().c_str());
 }
 
 }  // namespace NIVUR

@@ -37,10 +37,7 @@ class NIVUR_EXPORT Runnable {
     virtual std::string dump() = 0;
 
   private:
-    template <class>
-    friend class Intake;
-    template <class>
-    friend class LinkedQueue;
+    friend class TaskLink;
 
     Runnable* _next = nullptr;  // in the queue of the run loop that owns it
 };

@@ -3,6 +3,7 @@
 // purpose: the order is the library's to give, and the thread sanitizer's to miss.
 
 #include <nivur/nivur.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
@@ -19,7 +20,7 @@ namespace {
 constexpr unsigned kLoops = 4, kDrivers = 8;
 constexpr unsigned kOperations = 150, kPings = 100;  // of each driver in a round
 constexpr uint64_t kHangMs = 20000;                  // without any progress
-constexpr uint64_t kLateMs = 90;  // an idle loop looks around every 100 ms, woken or not
+constexpr uint64_t kLateMs = 90;                     // from a post to an idle loop to its task
 
 // Loops that wait for each other do so for ever: a thread waits for loops from its level up.
 constexpr unsigned kOwnLoop = kLoops;  // the number of a loop that one driver makes for itself
@@ -250,6 +251,32 @@ void useObject(Object& object, Random& random) {
     object.letGo();
 }
 
+/// Sends bytes to a loop that watches for them. The descriptors are closed as soon as the watch is
+/// removed, and their numbers serve others at once.
+void useWatch(Random& random) {
+    std::array<int, 2> ends{};
+    check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()) == 0, "pairs are had");
+    RunLoop& loop = loops[random.below(kLoops)];
+    std::atomic<bool> removed{false};
+    std::atomic<unsigned> taken{0};
+    const auto take = [&] {
+        check(!removed, "no removed watch runs");
+        char byte = 0;
+        taken += read(ends[0], &byte, 1) == 1;
+    };
+    const long id = loop.addWatch(ends[0], RunLoop::READABLE, makeRunnable(take, &taken));
+    check(id != 0, "a socket can be watched");
+    const unsigned sent = random.below(4);
+    for (unsigned i = 0; i < sent; ++i)
+        check(write(ends[1], "x", 1) == 1, "a byte can be sent");
+    while (!storm && taken < sent)  // however it meets a loop that falls asleep
+        std::this_thread::yield();
+    random.oneIn(2) ? loop.removeWatch(id) : loop.cancelTasksForObject(&taken);
+    removed = true;
+    close(ends[0]);
+    close(ends[1]);
+}
+
 /// The loop ends as soon as its task has signalled, while the task's post may still be returning.
 void endAtOnce(Random& random) {
     auto own = std::make_unique<RunLoop>("ends at once");
@@ -303,12 +330,13 @@ struct Operation {
     {"starts", [](const Actor& a) { if (storm) loops[a.any].start(); }},
     {"objects", [](const Actor& a) { useObject(a.driver->object, a.random); }},
     {"handlers", [](const Actor& a) { useHandler(*a.driver); }},
+    {"watches", [](const Actor& a) { useWatch(a.random); }},
     {"own loops", [](const Actor& a) { useOwn(a.random); }},
 };
 // clang-format on
 
 void perform(const Actor& actor) {
-    Operation& operation = operations[actor.random.below(actor.driver == nullptr ? 10 : 14)];
+    Operation& operation = operations[actor.random.below(actor.driver == nullptr ? 10 : 15)];
     operation.perform(actor);
     operation.done.add();
 }

@@ -169,6 +169,13 @@ const std::pair<const char*, const char* (*)(World&)> kScenarios[] = {
          w.loop.postItem(new Counted, false, true);
          return either(runs > before);
      }},
+    {"watch",
+     [](World& w) {
+         RunLoop own("own");
+         const long id = own.addWatch(w.udp.descriptor(), RunLoop::WRITABLE, new Counted);
+         own.removeWatch(id);
+         return either(id != 0, true);
+     }},
     {"start",
      [](World&) {
          const faults::Call priority("setpriority", EACCES, 0, 1, true);
@@ -271,7 +278,7 @@ struct Row {
 };
 
 std::string withoutNumbers(std::string line) {
-    for (const std::string name : {"socket=", "port="}) {
+    for (const std::string name : {"socket=", "port=", "descriptor "}) {
         const size_t at = line.find(name) + name.size();
         if (at >= name.size() && at < line.size()) {
             line.replace(at, std::strspn(&line[at], "0123456789"), "N");
@@ -324,6 +331,17 @@ TEST(SystemCalls, MayFail) {
         w.loop.postItem(makeRunnable([] {}), false, true);
         return ran;
     };
+    const auto watch = [&] {
+        RunLoop own("loop");
+        const bool watched = own.addWatch(w.udp.descriptor(), RunLoop::WRITABLE, new Counted) != 0;
+        const int before = runs;
+        EXPECT_TRUE(own.start());
+        while (watched && runs == before)
+            std::this_thread::yield();
+        own.postItem(makeRunnable([] {}), false, true);
+        return watched;
+    };
+    const char* const noWatch = "5 cannot watch descriptor N: err=24";
     const char* const noThread = "5 creating thread failed: err=11";
     const char* const noClock = "5 cannot get CPU time: error=22";
     const Row rows[] = {
@@ -339,7 +357,13 @@ TEST(SystemCalls, MayFail) {
         {"sem_wait", EINVAL, post, 0, 1, "5 Semaphore wait error, run loop item may not run"},
         {"sem_clockwait", EINVAL, timed, -1, 1},
         {"sem_clockwait", EINTR, timed, 1, 1},
-        {"sem_clockwait", EINVAL, startLoop, 1, 1, "", 0, true},
+        {"sem_wait", EINVAL, startLoop, 1, 1, "", 0, true},
+        {"epoll_create1", EMFILE, watch, 0, 1, noWatch},
+        {"eventfd", EMFILE, watch, 0, 1, noWatch},
+        {"epoll_ctl", EMFILE, watch, 0, 1, noWatch},
+        {"epoll_ctl", EMFILE, watch, 0, 1, noWatch, 1},
+        {"epoll_wait", EINTR, watch, 1, 1, "", 0, true},
+        {"read", EINTR, watch, 1, 1, "", 0, true},
         {"sem_post", EOVERFLOW, notify, EOVERFLOW, 0},
         {"clock_gettime", EINVAL, [] { return SystemUtil::getCPUTime() > 0; }, 0, 1, noClock},
         {"clock_gettime", EINVAL, timed, 1, 1, noClock},
@@ -385,6 +409,24 @@ TEST(SystemCalls, MayFail) {
         EXPECT_EQ(living, objects);
     }
     std::printf("%d calls failed\n", faults::Call::injected.load());
+}
+
+TEST(MonotonicClock, MayFailUnderALoopWithoutMakingItSpinOrHang) {
+    RunLoop loop("loop");
+    ASSERT_TRUE(loop.start());
+    loop.addTimer(new Counted, 3600000, true);
+    const int before = faults::Call::injected;
+    {
+        const faults::Call fault("clock_gettime", EINVAL, 0, INT_MAX, true);
+        for (int posts = 0; posts < 5; ++posts) {
+            SystemUtil::sleep(20);  // over which the loop's looks are counted
+            loop.postItem(new Counted, false, true);
+        }
+    }
+    EXPECT_LT(faults::Call::injected - before, 200);
+    Semaphore rang;
+    loop.addTimer(makeRunnable([&] { rang.notify(); }), 1, false);
+    EXPECT_EQ(rang.wait(20000), 0);
 }
 
 TEST(WallClock, MayBeSetByAnHourUnderWaitsAndTimers) {

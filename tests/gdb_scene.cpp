@@ -37,6 +37,9 @@ int main() {
     loop.postItem(new Normal, false, false);
     loop.postItem(new Urgent, true, false);
     loop.addTimer(new Urgent, 60000, false);
+    NIVUR::UDPSocket socket;
+    socket.create("127.0.0.1", 0);
+    loop.addWatch(socket.descriptor(), NIVUR::RunLoop::READABLE, new Normal);
     allIsSet();
     buffer->data()[6] = '!';  // a stray write
     allIsSet();

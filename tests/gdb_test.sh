@@ -15,10 +15,10 @@ done <<'END'
 ^\$1 = SharedPtr to NIVUR::Buffer, references: 2 = \{object = Buffer, in use, 5 of 1500 bytes, guard intact = \{data = "hello"\}\}$
 ^\$2 = empty SharedPtr$
 ^\$3 = Dictionary, keys: 2 = \{\["name"\] = "screen", \["size"\] = Dictionary, keys: 1 = \{\["width"\] = 1920\}\}$
-^\$4 = RunLoop "scene", _runningItem: 1, .*, _sortedTimers: 1 = \{_runningItem\[0\] = NIVUR::CallableRunnable<main::
+^\$4 = RunLoop "scene", _current: 1, .*, _timers: 1, _watches: 1 = \{_current\[0\] = NIVUR::CallableRunnable<main::
 ^\$4 = .*, (_items|_intake)\[[01]\] = Normal at 0x
 ^\$4 = .*, (_highPriorityItems|_intake)\[[01]\] = Urgent at 0x
-^\$4 = .*, _sortedTimers\[0\] = Urgent at 0x[0-9a-f]+\}$
+^\$4 = .*, _timers\[0\] = Urgent at 0x[0-9a-f]+, _watches\[0\] = Normal at 0x[0-9a-f]+\}$
 ^\$5 = Buffer, in use, 5 of 1500 bytes, guard overwritten: db21ad0b = \{data = "hello"\}$
 END
 [[ $failed -eq 0 ]] || echo "$shown"

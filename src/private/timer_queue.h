@@ -7,13 +7,17 @@
 #include <vector>
 
 #include "no_copyable.h"
+#include "private/source.h"
 
 namespace NIVUR {
 
-/// Timers in the order of operator<, in a binary heap, and by their ids, in a hash table whose
-/// chains run through the timers, as their places in the heap do: it needs memory only to grow. It
-/// does not own the timers and has no lock.
-template <class Timer>
+/// The pending timers of a loop: a binary heap by due time, and an intrusive hash table by id.
+///
+///     _heap:    [ 0: due next ][ 1 ][ 2 ] ...      each timer knows its index
+///     _buckets: [ hash of id ] -> timer -> timer   chained through the timers, in both directions
+///
+/// Adding, removing and moving one timer take O(log n) steps, finding one by its id O(1), and only
+/// growing allocates. It does not own the timers. Not thread-safe.
 class TimerQueue : public NoCopyable {
   public:
     bool empty() const { return _heap.empty(); }
@@ -26,38 +30,38 @@ class TimerQueue : public NoCopyable {
     Timer* find(long id) const {
         Timer* timer = empty() ? nullptr : bucketOf(id);
         while (timer != nullptr && timer->id() != id) {
-            timer = timer->_nextOfBucket;
+            timer = timer->_nextInBucket;
         }
         return timer;
     }
 
-    /// When memory for it is exhausted nothing is changed. That cannot be after a remove().
+    /// When memory is exhausted nothing is changed. Cannot fail right after a remove().
     void add(Timer& timer) {
         if (_heap.size() == _buckets.size()) {
             grow();
         }
         link(timer);
         _heap.push_back(&timer);
-        settle(timer, _heap.size() - 1);
+        sift(timer, _heap.size() - 1);
     }
 
     void remove(Timer& timer) {
         Timer* const last = _heap.back();
         _heap.pop_back();
         if (last != &timer) {
-            settle(*last, timer._place);
+            sift(*last, timer._index);
         }
         unlink(timer);
     }
 
-    /// Puts a timer whose order has changed where it belongs now.
-    void update(Timer& timer) { settle(timer, timer._place); }
+    /// Restores the order after the due time of `timer` has changed.
+    void update(Timer& timer) { sift(timer, timer._index); }
 
     /// Removes all that `wanted` picks and gives them to `take`, the least first.
     template <class Predicate, class Taker>
     void removeIf(Predicate wanted, Taker take) {
         const auto picked = std::partition(_heap.begin(), _heap.end(),
-                                           [&](const Timer* timer) { return !wanted(*timer); });
+                                           [&](Timer* timer) { return !wanted(*timer); });
         if (picked == _heap.end()) {
             return;
         }
@@ -67,8 +71,8 @@ class TimerQueue : public NoCopyable {
             take(**timer);
         }
         _heap.erase(picked, _heap.end());
-        for (size_t place = _heap.size(); place-- > 0;) {
-            moveDown(*_heap[place], place);
+        for (size_t index = _heap.size(); index-- > 0;) {
+            siftDown(*_heap[index], index);
         }
     }
 
@@ -95,52 +99,52 @@ class TimerQueue : public NoCopyable {
 
     void link(Timer& timer) {
         Timer*& bucket = bucketOf(timer.id());
-        lead(timer._nextOfBucket, bucket);
-        lead(bucket, &timer);
+        point(timer._nextInBucket, bucket);
+        point(bucket, &timer);
     }
 
-    static void unlink(Timer& timer) { lead(*timer._linkOfBucket, timer._nextOfBucket); }
+    static void unlink(Timer& timer) { point(*timer._linkInBucket, timer._nextInBucket); }
 
-    /// Makes a link of a chain lead to a timer or to its end.
-    static void lead(Timer*& link, Timer* timer) {
+    /// Points `link` at `timer`, which may be null, and records the back pointer.
+    static void point(Timer*& link, Timer* timer) {
         link = timer;
         if (timer != nullptr) {
-            timer->_linkOfBucket = &link;
+            timer->_linkInBucket = &link;
         }
     }
 
-    void put(Timer& timer, size_t place) {
-        _heap[place] = &timer;
-        timer._place = place;
+    void put(Timer& timer, size_t index) {
+        _heap[index] = &timer;
+        timer._index = index;
     }
 
-    /// Puts a timer where it belongs, above or below a place that may be overwritten.
-    void settle(Timer& timer, size_t place) {
-        for (size_t parent = 0; place > 0; place = parent) {
-            parent = (place - 1) / 2;
+    /// Sifts the timer up or down from `index`, whose entry may be overwritten.
+    void sift(Timer& timer, size_t index) {
+        for (size_t parent = 0; index > 0; index = parent) {
+            parent = (index - 1) / 2;
             if (!(timer < *_heap[parent])) {
                 break;
             }
-            put(*_heap[parent], place);
+            put(*_heap[parent], index);
         }
-        moveDown(timer, place);
+        siftDown(timer, index);
     }
 
-    void moveDown(Timer& timer, size_t place) {
-        for (size_t child = 0; (child = 2 * place + 1) < _heap.size(); place = child) {
+    void siftDown(Timer& timer, size_t index) {
+        for (size_t child = 0; (child = 2 * index + 1) < _heap.size(); index = child) {
             if (child + 1 < _heap.size() && *_heap[child + 1] < *_heap[child]) {
                 ++child;
             }
             if (!(*_heap[child] < timer)) {
                 break;
             }
-            put(*_heap[child], place);
+            put(*_heap[child], index);
         }
-        put(timer, place);
+        put(timer, index);
     }
 
     std::vector<Timer*> _heap;
-    std::vector<Timer*> _buckets;  // a power of two of them, as many as the heap has room for
+    std::vector<Timer*> _buckets;  // size is a power of two, equal to the heap's capacity
 };
 
 }  // namespace NIVUR

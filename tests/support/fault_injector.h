@@ -7,10 +7,13 @@
 #include <poll.h>
 #include <pthread.h>
 #include <semaphore.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -143,6 +146,11 @@ PASS(int, pthread_mutex_lock, noexcept, (Lock * m), m)
 PASS(int, sem_wait, , (sem_t * s), s)
 PASS(int, sem_clockwait, , (sem_t * s, clockid_t i, const timespec* t), s, i, t)
 PASS(int, sem_post, noexcept, (sem_t * s), s)
+PASS(int, epoll_create1, noexcept, (int f), f)
+PASS(int, eventfd, noexcept, (unsigned int v, int f), v, f)
+PASS(int, epoll_ctl, noexcept, (int p, int o, int d, epoll_event* e), p, o, d, e)
+PASS(int, epoll_wait, , (int p, epoll_event* e, int n, int t), p, e, n, t)
+PASS(ssize_t, read, , (int d, void* b, size_t n), d, b, n)
 PASS(int, setpriority, noexcept, (__priority_which_t w, id_t i, int p), w, i, p)
 PASS(int, socket, noexcept, (int f, int t, int p), f, t, p)
 PASS(int, bind, noexcept, (int s, const sockaddr* a, socklen_t n), s, a, n)

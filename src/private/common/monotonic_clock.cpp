@@ -35,6 +35,13 @@ timespec monotonicNow() {
     return now;
 }
 
+std::uint64_t monotonicMilliseconds() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::uint64_t>(now.tv_sec) * 1000 +
+           static_cast<std::uint64_t>(now.tv_nsec) / 1000000;
+}
+
 timespec deadlineAfter(unsigned int timeoutMs) {
     const timespec now = monotonicNow();
     return normalized(now.tv_sec + static_cast<time_t>(timeoutMs / 1000),

@@ -4,10 +4,16 @@
 #include <semaphore.h>
 #include <time.h>
 
+#include <cstdint>
+
 namespace NIVUR {
 
 /// Now on the monotonic clock; zero, and an error line, when it cannot be read.
 timespec monotonicNow();
+
+/// Now in milliseconds; 0, without a line, when the clock cannot be read. May be called with locks
+/// held.
+std::uint64_t monotonicMilliseconds();
 
 /// The instant `timeoutMs` milliseconds from now on the monotonic clock.
 timespec deadlineAfter(unsigned int timeoutMs);

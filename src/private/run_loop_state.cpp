@@ -1,0 +1,427 @@
+#include "private/run_loop_state.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <limits>
+
+#include "log.h"
+#include "private/common/monotonic_clock.h"
+#include "system_util.h"
+
+namespace NIVUR {
+
+namespace {
+
+using platform::Poller;
+
+constexpr uint64_t kNow = 0;
+constexpr uint64_t kNever = std::numeric_limits<uint64_t>::max();
+
+// Asking costs more than a short task: a ready descriptor waits for so many passes at most while
+// there is work, each of which runs one task.
+constexpr unsigned int kPassesPerPoll = 16;
+
+constexpr unsigned int kBlindSleepMs = 10;
+
+bool actsOn(Runnable& task, const void* object) {
+    return task.getObject() == object;
+}
+
+}  // namespace
+
+size_t RunLoop::State::queuedTasks() const {
+    const size_t taken = _taken.load(std::memory_order_acquire);  // never more than posted later
+    return _posted.load(std::memory_order_relaxed) - taken;
+}
+
+void RunLoop::State::addTimer(std::unique_ptr<Timer>& timer) {
+    timer->_sequence = ++_timersAdded;
+    _dueTimers.reserve(_timers.size() + 1);
+    _timers.add(*timer);
+    (void)timer.release();
+}
+
+/// Registers a watch, which is then the loop's: 0 and its id, or an error number.
+int RunLoop::State::addWatch(std::unique_ptr<Watch>& watch, long& id) {
+    if (_watches == nullptr) {
+        auto poller = Poller::create();
+        if (poller == nullptr) {
+            return errno;
+        }
+        Poller* const created = poller.get();
+        _watches = std::make_unique<WatchList>(std::move(poller));
+        _poller = created;
+    }
+    _readyWatches.reserve(_watches->size() + 1);
+    const int error = _watches->add(*watch);
+    if (error == 0) {
+        id = watch.release()->_id;
+    }
+    return error;
+}
+
+void RunLoop::State::countTaken(size_t count) {
+    _taken.store(_taken.load(std::memory_order_relaxed) + count, std::memory_order_release);
+}
+
+void RunLoop::State::dropItems(TaskQueue& dropped) {
+    _intake.take(_items);
+    countTaken(_items.size() + _highPriorityItems.size());
+    dropped.append(_highPriorityItems);
+    dropped.append(_items);
+}
+
+/// Takes out what is for an object: queued tasks, timers and watches, and on the loop's thread also
+/// what the pass has taken.
+void RunLoop::State::dropTasksOf(const void* object, TaskQueue& dropped) {
+    const auto wanted = [object](Runnable& task) { return actsOn(task, object); };
+    const auto drop = [&dropped](Source& source) { source.drop(dropped); };
+    _intake.take(_items);
+    dropped.takeIf(_highPriorityItems, wanted);
+    dropped.takeIf(_items, wanted);
+    countTaken(dropped.size());
+    _timers.removeIf(wanted, drop);
+    if (_watches != nullptr) {
+        _watches->removeIf(wanted, drop);
+        dropReadyIf(wanted, dropped);
+    }
+    if (!isLoopThread()) {
+        return;
+    }
+    if (Runnable* const taken = _current.get();
+        taken != nullptr && !_currentBegun && wanted(*taken)) {
+        dropped.push(_current.takeLocked());
+    }
+    _dueTimers.dropIf(wanted, dropped);
+}
+
+/// Takes watches out of what the pass will run; the one whose task runs stays until it has run.
+template <class Predicate>
+void RunLoop::State::dropReadyIf(Predicate wanted, TaskQueue& dropped) {
+    const Source* const running = _runningSource;
+    _readyWatches.dropIf([&](Watch& watch) { return &watch != running && wanted(watch); }, dropped);
+}
+
+/// Removes a timer from what is pending, and on the loop's thread from what the pass will run:
+/// another one finds the gate closed until the pass has run it.
+void RunLoop::State::dropTimer(long id, TaskQueue& dropped) {
+    if (Timer* const pending = _timers.find(id)) {
+        _timers.remove(*pending);
+        pending->drop(dropped);
+    }
+    if (isLoopThread()) {
+        _dueTimers.dropIf([id](const Timer& timer) { return timer.id() == id; }, dropped);
+    }
+}
+
+void RunLoop::State::dropWatch(long id, TaskQueue& dropped) {
+    if (Watch* const watch = _watches == nullptr ? nullptr : _watches->find(id)) {
+        _watches->remove(*watch);
+        watch->drop(dropped);
+    }
+    dropReadyIf([id](const Watch& watch) { return watch._id == id; }, dropped);
+}
+
+/// Drops whatever is queued or registered; false when there was nothing.
+bool RunLoop::State::dropAll() {
+    TaskQueue dropped;
+    AutoLock lock(_mutex);
+    const auto all = [](Source& /*source*/) { return true; };
+    const auto drop = [&dropped](Source& source) { source.drop(dropped); };
+    dropItems(dropped);
+    _timers.removeIf(all, drop);
+    if (_watches != nullptr) {
+        _watches->removeIf(all, drop);
+    }
+    return !dropped.empty();
+}
+
+void RunLoop::State::runLoopProc() {
+    _loopThread = std::this_thread::get_id();
+    openIntake();
+    while (!_thread.isStopping()) {
+        if (!runPass()) {
+            sleep();
+        }
+    }
+    Log::log("NIVUR", LOG_DEBUG, "thread %s break loop!", _name.c_str());
+    {
+        AutoLock lock(_mutex);
+        _gate.close();
+    }
+    while (dropAll()) {  // a task's destructor may add to the loop
+    }
+    passGate(true);
+    _loopThread = std::thread::id();
+}
+
+/// Runs what is due and ready, and one task; false when no task is left that it knows of.
+bool RunLoop::State::runPass() {
+    if (_watching) {
+        fetchEvents();
+    }
+    const unsigned int selection = select();
+    if ((selection & TIMERS) != 0U) {
+        runBatch(&State::_dueTimers);
+    }
+    if ((selection & WATCHES) != 0U) {
+        runBatch(&State::_readyWatches);
+    }
+    if (_current.get() != nullptr) {
+        if ((selection & (TIMERS | WATCHES)) != 0U) {
+            passGate(false);  // which may cancel the task
+        }
+        runTask();
+    }
+    return (selection & (TIMERS | MORE_TASKS)) != 0U;
+}
+
+/// Asks which descriptors are ready, unless sleep() has or did so some passes ago.
+void RunLoop::State::fetchEvents() {
+    if (_events == 0 && ++_passesSinceEvents >= kPassesPerPoll) {
+        _events = _poller.load()->wait(0);
+        _passesSinceEvents = 0;
+    }
+}
+
+/// Takes what this pass will run: some bits of Selection.
+unsigned int RunLoop::State::select() {
+    Gate::Waiter* passed = nullptr;
+    unsigned int selection = 0;
+    {
+        AutoLock lock(_mutex);
+        _gate.close();
+        passed = _gate.hasWaiters() ? letThrough() : nullptr;
+        if (!_timers.empty()) {
+            collectDueTimers();
+        }
+        if (_watches != nullptr) {
+            collectReadyWatches();
+        }
+        takeTask();
+        selection = (_dueTimers.empty() ? 0U : TIMERS) | (_readyWatches.empty() ? 0U : WATCHES) |
+                    (_items.empty() && _highPriorityItems.empty() ? 0U : MORE_TASKS);
+    }
+    Gate::signal(passed);
+    return selection;
+}
+
+void RunLoop::State::collectDueTimers() {
+    uint64_t now = 0;
+    const auto isDue = [&now](const Timer& timer) {
+        // Read again only when the last reading does not show the timer to be due.
+        now = now < timer._nextTime ? monotonicMilliseconds() : now;
+        return now >= timer._nextTime;
+    };
+    for (Timer* timer = nullptr; (timer = _timers.first()) != nullptr && isDue(*timer);) {
+        _timers.remove(*timer);
+        _dueTimers.add(*timer);
+    }
+    for (Timer* const timer : _dueTimers) {  // put back only now, so that none is taken twice
+        if (timer->_repeats) {
+            timer->advance();
+            timer->hold();
+            _timers.add(*timer);
+        }
+    }
+}
+
+void RunLoop::State::collectReadyWatches() {
+    for (size_t i = 0; i < _events; ++i) {
+        _watches->collect(_poller.load()->event(i), _readyWatches);
+    }
+    if (_events > 0) {
+        _readyWatches.sort();
+        _passesSinceEvents = 0;
+        _events = 0;
+    }
+    _watching = !_watches->empty();
+}
+
+void RunLoop::State::takeTask() {
+    std::unique_ptr<Runnable> task = _highPriorityItems.pop();
+    if (task == nullptr) {
+        if (_items.empty()) {  // otherwise the posters' word is left alone
+            _intake.take(_items);
+        }
+        task = _items.pop();
+    }
+    countTaken(task != nullptr ? 1 : 0);
+    _current.setLocked(std::move(task));
+}
+
+template <class Kind>
+void RunLoop::State::runBatch(Batch<Kind> State::*batch) {
+    for (Kind* source = next<Kind>(batch, nullptr); source != nullptr;
+         source = next(batch, source)) {
+        source->run();
+    }
+}
+
+/// Drops the source that has run, and gives the next one of the batch, held until it has run.
+template <class Kind>
+Kind* RunLoop::State::next(Batch<Kind> State::*batch, Kind* finished) {
+    TaskQueue dropped;
+    AutoLock lock(_mutex);
+    Batch<Kind>& sources = this->*batch;
+    if (finished != nullptr) {
+        if (sources.first() == finished) {  // unless its task has removed it
+            sources.removeFirst();
+            finished->drop(dropped);
+        }
+        finished->drop(dropped);
+    }
+    Kind* const first = sources.first();
+    if (first != nullptr) {
+        first->hold();
+    }
+    _runningSource = first;
+    return first;
+}
+
+/// Runs and deletes the task of the pass, if there is one and it was not cancelled meanwhile.
+void RunLoop::State::runTask() {
+    if (Runnable* const task = _current.get()) {
+        _currentBegun = true;
+        task->run();
+        const std::unique_ptr<Runnable> finished = _current.take(_mutex);
+        _currentBegun = false;
+    }
+}
+
+/// Lets through who waits at the gate, between two tasks, and perhaps leaves it open.
+void RunLoop::State::passGate(bool open) {
+    Gate::Waiter* passed = nullptr;
+    {
+        AutoLock lock(_mutex);
+        passed = letThrough();
+        if (open) {
+            _gate.open();
+        }
+    }
+    Gate::signal(passed);
+}
+
+/// Serves the waiters at the gate, who are to be signalled once the lock is released.
+Gate::Waiter* RunLoop::State::letThrough() {
+    Gate::Waiter* const passed = _gate.takeWaiters();
+    for (Gate::Waiter* waiter = passed; waiter != nullptr; waiter = waiter->_next) {
+        if (waiter->_object != nullptr) {
+            dropTasksOf(waiter->_object, waiter->_dropped);
+        }
+    }
+    return passed;
+}
+
+/// Returns when there may be something to do.
+void RunLoop::State::sleep() {
+    _sleepPlace = _poller.load();
+    if (!_intake.beginSleep()) {
+        return;
+    }
+    const bool signalled = sleepUntil(prepareSleep());
+    if (_intake.endSleep() || signalled) {
+        return;
+    }
+    // Whoever has removed the mark is about to signal, and must not find the loop gone.
+    if (_sleepPlace != nullptr) {
+        _sleepPlace->takeSignal();
+    } else {
+        _wakeSemaphore.wait();
+    }
+}
+
+/// Opens the gate and tells until when the loop may sleep. Reads everything after the mark is set:
+/// whoever adds something from now on sees the mark and signals. The first watch may have come
+/// before that, and after the place to sleep was chosen.
+uint64_t RunLoop::State::prepareSleep() {
+    Gate::Waiter* passed = nullptr;
+    uint64_t due = kNow;
+    {
+        AutoLock lock(_mutex);
+        passed = letThrough();
+        _gate.open();
+        if (_items.empty() && _highPriorityItems.empty() && _sleepPlace == _poller.load()) {
+            due = _timers.empty() ? kNever : _timers.first()->_nextTime;
+        }
+    }
+    Gate::signal(passed);
+    return due;
+}
+
+/// True when a signal was taken.
+bool RunLoop::State::sleepUntil(uint64_t due) {
+    const bool limited = due != kNever;
+    const unsigned int limitMs = limited && due != kNow ? timeUntil(due) : 0;
+    if (_sleepPlace == nullptr) {
+        return (limited ? _wakeSemaphore.wait(limitMs) : _wakeSemaphore.wait()) == 0;
+    }
+    _events = _sleepPlace->wait(limited ? static_cast<int>(std::min<unsigned int>(limitMs, INT_MAX))
+                                        : Poller::kNoLimit);
+    _passesSinceEvents = 0;
+    return false;
+}
+
+/// Milliseconds from now. A clock that cannot be read must make the loop neither spin nor hang.
+unsigned int RunLoop::State::timeUntil(uint64_t due) {
+    const uint64_t now = SystemUtil::getCPUTime();
+    if (now == 0) {
+        SystemUtil::sleep(kBlindSleepMs);
+        return 0;
+    }
+    return now >= due ? 0 : static_cast<unsigned int>(std::min<uint64_t>(due - now, UINT_MAX));
+}
+
+/// The text of a dump.
+std::string RunLoop::State::describe() {
+    std::string text = "dump thread info, _name: " + _name;
+    const auto list = [&text](Runnable& task) { text += task.dump() + "\r\t"; };
+    AutoLock lock(_mutex);
+    _intake.take(_items);
+    std::string current;
+    const bool hasCurrent =
+        _current.lookLocked([&current](Runnable& task) { current = task.dump(); });
+    text += ", _items.size: " + std::to_string(_items.size());
+    text += ", _highPriorityItems.size: " + std::to_string(_highPriorityItems.size());
+    text += ", _sortedTimers.size: " + std::to_string(_timers.size());
+    text += ", _runningTimers.size: " + std::to_string(_dueTimers.size());
+    text += hasCurrent ? " , _hasRunningItem: 1\r _runningItem : \r\t" + current
+                       : " , _hasRunningItem: 0";
+    if (!_dueTimers.empty()) {
+        text += "\r _runningTimers : \r\t";
+        std::for_each(_dueTimers.begin(), _dueTimers.end(), [&](Timer* timer) { list(*timer); });
+    }
+    if (!_items.empty()) {
+        text += "\r _items : \r\t";
+        _items.forEach(list);
+    }
+    if (!_highPriorityItems.empty()) {
+        text += "\r _highPriorityItems : \r\t";
+        _highPriorityItems.forEach(list);
+    }
+    describeWatches(text);
+    return text;
+}
+
+/// Nothing when there are none. One that runs although it was removed is listed first.
+void RunLoop::State::describeWatches(std::string& text) {
+    if (_watches == nullptr) {
+        return;
+    }
+    Watch* const first = _readyWatches.first();
+    const bool leaving =
+        first != nullptr && first == _runningSource && _watches->find(first->_id) == nullptr;
+    if (_watches->empty() && !leaving) {
+        return;
+    }
+    const size_t size = _watches->size() + (leaving ? 1 : 0);
+    text += "\r _watches.size: " + std::to_string(size) + "\r _watches : \r\t";
+    const auto list = [&text](Watch& watch) { text += watch.dump() + "\r\t"; };
+    if (leaving) {
+        list(*first);
+    }
+    _watches->forEach(list);
+}
+
+}  // namespace NIVUR

@@ -1,0 +1,99 @@
+#include "private/watch_list.h"
+
+#include <cerrno>
+
+namespace NIVUR {
+
+using platform::Poller;
+
+namespace {
+
+/// What all watches of a descriptor wait for.
+unsigned int readinessOf(const Watch* oldest) {
+    unsigned int all = 0;
+    for (const Watch* watch = oldest; watch != nullptr; watch = watch->_nextOfDescriptor) {
+        all |= watch->_readiness;
+    }
+    return all;
+}
+
+uint32_t tagOf(const Watch& oldest) {
+    return static_cast<uint32_t>(oldest._id);
+}
+
+}  // namespace
+
+int WatchList::add(Watch& watch) {
+    const int descriptor = watch._descriptor;
+    watch._id = _lastId + 1;
+    Watch*& oldest = _byDescriptor[descriptor];
+    _byId.emplace(watch._id, &watch);
+    const bool known = oldest != nullptr;
+    append(oldest, watch);
+    if (known ? _poller->change(descriptor, readinessOf(oldest), tagOf(*oldest))
+              : _poller->add(descriptor, readinessOf(oldest), tagOf(*oldest))) {
+        ++_lastId;
+        return 0;
+    }
+    const int error = errno;
+    forget(watch);
+    return error;
+}
+
+Watch* WatchList::find(long id) const {
+    const auto entry = _byId.find(id);
+    return entry == _byId.end() ? nullptr : entry->second;
+}
+
+void WatchList::remove(Watch& watch) {
+    const int descriptor = watch._descriptor;
+    forget(watch);
+    const auto entry = _byDescriptor.find(descriptor);
+    if (entry == _byDescriptor.end()) {
+        _poller->remove(descriptor);
+    } else {
+        _poller->change(descriptor, readinessOf(entry->second), tagOf(*entry->second));
+    }
+}
+
+void WatchList::collect(const Poller::Event& event, Batch<Watch>& ready) const {
+    const auto entry = _byDescriptor.find(event.descriptor);
+    if (entry == _byDescriptor.end() || entry->second == nullptr ||
+        tagOf(*entry->second) != event.tag) {
+        return;  // removed since the event was fetched
+    }
+    for (Watch* watch = entry->second; watch != nullptr; watch = watch->_nextOfDescriptor) {
+        if ((watch->_readiness & event.readiness) != 0U) {
+            watch->hold();
+            ready.add(*watch);
+        }
+    }
+}
+
+void WatchList::append(Watch*& oldest, Watch& watch) {
+    Watch** link = &oldest;
+    while (*link != nullptr) {
+        link = &(*link)->_nextOfDescriptor;
+    }
+    *link = &watch;
+}
+
+void WatchList::unlink(Watch*& oldest, const Watch& watch) {
+    Watch** link = &oldest;
+    while (*link != &watch) {
+        link = &(*link)->_nextOfDescriptor;
+    }
+    *link = watch._nextOfDescriptor;
+}
+
+/// Takes the watch out of both indexes.
+void WatchList::forget(Watch& watch) {
+    const auto entry = _byDescriptor.find(watch._descriptor);
+    unlink(entry->second, watch);
+    if (entry->second == nullptr) {
+        _byDescriptor.erase(entry);
+    }
+    _byId.erase(watch._id);
+}
+
+}  // namespace NIVUR

@@ -1,0 +1,77 @@
+#ifndef NIVUR_PRIVATE_WATCH_LIST_H
+#define NIVUR_PRIVATE_WATCH_LIST_H
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+
+#include "no_copyable.h"
+#include "private/common/poller.h"
+#include "private/source.h"
+
+namespace NIVUR {
+
+/// The watches of a loop, by id and by descriptor, and their registrations with the poller.
+///
+///     _byId:          id -> watch, in the order of adding
+///     _byDescriptor:  descriptor -> watch -> watch   chained through the watches, oldest first
+///
+/// All watches of a descriptor are one registration, for the union of what they wait for. Its tag
+/// is the id of the oldest of them: since ids never recur, an event that was fetched before the
+/// last watch of a descriptor was removed matches no later watch of the same number. It does not
+/// own the watches. Not thread-safe.
+class WatchList : public NoCopyable {
+  public:
+    explicit WatchList(std::unique_ptr<platform::Poller> poller) : _poller(std::move(poller)) {}
+
+    bool empty() const { return _byId.empty(); }
+    size_t size() const { return _byId.size(); }
+
+    /// Gives the watch its id and registers it: 0, or the error number for what cannot be watched.
+    /// When memory is exhausted nothing is changed.
+    int add(Watch& watch);
+
+    /// A watch with this id, or null.
+    Watch* find(long id) const;
+
+    void remove(Watch& watch);
+
+    /// Removes all that `wanted` picks and gives them to `take`, in the order of adding.
+    template <class Predicate, class Taker>
+    void removeIf(Predicate wanted, Taker take) {
+        for (auto entry = _byId.begin(); entry != _byId.end();) {
+            Watch& watch = *(entry++)->second;
+            if (wanted(watch)) {
+                remove(watch);
+                take(watch);
+            }
+        }
+    }
+
+    /// Adds the watches that an event is for to a batch, which has room for all, and holds them.
+    void collect(const platform::Poller::Event& event, Batch<Watch>& ready) const;
+
+    template <class Visitor>
+    void forEach(Visitor visit) const {
+        for (const auto& entry : _byId) {
+            visit(*entry.second);
+        }
+    }
+
+  private:
+    static void append(Watch*& oldest, Watch& watch);
+    static void unlink(Watch*& oldest, const Watch& watch);
+    void forget(Watch& watch);
+
+    const std::unique_ptr<platform::Poller> _poller;
+    std::map<long, Watch*> _byId;
+    std::unordered_map<int, Watch*> _byDescriptor;
+    long _lastId = 0;
+};
+
+}  // namespace NIVUR
+
+#endif

@@ -1,0 +1,375 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <nivur/run_loop.h>
+#include <nivur/system_util.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "support/latch.h"
+#include "support/log_capture.h"
+
+namespace NIVUR {
+namespace {
+
+/// Two connected descriptors, closed with it; ends[0] is the one that is watched.
+struct Ends {
+    Ends() { EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()), 0); }
+    explicit Ends(bool readEnd) {
+        EXPECT_EQ(pipe2(ends.data(), O_NONBLOCK), 0);
+        if (!readEnd) std::swap(ends[0], ends[1]);
+    }
+    Ends(const Ends&) = delete;
+    Ends& operator=(const Ends&) = delete;
+    ~Ends() {
+        closeEnd(0);
+        closeEnd(1);
+    }
+    void closeEnd(size_t i) { close(std::exchange(ends[i], -1)); }
+    void send() const { EXPECT_EQ(write(ends[1], "x", 1), 1); }
+    bool take() const {
+        char byte = 0;
+        return read(ends[0], &byte, 1) == 1;
+    }
+    void fill() const {
+        const std::string block(4096, 'x');
+        while (write(ends[0], block.data(), block.size()) > 0) {
+        }
+    }
+    std::array<int, 2> ends{-1, -1};
+};
+
+class WatchTest : public testing::Test {
+  protected:
+    void TearDown() override { loop.stop(); }
+
+    template <class Function>
+    long watch(int descriptor, Function function, RunLoop::Readiness kind = RunLoop::READABLE,
+               void* object = nullptr) {
+        return loop.addWatch(descriptor, kind, makeRunnable(std::move(function), object));
+    }
+    template <class Function>
+    void call(Function function) {
+        loop.postItem(makeRunnable(std::move(function)), false, true);
+    }
+    /// Returns when the loop has looked for ready descriptors twice.
+    void poll() {
+        for (int pass = 0; pass < 40; ++pass)
+            call([] {});
+    }
+
+    LogCapture log;
+    RunLoop loop{"loop"};
+};
+
+TEST_F(WatchTest, RunAsTheStateOfTheirDescriptorSays) {
+    const struct {
+        const char* state;
+        std::function<void(std::unique_ptr<Ends>&)> make;
+        bool readable, writable;
+    } rows[] = {
+        {"fresh", [](auto& e) { e.reset(new Ends); }, false, true},
+        {"data", [](auto& e) { e.reset(new Ends), e->send(); }, true, true},
+        {"full", [](auto& e) { e.reset(new Ends), e->fill(); }, false, false},
+        {"half-close", [](auto& e) { e.reset(new Ends), e->fill(), shutdown(e->ends[1], SHUT_WR); },
+         true, false},
+        {"end", [](auto& e) { e.reset(new Ends), e->fill(), e->closeEnd(1); }, true, true},
+        {"no writer", [](auto& e) { e.reset(new Ends(true)), e->closeEnd(1); }, true, true},
+        {"error", [](auto& e) { e.reset(new Ends(false)), e->fill(), e->closeEnd(1); }, true, true},
+    };
+    ASSERT_TRUE(loop.start());
+    for (const auto& row : rows) {
+        std::unique_ptr<Ends> ends;
+        row.make(ends);
+        std::atomic<int> reads{0}, writes{0}, readsOfOne{0};
+        const int descriptor = ends->ends[0];
+        const long alone = watch(descriptor, [&] { ++readsOfOne; });
+        poll();
+        const long reading = watch(descriptor, [&] { ++reads; });
+        const long writing = watch(
+            descriptor, [&] { ++writes; }, RunLoop::WRITABLE);
+        poll();
+        for (const long id : {alone, reading, writing, 0L, writing}) {
+            loop.removeWatch(id);
+        }
+        const int after = reads + writes + readsOfOne;
+        EXPECT_EQ(readsOfOne > 1, row.readable) << row.state;
+        EXPECT_EQ(reads > 1, row.readable) << row.state;
+        EXPECT_EQ(writes > 1, row.writable) << row.state;
+        poll();
+        EXPECT_EQ(reads + writes + readsOfOne, after) << row.state;
+    }
+}
+
+TEST_F(WatchTest, RunOnceAPassInTheOrderOfAddingBetweenTimersAndTheTask) {
+    Ends first, second;
+    std::string trace;
+    const auto word = [&](const char* text) { return [&trace, text] { trace += text; }; };
+    watch(second.ends[0], word("1"), RunLoop::WRITABLE);
+    watch(first.ends[0], word("2"), RunLoop::WRITABLE);
+    watch(second.ends[0], word("3"));
+    watch(first.ends[0], word("4"));
+    watch(second.ends[0], word("5"));
+    first.send();
+    second.send();
+    ASSERT_TRUE(loop.start());
+    call([&] {
+        loop.addTimer(makeRunnable(word("t")), 0, true);
+        for (int i = 0; i < 40; ++i)
+            loop.postItem(makeRunnable(word("p")), false, false);
+        SystemUtil::sleep(2);
+        trace.clear();
+    });
+    poll();
+    loop.stop();
+    int passes = 0, withWatches = 0;
+    for (size_t begin = 0, end = 0; (end = trace.find('p', begin)) != std::string::npos; ++passes) {
+        const std::string pass = trace.substr(begin, end - begin);
+        EXPECT_TRUE(pass == "t" || pass == "t12345") << pass;
+        withWatches += pass != "t";
+        begin = end + 1;
+    }
+    EXPECT_EQ(passes, 40);
+    EXPECT_GE(withWatches, 2);
+}
+
+TEST_F(WatchTest, TasksOfOnePassMayRemoveThemselvesEachOtherAndTheLoop) {
+    const auto token = std::make_shared<int>();
+    Ends ends;
+    ends.send();
+    const int descriptor = ends.ends[0];
+    int object = 0;
+    std::array<long, 4> ids{};
+    std::atomic<int> runs{0};
+    ids[0] = watch(descriptor, [&, token] {
+        for (const long id : ids)
+            loop.removeWatch(id);
+        EXPECT_EQ(token.use_count(), 3);  // this task, and that of the object
+        loop.cancelTasksForObject(&object);
+        EXPECT_EQ(token.use_count(), 2);
+        loop.dumpLoopInfo();  // still shows the watch whose task runs
+        ++runs;
+    });
+    ids[1] = watch(descriptor, [token] { ADD_FAILURE(); });
+    ids[2] = watch(
+        descriptor, [token] { ADD_FAILURE(); }, RunLoop::WRITABLE);
+    watch(
+        descriptor, [token] { ADD_FAILURE(); }, RunLoop::READABLE, &object);
+    ASSERT_TRUE(loop.start());
+    poll();
+    EXPECT_EQ(runs, 1);
+    EXPECT_EQ(token.use_count(), 1);
+    EXPECT_NE(log.take().at(0).find("\r _watches.size: 1\r _watches : \r\t"), std::string::npos);
+
+    watch(descriptor, [&, token] { ++runs, loop.stop(); });
+    watch(descriptor, [token] {});
+    loop.addTimer(makeRunnable([token] {}), 3600 * 1000, false);
+    while (runs == 1)
+        std::this_thread::yield();
+    loop.stop();
+    EXPECT_EQ(runs, 2);
+    EXPECT_EQ(token.use_count(), 1);  // dropped, as timers are
+    log.take();
+    loop.dumpLoopInfo();
+    EXPECT_EQ(log.take().at(0).find("_watches"), std::string::npos);
+    const long kept = watch(descriptor, [token] {});  // of a loop that does not run: to its end
+    EXPECT_GT(kept, ids[2]);
+    loop.stop();
+    EXPECT_EQ(token.use_count(), 2);
+}
+
+TEST_F(WatchTest, WhatCannotBeWatchedIsRefused) {
+    const auto token = std::make_shared<int>();
+    const int file = open("/proc/self/exe", O_RDONLY);
+    const int closed = dup2(file, 700);
+    close(closed);
+    rlimit normal{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &normal), 0);
+    Ends ends;
+    const auto refuse = [&](int descriptor, int error) {
+        EXPECT_EQ(watch(descriptor, [token] {}), 0);
+        EXPECT_EQ(token.use_count(), 1);
+        EXPECT_EQ(log.take(), Lines{"5 cannot watch descriptor " + std::to_string(descriptor) +
+                                    ": err=" + std::to_string(error)});
+    };
+    for (const rlim_t spare : {0U, 1U}) {  // of the two that the loop needs
+        const int next = dup(file);
+        close(next);
+        const rlimit limit{static_cast<rlim_t>(next) + spare, normal.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+        refuse(ends.ends[0], EMFILE);
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &normal), 0);
+        EXPECT_EQ(dup(file), next) << "no descriptor is kept";
+        close(next);
+    }
+    for (int times = 0; times < 2; ++times) {
+        refuse(-1, EBADF);
+        refuse(closed, EBADF);
+        refuse(file, EPERM);
+        EXPECT_NE(watch(ends.ends[0], [] {}), 0);
+    }
+    close(file);
+    EXPECT_DEATH(loop.addWatch(0, RunLoop::READABLE, nullptr),
+                 "src/run_loop.cpp:.*Assertion `task' failed");
+}
+
+TEST_F(WatchTest, NeitherTasksNorReadyDescriptorsStarveTheOthers) {
+    Ends ends;
+    ends.send();
+    int passes = 0, longest = 0, sinceWatch = 0, watches = 0, timers = 0;
+    std::function<void()> again;
+    Latch done;
+    again = [&] {
+        longest = std::max(longest, ++sinceWatch);
+        if (++passes == 1000) return done.count();
+        loop.postItem(makeRunnable([&] { again(); }), passes % 2 == 0, false);
+    };
+    watch(ends.ends[0], [&] {
+        ++watches;
+        sinceWatch = 0;
+    });
+    loop.addTimer(makeRunnable([&] { ++timers; }), 0, true);
+    ASSERT_TRUE(loop.start());
+    loop.postItem(makeRunnable([&] { again(); }), false, false);
+    done.wait();
+    loop.stop();
+    EXPECT_LE(longest, 16);
+    EXPECT_GE(watches, 1000 / 17);
+    EXPECT_GE(timers, 1000);
+}
+
+TEST_F(WatchTest, ThousandsOfDescriptorsRunExactlyWhenTheyAreReady) {
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 5000);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    const size_t count = static_cast<size_t>(limit.rlim_cur) - 500;
+    ASSERT_GT(count, 1024U);
+    std::vector<int> descriptors, runs(count), order;
+    RunLoop other("other");
+    std::atomic<int> ofOther{0};
+    for (size_t i = 0; i < count; ++i) {
+        descriptors.push_back(eventfd(0, EFD_NONBLOCK));
+        ASSERT_NE(watch(descriptors[i],
+                        [&, i] {
+                            eventfd_t value = 0;
+                            eventfd_read(descriptors[i], &value);
+                            ++runs[i];
+                            order.push_back(static_cast<int>(i));
+                        }),
+                  0);
+    }
+    other.addWatch(descriptors[7], RunLoop::WRITABLE, makeRunnable([&] { ++ofOther; }));
+    ASSERT_TRUE(loop.start() && other.start());
+    std::minstd_rand random(4711);
+    for (const size_t ready : {size_t{1}, size_t{200}, count}) {
+        std::vector<int> expected = runs;
+        call([&] {  // so that all are ready when the loop looks
+            order.clear();
+            for (size_t i = 0; i < ready; ++i) {
+                const size_t chosen = ready == count ? i : random() % count;
+                expected[chosen] = runs[chosen] + 1;
+                eventfd_write(descriptors[chosen], 1);
+            }
+        });
+        bool all = false;
+        for (int asked = 0; asked < 100 && !all; ++asked) {
+            poll();
+            call([&] { all = runs == expected; });
+        }
+        EXPECT_TRUE(all);
+        EXPECT_TRUE(ready == count || std::is_sorted(order.begin(), order.end()));
+    }
+    while (ofOther < 3)
+        std::this_thread::yield();
+    other.stop();
+    loop.stop();
+    for (const int descriptor : descriptors)
+        close(descriptor);
+}
+
+// Each way to end a watch against a descriptor that becomes ready, whose number serves the next
+// watch at once. The first watches meet a loop that is about to sleep without any.
+TEST_F(WatchTest, NothingOfAWatchRunsOnceItIsRemovedHoweverThatMeetsReadiness) {
+    const auto living = std::make_shared<int>();
+    std::minstd_rand random(4711);
+    const uint64_t end = SystemUtil::getCPUTime() + 1000;
+    int rounds = 0;
+    std::atomic<int> total{0};
+    for (; SystemUtil::getCPUTime() < end; ++rounds) {
+        auto own = std::make_unique<RunLoop>("own");
+        own->start();
+        for (int times = 0; times < 8; ++times) {
+            auto ends = std::make_unique<Ends>();
+            std::atomic<bool> removed{false};
+            std::atomic<int> bytes{0};
+            int object = 0;
+            const auto task = [&, living, ends = ends.get()] {
+                EXPECT_FALSE(removed);
+                bytes += ends->take();
+                ++total;
+            };
+            const long id =
+                own->addWatch(ends->ends[0], RunLoop::READABLE, makeRunnable(task, &object));
+            const auto sent = static_cast<int>(random() % 3);
+            const auto way = random() % 8;
+            std::thread writer([&, pause = random() % 2000] {
+                for (volatile auto left = pause; left > 0; left = left - 1) {
+                }
+                for (int i = 0; i < sent; ++i)
+                    ends->send();
+            });
+            while (way < 2 && bytes < sent)  // all that is sent arrives, however soon
+                std::this_thread::yield();
+            if (way == 2) {
+                own->cancelTasksForObject(&object);
+            } else if (way == 3) {
+                own->stop();
+            } else if (way == 4) {
+                own.reset();
+            } else {
+                own->removeWatch(id);
+            }
+            removed = true;
+            EXPECT_EQ(living.use_count(), 2) << "the task is gone";
+            writer.join();
+            ends.reset();
+            if (way == 3) own->start();
+            if (way == 4) break;
+        }
+    }
+    EXPECT_GT(rounds, 10);
+    EXPECT_GT(total, 10);
+}
+
+TEST_F(WatchTest, LoopThatHasNothingToDoDoesNotWake) {
+    for (const bool watching : {false, true}) {
+        Ends ends;
+        ASSERT_TRUE(loop.start());
+        if (watching) watch(ends.ends[0], [] { ADD_FAILURE(); });
+        loop.addTimer(makeRunnable([] { ADD_FAILURE(); }), 3600 * 1000, true);
+        const auto switches = [this] {
+            rusage usage{};
+            call([&] { getrusage(RUSAGE_THREAD, &usage); });
+            return usage.ru_nvcsw;
+        };
+        poll();
+        const long before = switches();
+        SystemUtil::sleep(1000);             // the time over which the wakes are counted
+        EXPECT_LE(switches() - before, 3L);  // for the question itself
+        loop.stop();
+    }
+}
+
+}  // namespace
+}  // namespace NIVUR
