@@ -166,6 +166,7 @@ class Signal {
 
 void addRunLoop();
 void addTimers();
+void addWatches();
 void addRuntime();
 void addPool();
 void addRing();

@@ -3,6 +3,7 @@
 
 #include <event2/event.h>
 #include <event2/thread.h>
+#include <glib-unix.h>
 #include <glib.h>
 #include <uv.h>
 
@@ -72,6 +73,24 @@ class UvLoop {
     static void stopTimer(Timer* timer) {
         uv_close(reinterpret_cast<uv_handle_t*>(&timer->handle),
                  [](uv_handle_t* handle) { delete static_cast<Timer*>(handle->data); });
+    }
+
+    struct Watch {
+        uv_poll_t handle;
+        Action action;
+    };
+    Watch* addWatch(int descriptor, Action action) {
+        auto* watch = new Watch{{}, std::move(action)};
+        watch->handle.data = watch;
+        uv_poll_init(&_loop, &watch->handle, descriptor);
+        uv_poll_start(&watch->handle, UV_READABLE, [](uv_poll_t* handle, int, int) {
+            static_cast<Watch*>(handle->data)->action();
+        });
+        return watch;
+    }
+    static void removeWatch(Watch* watch) {
+        uv_close(reinterpret_cast<uv_handle_t*>(&watch->handle),
+                 [](uv_handle_t* handle) { delete static_cast<Watch*>(handle->data); });
     }
 
   private:
@@ -159,6 +178,17 @@ class EventLoop {
         delete timer;
     }
 
+    Timer* addWatch(int descriptor, Action action) {
+        auto* watch = new Timer{nullptr, std::move(action)};
+        watch->handle = event_new(
+            _base, descriptor, EV_READ | EV_PERSIST,
+            [](evutil_socket_t, short, void* argument) { static_cast<Timer*>(argument)->action(); },
+            watch);
+        event_add(watch->handle, nullptr);
+        return watch;
+    }
+    static void removeWatch(Timer* watch) { stopTimer(watch); }
+
   private:
     Timer* make(Action action) {
         auto* timer = new Timer{nullptr, std::move(action)};
@@ -230,6 +260,20 @@ class GlibLoop {
         g_source_set_ready_time(timer, g_get_monotonic_time() + kTimerInterval * 1000LL);
     }
     static void stopTimer(Timer timer) { g_source_destroy(timer); }
+
+    GSource* addWatch(int descriptor, Action action) {
+        GSource* source = g_unix_fd_source_new(descriptor, G_IO_IN);
+        const GUnixFDSourceFunc ready = [](gint, GIOCondition, void* argument) -> gboolean {
+            (*static_cast<Action*>(argument))();
+            return G_SOURCE_CONTINUE;
+        };
+        g_source_set_callback(source, G_SOURCE_FUNC(ready), newTask(std::move(action)),
+                              [](void* argument) { delete static_cast<Action*>(argument); });
+        g_source_attach(source, _context);
+        g_source_unref(source);
+        return source;
+    }
+    static void removeWatch(GSource* source) { g_source_destroy(source); }
 
   private:
     template <class Task>

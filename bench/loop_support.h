@@ -13,6 +13,8 @@
 ///   postCancellable(task)  what cancel() takes to remove the task; both on the loop's thread
 ///   addTimer(ms, action)   a timer that fires once; this and the rest on the loop's thread
 ///   resetTimer(timer), stopTimer(timer)
+///   addWatch(descriptor, action)  calls it as long as the descriptor is readable
+///   removeWatch(watch)
 /// Where the peer has no such thing the adapter has none either. A posted task costs every peer but
 /// libuv's an allocation, since they erase its type.
 namespace bench {

@@ -52,6 +52,12 @@ class NivurLoop {
     void resetTimer(Timer timer) { _loop.resetTimer(timer); }
     void stopTimer(Timer timer) { _loop.stopTimer(timer); }
 
+    long addWatch(int descriptor, Action action) {
+        return _loop.addWatch(descriptor, NIVUR::RunLoop::READABLE,
+                              NIVUR::makeRunnable(std::move(action)));
+    }
+    void removeWatch(long watch) { _loop.removeWatch(watch); }
+
   private:
     NIVUR::RunLoop _loop{"bench"};
     char* _object = nullptr;  // only told apart, never used
@@ -95,6 +101,30 @@ class AsioLoop {
     }
     void resetTimer(Timer* timer) { timer->arm(kTimerInterval); }
     void stopTimer(Timer* timer) { delete timer; }
+
+    /// Waits for one readiness at a time.
+    struct Watch {
+        boost::asio::posix::stream_descriptor descriptor;
+        Action action;
+        void wait() {
+            descriptor.async_wait(descriptor.wait_read, [this](boost::system::error_code error) {
+                if (!error) {
+                    action();
+                    wait();
+                }
+            });
+        }
+    };
+    Watch* addWatch(int descriptor, Action action) {
+        auto* watch =
+            new Watch{boost::asio::posix::stream_descriptor(_io, descriptor), std::move(action)};
+        watch->wait();
+        return watch;
+    }
+    void removeWatch(Watch* watch) {
+        watch->descriptor.release();
+        post([watch] { delete watch; });  // when its handler has heard of the cancellation
+    }
 
   private:
     boost::asio::io_context _io{1};
@@ -218,6 +248,21 @@ class LooperLoop {
         start(timer, kTimerInterval);
     }
     void stopTimer(Timer timer) { _looper->removeMessages(timer); }
+
+    int addWatch(int descriptor, Action action) {
+        struct Callback : android::LooperCallback {
+            explicit Callback(Action own) : action(std::move(own)) {}
+            int handleEvent(int, int, void*) override {
+                action();
+                return 1;
+            }
+            Action action;
+        };
+        _looper->addFd(descriptor, 0, android::Looper::EVENT_INPUT, new Callback(std::move(action)),
+                       nullptr);
+        return descriptor;
+    }
+    void removeWatch(int descriptor) { _looper->removeFd(descriptor); }
 
   private:
     void start(Item* item, unsigned int ms) {

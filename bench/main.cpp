@@ -23,6 +23,7 @@ int main(int argc, char** argv) {
     raiseDescriptorLimit();
     bench::addRunLoop();
     bench::addTimers();
+    bench::addWatches();
     bench::addRuntime();
     bench::addPool();
     bench::addRing();
