@@ -3,78 +3,66 @@
 
 #include <nivur/client_socket.h>
 #include <nivur/dictionary.h>
-#include <nivur/mutex.h>
 #include <nivur/no_copyable.h>
 #include <nivur/run_loop.h>
-#include <nivur/semaphore.h>
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
 
 namespace mirror {
 
-/// A connection that carries JSON texts, a line each, and keeps itself alive. Its own loop reads;
-/// what arrives is posted to the loop of its owner, so that a slow disk or a long task there is
-/// never mistaken for a lost peer.
+/// A connection that carries JSON texts, a line each, and keeps itself alive. It never blocks.
+/// Everything happens on its loop's thread, or while the loop does not run.
 class ControlChannel : public NIVUR::NoCopyable {
   public:
-    /// Who is told, on the owner's loop.
+    /// Who is told. It may close the channel meanwhile, but not delete it.
     class Handler {
       public:
         virtual void onText(const NIVUR::Dictionary& text) = 0;
 
-        /// What the peer did that ended the connection, such as "closed the connection". It is the
-        /// last call.
-        virtual void onLost(const std::string& deed) = 0;
+        /// The peer did what it must not, such as "sent a text that is too long". No text follows,
+        /// but the connection stays open.
+        virtual void onFault(const std::string& reason) = 0;
+
+        /// The peer has closed the connection, and so has the channel. It is the last call.
+        virtual void onClosed() = 0;
 
       protected:
         ~Handler() = default;
     };
 
-    /// Begins to read. The loops and the handler must outlive the channel.
+    /// Begins to read. The loop and the handler must outlive the channel.
     ControlChannel(std::unique_ptr<NIVUR::ClientSocket> socket, NIVUR::RunLoop& loop,
-                   NIVUR::RunLoop& owner, Handler& handler);
-
-    /// Closes the connection, and nothing that arrived reaches the handler any more. Not on the
-    /// channel's loop.
+                   Handler& handler);
     ~ControlChannel();
 
-    /// Sends a text, without waiting. Any thread.
+    /// Sends a text, unless the channel is closed: what the connection does not take now, later.
     void send(const NIVUR::Dictionary& text);
 
-    /// Waits until the peer has closed the connection, though not for long, so that it reads what
-    /// was sent last.
-    void waitForClose();
+    /// Closes the connection: the handler is not called any more.
+    void close();
+    bool isOpen() const { return _socket->descriptor() != -1; }
 
-    /// The peer's address.
-    std::string peer() const { return _socket->remoteAddress(); }
+    /// The peer's address, also once the channel is closed.
+    const std::string& peer() const { return _peer; }
 
   private:
-    void poll();
-    void keepAlive();
-    bool receive();
+    void receive();
     bool takeLine();
-    void flush() NIVUR_REQUIRES(_mutex);
-    void lose(const std::string& deed);
-    template <class Callable>
-    void tellOwner(Callable callable);
+    void flush();
+    void keepAlive();
+    void fail(const std::string& reason);
 
     const std::unique_ptr<NIVUR::ClientSocket> _socket;
+    const std::string _peer;
     NIVUR::RunLoop& _loop;
-    NIVUR::RunLoop& _owner;
     Handler& _handler;
-    NIVUR::Semaphore _closed;
-    std::atomic<int> _undelivered{0};
-
-    NIVUR::Mutex _mutex;
-    std::string _unsent NIVUR_GUARDED_BY(_mutex);
-
-    // On the channel's loop alone.
     std::string _received;
+    std::string _unsent;
+    long _writable = 0;  // the watch while something is unsent
     uint64_t _heardMs;
-    bool _lost = false;
+    bool _failed = false;
 };
 
 }  // namespace mirror

@@ -1,77 +1,68 @@
 #ifndef MIRROR_DISK_WRITER_H
 #define MIRROR_DISK_WRITER_H
 
-#include <nivur/mutex.h>
 #include <nivur/no_copyable.h>
 #include <nivur/ring_buffer.h>
 #include <nivur/run_loop.h>
 
-#include <atomic>
 #include <cstdint>
-#include <cstdio>
-#include <memory>
+#include <functional>
 #include <string>
 
-#include "checksum.h"
+#include "part_file.h"
 
 namespace mirror {
 
-/// Writes a file on a loop of its own, fed through a ring buffer, so that the network never waits
-/// for the disk. The bytes go to PATH.part, which gets its name once it is known to be whole, or
-/// straight to PATH if that is a device. A PATH.part that is there already is never touched: it may
-/// be another transfer's, or the source.
-///
-/// One thread may call its operations; error() and written() tell how far the disk has come.
+/// Writes a PartFile on a loop of its own, fed through a ring buffer of fixed size, so that the
+/// owner's loop never waits for the disk. Operations are called, and replies given, on the owner's
+/// loop.
 class DiskWriter : public NIVUR::NoCopyable {
   public:
-    explicit DiskWriter(std::string path);
+    /// Told of an error message, or "".
+    using Reply = std::function<void(const std::string& error)>;
 
-    /// Removes what is not whole.
-    ~DiskWriter();
+    /// `onWritten` is told of each piece that the disk has taken: there may be room again.
+    DiskWriter(const std::string& path, NIVUR::RunLoop& owner, Reply onWritten);
 
-    /// Makes the file; an error message, or "".
-    std::string open();
+    /// Waits for the disk to end what it is doing. Any thread; nothing is replied any more, and the
+    /// owner's loop must be running or have no task that replies.
+    void stop() { _loop.stop(); }
 
-    /// Queues bytes; false, and nothing is queued, when there is no room for all of them now.
+    /// Makes the file.
+    void open(Reply replyTo);
+
+    /// Queues bytes, which the disk takes in large pieces; false, and nothing is queued, when there
+    /// is no room for all of them now.
     bool write(const char* bytes, unsigned int size);
 
-    /// How many bytes the file has.
+    /// Has the disk take what is queued, however little.
+    void flush();
+
+    /// How many bytes the file has, as far as the disk has told.
     uint64_t written() const { return _written; }
 
-    /// What went wrong, or "".
-    std::string error();
-
-    /// Waits for all bytes, compares their checksum with this one and gives the file its name; an
-    /// error message, or "".
-    std::string commit(const std::string& checksum);
+    /// Once all bytes are written, compares their checksum and gives the file its name.
+    void commit(const std::string& checksum, Reply replyTo);
 
     /// Logs the state of the loop. Any thread.
     void dump() { _loop.dumpLoopInfo(); }
 
   private:
-    struct Close {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
+    void ask(std::function<std::string()> operation, Reply replyTo);
+    void requestPiece(unsigned int minSize);
+    void onPiece(const std::string& error);
+    std::string writePiece();
 
-    std::string openFile();
-    void drain();
-    void writeChunk(const char* bytes, unsigned int size);
-    std::string finish(const std::string& checksum);
-    void fail(int reason);
-
-    const std::string _path;
-    NIVUR::RunLoop _loop{"mirror-disk"};
+    PartFile _file;  // the disk's loop alone uses it
     NIVUR::RingBuffer _ring;
-    std::atomic<bool> _drainQueued{false};
-    std::atomic<uint64_t> _written{0};
 
-    NIVUR::Mutex _mutex;
-    std::string _error NIVUR_GUARDED_BY(_mutex);
+    // On the owner's loop.
+    NIVUR::RunLoop& _owner;
+    const Reply _onWritten;
+    uint64_t _written = 0;
+    bool _requested = false;
 
-    // On the loop alone.
-    std::unique_ptr<std::FILE, Close> _file;
-    std::string _partPath;  // of what is not whole yet, or ""
-    Checksum _checksum;
+    NIVUR::RunLoop _loop{"mirror-disk"};
 };
 
 }  // namespace mirror

@@ -16,34 +16,27 @@ namespace {
 
 constexpr unsigned int kCheckMs = 1000;
 constexpr unsigned int kStandstillMs = 10000;
+constexpr unsigned int kCloseMs = 500;
 
 }  // namespace
 
 Endpoint::Endpoint(const std::string& name, std::string peerRole, NIVUR::EventCenter& events)
-    : _loop("mirror-" + name),
-      _events(events),
-      _peerRole(std::move(peerRole)),
-      _controlLoop("mirror-" + name + "-ctl") {}
+    : _loop("mirror-" + name), _events(events), _peerRole(std::move(peerRole)) {}
 
-void Endpoint::startLoops() {
-    _loop.addTimer(makeRunnable([this] { checkProgress(); }), kCheckMs, true);
-    if (!_controlLoop.start() || !_loop.start()) {
+bool Endpoint::startLoop() {
+    const bool started = _loop.start();
+    if (!started) {
         end("cannot start a thread");
     }
+    return started;
 }
 
-void Endpoint::stopLoops() {
-    _controlLoop.stop();  // it posts to the other one
+void Endpoint::stopLoop() {
     _loop.stop();
-    _channel.reset();
 }
 
 std::string Endpoint::wait() {
     _done.wait();
-    if (_channel != nullptr && !_peerHadLastWord) {
-        _channel->waitForClose();
-    }
-    stopLoops();
     return _error;
 }
 
@@ -53,22 +46,46 @@ void Endpoint::interrupt() {
 
 void Endpoint::dump() {
     _loop.dumpLoopInfo();
-    _controlLoop.dumpLoopInfo();
 }
 
 void Endpoint::connect(std::unique_ptr<NIVUR::ClientSocket> socket) {
-    _channel = std::make_unique<ControlChannel>(std::move(socket), _controlLoop, _loop, *this);
+    _channel = std::make_unique<ControlChannel>(std::move(socket), _loop, *this);
+    _progressTimer = addTimer(kCheckMs, true, [this] { checkProgress(); });
     progress();
 }
 
+void Endpoint::disconnect() {
+    expectNoProgress();
+    _channel->close();
+}
+
+void Endpoint::send(const Dictionary& text) {
+    if (!hasEnded()) {
+        _channel->send(text);
+    }
+}
+
 void Endpoint::end(const std::string& error) {
-    if (_ended) {
+    if (hasEnded()) {
         return;
+    }
+    if (!error.empty() && isConnected() && !_peerHadLastWord) {
+        send(makeRefusal(error));
     }
     _ended = true;
     _error = error;
-    if (_channel != nullptr && !_peerHadLastWord && !error.empty()) {
-        send(makeRefusal(error));
+    _loop.cancelTasksForObject(this);
+    if (isConnected() && !_peerHadLastWord) {
+        addTimer(kCloseMs, false, [this] { leave(); });
+    } else {
+        leave();
+    }
+}
+
+/// Closes the connection and lets wait() return.
+void Endpoint::leave() {
+    if (_channel != nullptr) {
+        _channel->close();
     }
     _done.notify();
 }
@@ -77,27 +94,45 @@ void Endpoint::progress() {
     _progressMs = SystemUtil::getCPUTime();
 }
 
+void Endpoint::expectNoProgress() {
+    _loop.stopTimer(std::exchange(_progressTimer, 0));
+}
+
 void Endpoint::checkProgress() {
-    if (!_ended && isConnected() && SystemUtil::getCPUTime() - _progressMs > kStandstillMs) {
+    if (SystemUtil::getCPUTime() - _progressMs > kStandstillMs) {
         onLost("has made no progress for " + std::to_string(kStandstillMs / 1000) + " s");
     }
 }
 
 void Endpoint::onText(const Dictionary& text) {
-    if (_ended) {
+    if (hasEnded()) {
         return;
     }
     const std::string type = typeOf(text);
     _peerHadLastWord = type == "refuse" || type == "done";
     if (type == "refuse") {
         onLost("refused: " + printable(text.getString("reason")));
-    } else if (!handle(type, text) && !_ended) {
+    } else if (!handle(type, text) && !hasEnded()) {
         onLost("sent a text that does not belong here: " + printable(type));
     }
 }
 
-void Endpoint::onLost(const std::string& deed) {
-    end("the " + _peerRole + " " + deed);
+void Endpoint::onFault(const std::string& reason) {
+    if (!hasEnded()) {
+        onLost(reason);
+    }
+}
+
+void Endpoint::onClosed() {
+    if (hasEnded()) {
+        leave();
+    } else {
+        onLost("closed the connection");
+    }
+}
+
+void Endpoint::onLost(const std::string& reason) {
+    end("the " + _peerRole + " " + reason);
 }
 
 }  // namespace mirror

@@ -11,19 +11,21 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "control_channel.h"
 
 namespace mirror {
 
-/// What both ends of a transfer have in common: a loop that does the work, a control channel with a
-/// loop of its own, and one way to end. Everything but the public operations happens on the loop.
+/// What both ends of a transfer have in common: one loop for sockets, timers and texts, a control
+/// channel, and one way to end. Everything but the public operations happens on the loop's thread,
+/// or before that has started, so that nothing here needs a lock.
 class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
   public:
     virtual ~Endpoint() = default;
 
-    /// Waits until the transfer has ended and closes the connection; an error message, or "" when
-    /// the file has arrived. Call it once.
+    /// Waits until the transfer has ended and the connection is closed; an error message, or ""
+    /// when the file has arrived. Call it once.
     std::string wait();
 
     /// Ends the transfer with an error, unless it has ended. Any thread.
@@ -36,43 +38,74 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
     /// An end with that name, whose peer is called `peerRole`.
     Endpoint(const std::string& name, std::string peerRole, NIVUR::EventCenter& events);
 
-    /// Starts the loops: the last thing that starting an end does.
-    void startLoops();
+    /// Starts the loop: the last thing that starting an end does. False, and the transfer has
+    /// ended, when there is no thread for it.
+    bool startLoop();
 
-    /// Stops the loops, unless wait() has: the first thing that the end's destruction does.
-    void stopLoops();
+    /// Stops the loop: what the end's destruction begins with.
+    void stopLoop();
 
-    /// Takes up a connection to the peer.
+    ///@{
+    /// As the loop's operations, for what the end of the transfer shall cancel.
+    template <class Callable>
+    void post(Callable callable) {
+        _loop.postItem(makeTask(std::move(callable)), false, false);
+    }
+    template <class Callable>
+    long addTimer(unsigned int ms, bool repeat, Callable callable) {
+        return _loop.addTimer(makeTask(std::move(callable)), ms, repeat);
+    }
+    template <class Callable>
+    long watch(const NIVUR::Socket& socket, NIVUR::RunLoop::Readiness readiness,
+               Callable callable) {
+        return _loop.addWatch(socket.descriptor(), readiness, makeTask(std::move(callable)));
+    }
+    ///@}
+
+    /// Takes up a connection to the peer; whatever was before is forgotten.
     void connect(std::unique_ptr<NIVUR::ClientSocket> socket);
-    void disconnect() { _channel.reset(); }
-    bool isConnected() const { return _channel != nullptr; }
-    std::string peer() const { return _channel->peer(); }
+    void disconnect();
+    bool isConnected() const { return _channel != nullptr && _channel->isOpen(); }
+    const std::string& peer() const { return _channel->peer(); }
 
-    void send(const NIVUR::Dictionary& text) { _channel->send(text); }
+    /// Sends a text to the peer, unless the transfer has ended.
+    void send(const NIVUR::Dictionary& text);
 
     /// Handles a text from the peer; false when it does not belong here.
     virtual bool handle(const std::string& type, const NIVUR::Dictionary& text) = 0;
 
-    /// Ends the transfer, after which nothing is done any more. The peer is told of an error, and
-    /// closes the connection, unless it was the one who had the last word.
+    /// The peer is no use any more, since it did what `reason` says: ends the transfer.
+    virtual void onLost(const std::string& reason);
+
+    /// Ends the transfer: cancels its timers and watches, tells the peer of an error, and waits a
+    /// while for it to close the connection, unless it was the one who had the last word.
     void end(const std::string& error);
     bool hasEnded() const { return _ended; }
 
     /// Says that the transfer has come further.
     void progress();
 
-    void onText(const NIVUR::Dictionary& text) final;
-    void onLost(const std::string& deed) override;
+    /// From now on a standstill is not the peer's fault.
+    void expectNoProgress();
 
     NIVUR::RunLoop _loop;
     NIVUR::EventCenter& _events;
 
   private:
+    template <class Callable>
+    NIVUR::Runnable* makeTask(Callable callable) {
+        return NIVUR::makeRunnable(std::move(callable), this);
+    }
+
+    void onText(const NIVUR::Dictionary& text) final;
+    void onFault(const std::string& reason) final;
+    void onClosed() final;
     void checkProgress();
+    void leave();
 
     const std::string _peerRole;
-    NIVUR::RunLoop _controlLoop;
     std::unique_ptr<ControlChannel> _channel;
+    long _progressTimer = 0;
     uint64_t _progressMs = 0;
     bool _ended = false;
     bool _peerHadLastWord = false;

@@ -14,7 +14,7 @@
 using NIVUR::Buffer;
 using NIVUR::Dictionary;
 using NIVUR::Log;
-using NIVUR::makeRunnable;
+using NIVUR::RunLoop;
 using NIVUR::Socket;
 using NIVUR::SystemUtil;
 
@@ -24,14 +24,10 @@ namespace {
 
 constexpr unsigned int kWindow = 8192;
 constexpr unsigned int kRoomSize = kDatagramSize + 1;  // shows which datagrams are too long
-constexpr unsigned int kSocketBuffer = 4 * 1024 * 1024;
-constexpr int kDatagramsPerPoll = 64;
-constexpr unsigned int kIdlePollMs = 20;
-constexpr unsigned int kPollMs = 1;
+constexpr int kDatagramsPerPass = 64;
 constexpr unsigned int kTickMs = 5;
 constexpr uint64_t kFramesPerHave = 32;
 constexpr unsigned int kMaxOffsets = 256;
-constexpr int kPortAttempts = 10;
 
 const NIVUR::BufferPool_Config& poolConfig() {
     static const NIVUR::BufferPool_Config config{{{kRoomSize, kWindow + 1}}};
@@ -43,36 +39,36 @@ const NIVUR::BufferPool_Config& poolConfig() {
 Receiver::Receiver(const std::string& path, unsigned int dropPercent, NIVUR::EventCenter& events)
     : Endpoint("recv", "sender", events),
       _pool(&poolConfig(), "datagrams received"),
-      _disk(path),
+      _disk(path, _loop, [this](const std::string& error) { onWritten(error); }),
       _dropper(dropPercent),
-      _reassembly(kWindow) {
-    _listener.setLogEnabled(false);
-    _udp.setLogEnabled(false);
+      _reassembly(kWindow) {}
+
+Receiver::~Receiver() {
+    _disk.stop();  // while there is a loop that takes its replies
+    stopLoop();
 }
 
 std::optional<Address> Receiver::start(const Address& at) {
-    bool listening = false;
-    for (int i = 0; !listening && i < kPortAttempts; ++i) {
-        listening = listen(at);
+    std::string error = _ports.open(at);
+    if (error.empty() && !watchPorts()) {
+        error = "cannot watch the sockets";
     }
-    if (!listening) {
-        end("cannot listen on " + at.text() + ": " + std::strerror(Socket::getError()));
+    if (!error.empty()) {
+        end(error);
         return std::nullopt;
     }
-    _udp.setBufLength(kSocketBuffer);
-    // A timer of no time runs in every pass of the loop.
-    _loop.addTimer(makeRunnable([this] { poll(); }), 0, true);
-    startLoops();
-    return Address{at.ip, _listener.port()};
+    const Address address{at.ip, _ports.listener().port()};
+    return startLoop() ? std::optional(address) : std::nullopt;
 }
 
-/// Takes the same port for both kinds of socket; which one the system chooses may be taken for the
-/// other kind.
-bool Receiver::listen(const Address& at) {
-    _listener.close();
-    _udp.close();
-    return _listener.create(at.ip, at.port) && _udp.create(at.ip, _listener.port()) &&
-           _listener.listen(8) && _listener.setBlocking(false) == 0 && _udp.setBlocking(false) == 0;
+bool Receiver::watchPorts() {
+    const auto onDatagrams = [this] { receiveDatagrams(); };
+    return watch(_ports.datagrams(), RunLoop::READABLE, onDatagrams) != 0 && watchListener();
+}
+
+bool Receiver::watchListener() {
+    _listening = watch(_ports.listener(), RunLoop::READABLE, [this] { welcome(); });
+    return _listening != 0;
 }
 
 void Receiver::dump() {
@@ -80,41 +76,31 @@ void Receiver::dump() {
     _disk.dump();
 }
 
-void Receiver::poll() {
-    if (hasEnded()) {
-        SystemUtil::sleep(kPollMs);
-        return;
-    }
-    const unsigned int waitMs = _accepted ? kPollMs : kIdlePollMs;
-    for (const Socket* socket : Socket::waitMultipleSocket({&_listener, &_udp}, waitMs)) {
-        if (socket == &_udp) {
-            receiveDatagrams();
-        } else {
-            welcome();
-        }
-    }
-    if (_accepted) {
-        passOn();
+void Receiver::welcome() {
+    auto socket = _ports.accept();
+    if (socket == nullptr) {
+        onNoConnection(Socket::getError());
+    } else if (!isConnected()) {
+        connect(std::move(socket));
+    } else {
+        const std::string line = toLine(makeRefusal("busy with another sender"));
+        socket->setLogEnabled(false);
+        socket->send(line.data(), static_cast<unsigned int>(line.size()), nullptr);
+        ++_turnedAway;
     }
 }
 
-void Receiver::welcome() {
-    std::unique_ptr<NIVUR::ClientSocket> socket(_listener.accept());
-    if (socket == nullptr) {
-        const int reason = Socket::getError();
-        if (!isConnected() && (reason == EMFILE || reason == ENFILE)) {
-            end("cannot take a connection: " + std::string(std::strerror(reason)));
-        }
+/// Without a descriptor for it, a connection keeps the listener ready. A receiver that is busy
+/// looks at the listener no more until it needs another sender.
+void Receiver::onNoConnection(int reason) {
+    if (reason != EMFILE && reason != ENFILE) {
         return;
     }
-    if (!isConnected()) {
-        connect(std::move(socket));
-        return;
+    if (isConnected()) {
+        _loop.removeWatch(std::exchange(_listening, 0));
+    } else {
+        end("cannot take a connection: " + std::string(std::strerror(reason)));
     }
-    const std::string line = toLine(makeRefusal("busy with another sender"));
-    socket->setLogEnabled(false);
-    socket->send(line.data(), static_cast<unsigned int>(line.size()), nullptr);
-    ++_turnedAway;
 }
 
 void Receiver::turnAway(const std::string& reason) {
@@ -123,21 +109,24 @@ void Receiver::turnAway(const std::string& reason) {
     send(makeRefusal("the sender " + reason));
     disconnect();
     ++_turnedAway;
+    if (_listening == 0) {
+        watchListener();
+    }
 }
 
 void Receiver::receiveDatagrams() {
     std::string ip;
     uint16_t port = 0;
-    for (int i = 0; i < kDatagramsPerPoll; ++i) {
+    for (int i = 0; i < kDatagramsPerPass; ++i) {
         if (!_datagram) {
             _datagram = _pool.getPoolBuffer(kRoomSize, nullptr);
         }
         unsigned int size = kRoomSize;
-        if (!_datagram || !_udp.recvfrom(ip, port, _datagram->data(), size)) {
+        if (!_datagram || !_ports.datagrams().recvfrom(ip, port, _datagram->data(), size)) {
             _ignored += i == 0 ? 1 : 0;  // there was one, without any bytes
-            return;
+            break;
         }
-        if (_accepted && _dropper.chooses()) {
+        if (_stage >= Stage::RECEIVING && _dropper.chooses()) {
             ++_dropped;
         } else if (isFrame(ip, size)) {
             _datagram->setUsedSize(size);
@@ -146,12 +135,13 @@ void Receiver::receiveDatagrams() {
             ++_ignored;
         }
     }
+    passOn();
 }
 
 /// Whether the datagram is a frame of this transfer, as far as can be told.
 bool Receiver::isFrame(const std::string& ip, unsigned int size) {
     const auto header = FrameHeader::read(_datagram->data(), size);
-    return _accepted && header && header->session == _session && ip == peer() &&
+    return _stage >= Stage::RECEIVING && header && header->session == _session && ip == peer() &&
            header->index < _layout.frames() && size == kHeaderSize + _layout.sizeOf(header->index);
 }
 
@@ -170,12 +160,23 @@ void Receiver::takeFrame() {
     }
 }
 
+void Receiver::onWritten(const std::string& error) {
+    if (!error.empty()) {
+        end(error);
+    } else {
+        passOn();
+    }
+}
+
 /// Gives the disk what is in order, as far as the disk has room. What it has no room for is not
 /// confirmed, which holds the sender back.
 void Receiver::passOn() {
+    if (_stage != Stage::RECEIVING || hasEnded()) {
+        return;
+    }
     while (const Buffer* const frame = _reassembly.first()) {
         if (!_disk.write(frame->data() + kHeaderSize, frame->usedSize() - kHeaderSize)) {
-            break;
+            break;  // onWritten() goes on
         }
         _reassembly.pop();
         progress();
@@ -184,7 +185,7 @@ void Receiver::passOn() {
         acknowledge();
     }
     if (!_checksum.empty() && _reassembly.base() == _layout.frames()) {
-        finish();
+        commit();
     }
 }
 
@@ -198,14 +199,7 @@ void Receiver::acknowledge() {
 }
 
 void Receiver::tick() {
-    if (hasEnded()) {
-        return;
-    }
-    const std::string error = _disk.error();
-    if (!error.empty()) {
-        end(error);
-        return;
-    }
+    _disk.flush();
     if (_acknowledged.base != _reassembly.base() || _acknowledged.taken != _reassembly.taken()) {
         acknowledge();
         Standing(_disk.written(), _layout.fileSize).send(_events, "moved");
@@ -224,10 +218,16 @@ void Receiver::askForMissing() {
     }
 }
 
-void Receiver::finish() {
+/// From here on only the disk can fail, and what becomes of the sender does not matter.
+void Receiver::commit() {
     acknowledge();
-    const std::string error = _disk.commit(_checksum);
-    if (error.empty()) {
+    expectNoProgress();
+    _stage = Stage::COMMITTING;
+    _disk.commit(_checksum, [this](const std::string& error) { onCommitted(error); });
+}
+
+void Receiver::onCommitted(const std::string& error) {
+    if (error.empty() && !hasEnded()) {
         Standing(_layout.fileSize, _layout.fileSize, details()).send(_events, "finished");
         Dictionary text = makeText("done");
         setNumber(text, "arrived", _layout.frames() + _duplicates);
@@ -244,11 +244,12 @@ std::string Receiver::details() const {
            " ignored\n  connections: " + std::to_string(_turnedAway) + " turned away\n";
 }
 
+/// A sender may send on before it has read that its offer is accepted.
 bool Receiver::handle(const std::string& type, const Dictionary& text) {
     if (type == "offer") {
-        return !_accepted && onOffer(text);
+        return _stage == Stage::WAITING && onOffer(text);
     }
-    return _accepted &&
+    return _stage != Stage::WAITING &&
            ((type == "index" && onIndex(text)) || (type == "finished" && onFinished(text)));
 }
 
@@ -262,19 +263,20 @@ bool Receiver::onOffer(const Dictionary& text) {
     if (!_layout.isValid()) {
         return false;
     }
-    const std::string error = _disk.open();
-    if (error.empty()) {
-        accept(printable(text.getString("name")));
-    } else {
-        end(error);
-    }
+    _stage = Stage::OPENING;
+    _disk.open([this, name = printable(text.getString("name"))](const std::string& error) {
+        error.empty() ? accept(name) : end(error);
+    });
     return true;
 }
 
 void Receiver::accept(const std::string& name) {
+    if (hasEnded()) {
+        return;
+    }
     std::random_device random;
     _session = uint64_t{random()} << 32 | random();
-    _accepted = true;
+    _stage = Stage::RECEIVING;
     progress();
     Standing(0, _layout.fileSize, "receiving " + name + " from " + peer() + "\n")
         .send(_events, "begun");
@@ -282,7 +284,8 @@ void Receiver::accept(const std::string& name) {
     setNumber(text, "session", _session);
     setNumber(text, "window", kWindow);
     send(text);
-    _loop.addTimer(makeRunnable([this] { tick(); }), kTickMs, true);
+    addTimer(kTickMs, true, [this] { tick(); });
+    passOn();
 }
 
 bool Receiver::onIndex(const Dictionary& text) {
@@ -296,17 +299,18 @@ bool Receiver::onIndex(const Dictionary& text) {
 
 bool Receiver::onFinished(const Dictionary& text) {
     _checksum = text.getString("checksum");
-    return !_checksum.empty() && getNumber(text, "size") == _layout.fileSize;
+    const bool valid = !_checksum.empty() && getNumber(text, "size") == _layout.fileSize;
+    if (valid) {
+        passOn();
+    }
+    return valid;
 }
 
-void Receiver::onLost(const std::string& deed) {
-    if (hasEnded()) {
-        return;
-    }
-    if (_accepted) {
-        Endpoint::onLost(deed);
-    } else {
-        turnAway(deed);
+void Receiver::onLost(const std::string& reason) {
+    if (_stage == Stage::WAITING) {
+        turnAway(reason);
+    } else if (_stage != Stage::COMMITTING) {
+        Endpoint::onLost(reason);
     }
 }
 

@@ -2,8 +2,6 @@
 #define MIRROR_RECEIVER_H
 
 #include <nivur/buffer_pool.h>
-#include <nivur/server_socket.h>
-#include <nivur/udp_socket.h>
 
 #include <cstdint>
 #include <memory>
@@ -15,6 +13,7 @@
 #include "dropper.h"
 #include "endpoint.h"
 #include "frame.h"
+#include "ports.h"
 #include "reassembly.h"
 
 namespace mirror {
@@ -25,7 +24,7 @@ class Receiver : public Endpoint {
   public:
     /// Drops `dropPercent` of the datagrams unseen, for trials.
     Receiver(const std::string& path, unsigned int dropPercent, NIVUR::EventCenter& events);
-    ~Receiver() override { stopLoops(); }
+    ~Receiver() override;
 
     /// Begins to listen, on TCP and UDP; where, or nothing when that fails: wait() tells why.
     std::optional<Address> start(const Address& at);
@@ -33,36 +32,41 @@ class Receiver : public Endpoint {
     void dump() override;
 
   private:
-    bool listen(const Address& at);
-    void poll();
+    enum class Stage { WAITING, OPENING, RECEIVING, COMMITTING };
+
+    bool watchPorts();
+    bool watchListener();
     void welcome();
+    void onNoConnection(int reason);
     void turnAway(const std::string& reason);
 
     void receiveDatagrams();
     bool isFrame(const std::string& ip, unsigned int size);
     void takeFrame();
+    void onWritten(const std::string& error);
     void passOn();
     void acknowledge();
     void tick();
     void askForMissing();
-    void finish();
+    void commit();
+    void onCommitted(const std::string& error);
     std::string details() const;
 
-    void accept(const std::string& name);
     bool handle(const std::string& type, const NIVUR::Dictionary& text) override;
     bool onOffer(const NIVUR::Dictionary& text);
+    void accept(const std::string& name);
     bool onIndex(const NIVUR::Dictionary& text);
     bool onFinished(const NIVUR::Dictionary& text);
-    void onLost(const std::string& deed) override;
+    void onLost(const std::string& reason) override;
 
-    NIVUR::ServerSocket _listener;
-    NIVUR::UDPSocket _udp;
+    Ports _ports;
+    long _listening = 0;  // the watch of the listener
     NIVUR::BufferPool _pool;
     DiskWriter _disk;
     Dropper _dropper;
 
     // Of the transfer.
-    bool _accepted = false;
+    Stage _stage = Stage::WAITING;
     FrameLayout _layout;
     uint64_t _session = 0;
     Reassembly _reassembly;

@@ -14,17 +14,17 @@
 
 using NIVUR::Buffer;
 using NIVUR::Dictionary;
-using NIVUR::makeRunnable;
+using NIVUR::RunLoop;
 using NIVUR::SharedPtr;
+using NIVUR::Socket;
 using NIVUR::SystemUtil;
 
 namespace mirror {
 
 namespace {
 
-constexpr unsigned int kTickMs = 1;
-constexpr unsigned int kConnectMs = 10;
-constexpr int kMaxAttempts = 500;
+constexpr unsigned int kAnnounceMs = 1;
+constexpr unsigned int kConnectMs = 5000;
 constexpr unsigned int kMaxWindow = 8192;
 
 const NIVUR::BufferPool_Config& poolConfig() {
@@ -46,8 +46,9 @@ void Sender::start(const Address& to) {
         end(error);
         return;
     }
-    _connectTimer = _loop.addTimer(makeRunnable([this] { attemptConnection(); }), kConnectMs, true);
-    startLoops();
+    if (startLoop()) {
+        post([this] { createSockets(); });
+    }
 }
 
 std::string Sender::open() {
@@ -64,30 +65,45 @@ std::string Sender::open() {
     return _layout.isValid() ? "" : _path + " is too large";
 }
 
-/// Connects without blocking: the call is repeated until it says how the connection went.
+void Sender::createSockets() {
+    _connecting = std::make_unique<NIVUR::ClientSocket>();
+    _connecting->setLogEnabled(false);
+    _udp.setLogEnabled(false);
+    if (_connecting->create(_to.anyLocal(), 0) && _connecting->setBlocking(false) == 0 &&
+        _udp.create(_to.anyLocal(), 0) && _udp.setBlocking(false) == 0) {
+        attemptConnection();
+    } else {
+        failToConnect(Socket::getError());
+    }
+}
+
+/// Connects without blocking: the same call begins it and, once the socket is writable, says how it
+/// went.
 void Sender::attemptConnection() {
-    if (hasEnded()) {
-        return;
-    }
-    bool created = true;
-    if (_connecting == nullptr) {
-        _connecting = std::make_unique<NIVUR::ClientSocket>();
-        _connecting->setLogEnabled(false);
-        _udp.setLogEnabled(false);
-        created = _connecting->create(_to.anyLocal(), 0) && _udp.create(_to.anyLocal(), 0) &&
-                  _connecting->setBlocking(false) == 0;
-    }
-    if (created && _connecting->connect(_to.ip, _to.port)) {
+    if (_connecting->connect(_to.ip, _to.port)) {
+        _loop.removeWatch(_connectWatch);
         _loop.stopTimer(_connectTimer);
         offer();
         return;
     }
-    const int reason = NIVUR::Socket::getError();
-    const bool underWay = created && (reason == EINPROGRESS || reason == EALREADY);
-    if (!underWay || ++_attempts == kMaxAttempts) {
-        end("cannot connect to " + _to.text() + ": " +
-            std::strerror(underWay ? ETIMEDOUT : reason));
+    const int reason = Socket::getError();
+    if (reason == EINPROGRESS) {
+        awaitConnection();
+    } else if (reason != EALREADY) {
+        failToConnect(reason);
     }
+}
+
+void Sender::awaitConnection() {
+    _connectTimer = addTimer(kConnectMs, false, [this] { failToConnect(ETIMEDOUT); });
+    _connectWatch = watch(*_connecting, RunLoop::WRITABLE, [this] { attemptConnection(); });
+    if (_connectWatch == 0) {
+        failToConnect(EMFILE);  // the loop has no descriptors of its own
+    }
+}
+
+void Sender::failToConnect(int reason) {
+    end("cannot connect to " + _to.text() + ": " + std::strerror(reason));
 }
 
 void Sender::offer() {
@@ -120,7 +136,6 @@ bool Sender::onAccept(const Dictionary& text) {
     _maxWindow = std::min<uint64_t>(*window, kMaxWindow);
     progress();
     Standing(0, _layout.fileSize).send(_events, "begun");
-    _loop.addTimer(makeRunnable([this] { tick(); }), kTickMs, true);
     if (_layout.frames() == 0) {
         sayFinished();
     }
@@ -128,19 +143,13 @@ bool Sender::onAccept(const Dictionary& text) {
     return true;
 }
 
-/// Tells the receiver how many frames it should see once no more may be sent for now: it cannot
-/// miss the last ones otherwise.
-void Sender::tick() {
-    if (hasEnded()) {
-        return;
-    }
-    sendFrames();
-    if (_announced != _window.next() && !hasEnded()) {
-        _announced = _window.next();
-        Dictionary text = makeText("index");
-        setNumber(text, "sent", _announced);
-        send(text);
-    }
+/// Tells the receiver how many frames it should see: it cannot miss the last ones otherwise.
+void Sender::announce() {
+    _announceTimer = 0;
+    _announced = _window.next();
+    Dictionary text = makeText("index");
+    setNumber(text, "sent", _announced);
+    send(text);
 }
 
 void Sender::sendFrames() {
@@ -153,11 +162,14 @@ void Sender::sendFrames() {
             sayFinished();
         }
     }
+    if (_announced != _window.next() && _announceTimer == 0) {
+        _announceTimer = addTimer(kAnnounceMs, false, [this] { announce(); });
+    }
 }
 
 bool Sender::mayAddFrame() const {
-    return _window.next() < _layout.frames() && _window.next() - _window.base() < _maxWindow &&
-           _window.onTheWay() < _pace.limit();
+    return _roomWatch == 0 && _window.next() < _layout.frames() &&
+           _window.next() - _window.base() < _maxWindow && _window.onTheWay() < _pace.limit();
 }
 
 bool Sender::readFrame() {
@@ -169,17 +181,37 @@ bool Sender::readFrame() {
     }
     datagram->setUsedSize(kHeaderSize + size);
     _checksum.add(datagram->data() + kHeaderSize, size);
-    transmit(*datagram, index);
     _window.add(std::move(datagram), SystemUtil::getCPUTimeInMicroseconds());
+    transmit(index);
     return true;
 }
 
-/// A datagram that the system refuses is as good as lost on the way, and asked for again.
-void Sender::transmit(const Buffer& datagram, uint64_t index) {
+/// A datagram that the system refuses for other reasons than lack of room is as good as lost on the
+/// way, and asked for again.
+void Sender::transmit(uint64_t index) {
+    const Buffer& datagram = *_window.find(index);
     FrameHeader{_session, SystemUtil::getCPUTimeInMicroseconds(), static_cast<uint32_t>(index)}
         .write(datagram.data());
-    _udp.sendto(_to.ip, _to.port, datagram.data(), datagram.usedSize(), nullptr);
-    ++_datagrams;
+    if (!_udp.sendto(_to.ip, _to.port, datagram.data(), datagram.usedSize(), nullptr) &&
+        Socket::getError() == EAGAIN) {
+        pause(index);
+    } else {
+        ++_datagrams;
+    }
+}
+
+/// Sends nothing until the system has room for another datagram.
+void Sender::pause(uint64_t index) {
+    _refused = index;
+    _roomWatch = watch(_udp, RunLoop::WRITABLE, [this] { resume(); });
+}
+
+void Sender::resume() {
+    _loop.removeWatch(std::exchange(_roomWatch, 0));
+    if (_window.find(_refused) != nullptr) {
+        transmit(_refused);
+    }
+    sendFrames();
 }
 
 void Sender::sayFinished() {
@@ -231,15 +263,16 @@ bool Sender::onMissing(const Dictionary& text) {
     return true;
 }
 
-/// Sends a frame again, unless it has arrived meanwhile or can still be on its way.
+/// Sends a frame again, unless it has arrived meanwhile, can still be on its way, or would have to
+/// wait for room: then it is asked for once more.
 void Sender::sendAgain(uint64_t index) {
     const Buffer* const datagram = _window.find(index);
-    if (datagram == nullptr) {
+    if (datagram == nullptr || _roomWatch != 0) {
         return;
     }
     const uint64_t sentUs = FrameHeader::read(datagram->data(), datagram->usedSize())->sentUs;
     if (SystemUtil::getCPUTimeInMicroseconds() - sentUs >= _pace.roundTripUs()) {
-        transmit(*datagram, index);
+        transmit(index);
         _pace.lost();
         ++_sentAgain;
     }

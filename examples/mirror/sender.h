@@ -23,20 +23,25 @@ namespace mirror {
 class Sender : public Endpoint {
   public:
     Sender(std::string path, NIVUR::EventCenter& events);
-    ~Sender() override { stopLoops(); }
+    ~Sender() override { stopLoop(); }
 
     /// Begins to send to that receiver. What goes wrong, wait() tells.
     void start(const Address& to);
 
   private:
     std::string open();
+    void createSockets();
     void attemptConnection();
+    void awaitConnection();
+    void failToConnect(int reason);
     void offer();
-    void tick();
+    void announce();
     void sendFrames();
     bool mayAddFrame() const;
     bool readFrame();
-    void transmit(const NIVUR::Buffer& datagram, uint64_t index);
+    void transmit(uint64_t index);
+    void pause(uint64_t index);
+    void resume();
     void sendAgain(uint64_t index);
     void sayFinished();
     std::string details() const;
@@ -52,8 +57,8 @@ class Sender : public Endpoint {
     NIVUR::BufferPool _pool;
     NIVUR::UDPSocket _udp;
     std::unique_ptr<NIVUR::ClientSocket> _connecting;
+    long _connectWatch = 0;
     long _connectTimer = 0;
-    int _attempts = 0;
 
     std::ifstream _file;
     FrameLayout _layout;
@@ -63,7 +68,10 @@ class Sender : public Endpoint {
     SendWindow _window;
     Pace _pace;
     uint64_t _announced = 0;
-    uint64_t _echoUs = 0;  // when the last frame was sent that is known to have arrived
+    long _announceTimer = 0;
+    uint64_t _refused = 0;  // the frame for which there was no room
+    long _roomWatch = 0;    // until there is
+    uint64_t _echoUs = 0;   // when the last frame was sent that is known to have arrived
 
     uint64_t _datagrams = 0;
     uint64_t _lost = 0;
