@@ -24,8 +24,8 @@ class DiskWriter : public NIVUR::NoCopyable {
     /// `onWritten` is told of each piece that the disk has taken: there may be room again.
     DiskWriter(const std::string& path, NIVUR::RunLoop& owner, Reply onWritten);
 
-    /// Waits for the disk to end what it is doing. Any thread; nothing is replied any more, and the
-    /// owner's loop must be running or have no task that replies.
+    /// Waits for the disk to end what it is doing, and stops its loop. The owner's loop, which has
+    /// to take the last replies, is stopped after it and before this object is destroyed.
     void stop() { _loop.stop(); }
 
     /// Makes the file.
