@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <utility>
@@ -29,15 +30,16 @@ int niceValue(Thread::ThreadPriority priority) {
     }
 }
 
-// Tells a thread from itself also when its task has ended, in the destructors of its thread-locals.
-thread_local const void* runOfThisThread = nullptr;
-
 }  // namespace
 
 struct Thread::Run {
+    /// Whether the caller is this thread, which it may also be in the destructors of its
+    /// thread-locals. The handle of a joined thread may be another's by now.
+    bool isCaller() const { return !joined && ::pthread_equal(handle, ::pthread_self()) != 0; }
+
     pthread_t handle{};
+    std::atomic<bool> joined{false};  // written with `joining` held
     Mutex joining;  // held during the join: whoever else waits for this thread waits here
-    bool joined NIVUR_GUARDED_BY(joining) = false;
 };
 
 Thread::Thread() = default;
@@ -72,7 +74,7 @@ int Thread::launch(std::unique_ptr<Runnable>& task, const std::string& name,
     for (;;) {
         const std::shared_ptr<Run> ended = waitForEndedRun();
         AutoLock lock(_mutex);
-        if (_started || (_thread != nullptr && _thread.get() == runOfThisThread)) {
+        if (_started || (_thread != nullptr && _thread->isCaller())) {
             runningName = _name;
             return kAlreadyStarted;
         }
@@ -125,7 +127,7 @@ std::shared_ptr<Thread::Run> Thread::waitForEndedRun() {
 }
 
 void Thread::waitForRun(const std::shared_ptr<Run>& run) {
-    if (run == nullptr || run.get() == runOfThisThread) {
+    if (run == nullptr || run->isCaller()) {
         return;  // a thread cannot join itself: the next start, wait or destructor does it
     }
     int error = 0;
@@ -168,7 +170,6 @@ void* Thread::threadProc(void* thread) {
 
 void Thread::runTask() {
     _mutex.lock();
-    runOfThisThread = _thread.get();
     _threadID = getCurrentThreadID();
     const char* const name = _name.c_str();  // stays as long as the thread runs
     setThreadName(name);
