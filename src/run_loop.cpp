@@ -32,16 +32,22 @@ bool RunLoop::State::post(std::unique_ptr<Runnable> task, bool highPriority) {
 
 RunLoop::State::Refusal RunLoop::State::postNormal(std::unique_ptr<Runnable>& task) {
     _posted.fetch_add(1, std::memory_order_relaxed);
-    switch (_intake.add(task)) {
-        case Intake::ADDED:
-            return Refusal::NONE;  // the task may have run, and ended the loop
-        case Intake::ADDED_ASLEEP:
-            signal();
-            return Refusal::NONE;
-        default:
+    for (;;) {
+        switch (_intake.add(task)) {
+            case Intake::ADDED:
+                return Refusal::NONE;  // the task may have run, and ended the loop
+            case Intake::ADDED_ASLEEP:
+                signal();
+                return Refusal::NONE;
+            default:
+                break;
+        }
+        const Refusal refusal = getRefusal();
+        if (refusal != Refusal::NONE) {
             _posted.fetch_sub(1, std::memory_order_relaxed);
-            // Closed although the thread runs: start() has not opened it yet.
-            return getRefusal() == Refusal::STOPPING ? Refusal::STOPPING : Refusal::NOT_RUNNING;
+            return refusal;
+        }
+        openIntake();  // the loop's thread has started and not yet come to it
     }
 }
 
@@ -106,10 +112,7 @@ bool RunLoop::start(Thread::ThreadPriority priority) {
         state.dropItems(dropped);
     }
     using LoopProc = Functor0<State, void (State::*)()>;
-    const bool started =
-        state._thread.start(new LoopProc(&state, &State::runLoopProc), state._name, priority);
-    state.openIntake();  // which the loop's thread may not have done yet
-    return started;
+    return state._thread.start(new LoopProc(&state, &State::runLoopProc), state._name, priority);
 }
 
 void RunLoop::stop() {

@@ -59,8 +59,8 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     /// the task, and what the task did to a poster that waited. REQUIRES: item is not null.
     void postItem(Runnable* item, bool highPriority, bool wait);
 
-    /// The number of posted tasks that the loop has not begun, for a producer that must not run
-    /// ahead: exact when nobody is posting, and never in need of a lock.
+    /// The number of posted tasks that the loop has not taken to run, for a producer that must not
+    /// run ahead: exact when nobody is posting, and never in need of a lock.
     size_t queuedTasks() const;
 
     /// Adds a timer that runs its task `interval` milliseconds from now, once, or with `repeat`

@@ -46,7 +46,7 @@ class NIVUR_EXPORT Thread : public NoCopyable {
     void stop();
 
     /// True when the running task was asked to end.
-    bool isStopping() const { return _stopping; }
+    bool isStopping() const;
 
     /// Waits until the thread, if there is one, has ended. On the thread itself it returns at once.
     void waitForStop();

@@ -411,6 +411,26 @@ TEST(SystemCalls, MayFail) {
     std::printf("%d calls failed\n", faults::Call::injected.load());
 }
 
+TEST(Memory, MayRunOutForTheFirstWatchOfASleepingLoop) {
+    World w;
+    for (int skipped = 0; skipped < 10; ++skipped) {
+        RunLoop loop("loop");
+        ASSERT_TRUE(loop.start());
+        loop.postItem(makeRunnable([] {}), false, true);
+        SystemUtil::sleep(1);
+        auto* const task = new Counted;
+        try {
+            const faults::Memory fault("memory", 0, skipped);
+            loop.addWatch(w.udp.descriptor(), RunLoop::WRITABLE, task);
+        } catch (const std::bad_alloc&) {
+        }
+        Semaphore ran;
+        loop.addWatch(w.udp.descriptor(), RunLoop::WRITABLE, makeRunnable([&] { ran.notify(); }));
+        EXPECT_EQ(ran.wait(20000), 0) << skipped;
+        loop.stop();
+    }
+}
+
 TEST(MonotonicClock, MayFailUnderALoopWithoutMakingItSpinOrHang) {
     RunLoop loop("loop");
     ASSERT_TRUE(loop.start());

@@ -168,6 +168,33 @@ TEST_F(RunLoopTest, StopAndSecondStartDropWhatIsQueuedAndReleasePosters) {
     }
 }
 
+TEST_F(RunLoopTest, StopLetsASleepingLoopRunOnceMoreAndDropsTheRestInOrder) {
+    int ran = 0;
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_TRUE(loop.start());
+        drain();
+        SystemUtil::sleep(2);  // it is asleep by now, as a rule
+        round % 2 == 0 ? (void)timer(0, false, [&] { ++ran; }) : post([&] { ++ran; });
+        loop.stop();
+    }
+    EXPECT_GE(ran, 10);
+    ASSERT_TRUE(loop.start());
+    block();
+    const auto wordAtEnd = [this](const char* text) {
+        return [end = atDestruction(word(text))] {};
+    };
+    post(wordAtEnd("normal"));
+    post(wordAtEnd("high"), nullptr, true);
+    timer(kNever, true, wordAtEnd("timer"));
+    std::thread stopper([&] { loop.stop(); });
+    do {
+        post([] {});
+    } while (log.take().empty());
+    release();
+    stopper.join();
+    EXPECT_EQ(trace.text, "timer high normal");
+}
+
 TEST_F(RunLoopTest, TaskDestructorsMayCallTheLoop) {
     const auto caller = [this] {
         return [end = atDestruction([this] {
@@ -282,6 +309,25 @@ TEST_F(RunLoopTest, TimersOfOneBatchMayRemoveEachOtherAndTheTaskOfThePass) {
     }
     EXPECT_EQ(trace.text, "first last first");
     EXPECT_EQ(token.use_count(), 1);
+}
+
+TEST_F(RunLoopTest, DestructorsOfOneBatchMayRemoveWhatFollows) {
+    int x = 0;
+    for (const bool byCancel : {false, true}) {
+        long second = 0;
+        const auto remove = [&] {
+            byCancel ? loop.cancelTasksForObject(&x) : loop.stopTimer(second);
+        };
+        timer(0, false, [end = atDestruction(remove)] {});
+        second = timer(
+            0, false, [] { ADD_FAILURE(); }, &x);
+        timer(0, false, word("third"));
+        SystemUtil::sleep(2);
+        ASSERT_TRUE(loop.start());
+        drain();
+        loop.stop();
+    }
+    EXPECT_EQ(trace.text, "third third");
 }
 
 TEST_F(RunLoopTest, RepeatingTimersTakeTurnsAndTasksStillRun) {

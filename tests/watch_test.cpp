@@ -171,9 +171,9 @@ TEST_F(WatchTest, TasksOfOnePassMayRemoveThemselvesEachOtherAndTheLoop) {
     EXPECT_EQ(token.use_count(), 1);
     EXPECT_NE(log.take().at(0).find("\r _watches.size: 1\r _watches : \r\t"), std::string::npos);
 
-    watch(descriptor, [&, token] { ++runs, loop.stop(); });
     watch(descriptor, [token] {});
     loop.addTimer(makeRunnable([token] {}), 3600 * 1000, false);
+    watch(descriptor, [&, token] { ++runs, loop.stop(); });
     while (runs == 1)
         std::this_thread::yield();
     loop.stop();
@@ -186,6 +186,50 @@ TEST_F(WatchTest, TasksOfOnePassMayRemoveThemselvesEachOtherAndTheLoop) {
     EXPECT_GT(kept, ids[2]);
     loop.stop();
     EXPECT_EQ(token.use_count(), 2);
+}
+
+// As when a connection ends in the task of one of its watches, with the last reference to it.
+TEST_F(WatchTest, DestructorOfAWatchsTaskMayRemoveTheNextWatch) {
+    for (const bool byCancel : {false, true}) {
+        Ends ends;
+        ends.send();
+        long first = 0, second = 0;
+        const auto remove = [&] {
+            byCancel ? loop.cancelTasksForObject(&ends) : loop.removeWatch(second);
+        };
+        std::shared_ptr<void> last(nullptr, [&](void*) { remove(); });
+        first = watch(ends.ends[0], [&, held = std::move(last)] { loop.removeWatch(first); });
+        second = watch(
+            ends.ends[0], [] { ADD_FAILURE(); }, RunLoop::WRITABLE, &ends);
+        ASSERT_TRUE(loop.start());
+        poll();
+        loop.stop();
+    }
+}
+
+// Another watch keeps the descriptor registered all the while.
+TEST_F(WatchTest, NewWatchDoesNotRunOnWhatWasFetchedForAnOldOne) {
+    Ends ends;
+    watch(ends.ends[0], [] {});
+    ASSERT_TRUE(loop.start());
+    std::atomic<int> wrong{0};
+    const uint64_t end = SystemUtil::getCPUTime() + 500;
+    for (int rounds = 0; SystemUtil::getCPUTime() < end; ++rounds) {
+        const long old = watch(
+            ends.ends[0], [] {}, RunLoop::WRITABLE);
+        for (volatile int pause = rounds % 64 * 50; pause > 0; pause = pause - 1) {
+        }
+        loop.removeWatch(old);
+        ends.fill();
+        const long fresh = watch(
+            ends.ends[0], [&] { ++wrong; }, RunLoop::WRITABLE);
+        poll();
+        loop.removeWatch(fresh);
+        std::array<char, 65536> taken{};
+        while (read(ends.ends[1], taken.data(), taken.size()) > 0) {
+        }
+    }
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST_F(WatchTest, WhatCannotBeWatchedIsRefused) {

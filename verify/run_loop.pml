@@ -113,32 +113,15 @@ inline dropAll(watches) {
 
 proctype Loop() {
     byte task;
-    bool event, now, signalled, mark;
+    bool busy, event, now, signalled, mark;
 
     open();
     do
     :: stopping -> break
     :: else ->
-        atomic {  /* a pass */
-            lock();
-            if
-            :: high != 0 -> task = high; high = 0
-            :: else -> drain(); task = items; items = 0
-            fi;
-            if
-            :: event && watched -> watchRan = true; ready = false
-            :: else
-            fi;
-            event = false;
-            unlock()
-        }
         atomic {
             if
-            :: task != 0 ->
-                assert((ran & task) == 0);
-                ran = ran | task;
-                task = 0;
-                goto next
+            :: busy -> goto pass
             :: else
             fi;
 #ifndef WITHOUT_PLACE_FIRST
@@ -152,7 +135,7 @@ proctype Loop() {
         atomic {
             if
             :: head == EMPTY -> head = ASLEEP
-            :: else -> goto next
+            :: else -> goto pass
             fi
         }
 #ifdef WITHOUT_PLACE_FIRST
@@ -187,7 +170,25 @@ proctype Loop() {
             fi
         }
 #endif
-next:   skip
+pass:   atomic {  /* it runs one task and the watch */
+            lock();
+            if
+            :: high != 0 -> task = high; high = 0
+            :: else -> drain(); task = items; items = 0
+            fi;
+            if
+            :: event && watched -> watchRan = true; ready = false
+            :: else
+            fi;
+            event = false;
+            unlock()
+        }
+        atomic {
+            assert((ran & task) == 0);
+            ran = ran | task;
+            busy = (task != 0);
+            task = 0
+        }
     od;
 #ifndef WITHOUT_DROP_AT_EXIT
     dropAll(true);
@@ -234,22 +235,27 @@ inline start() {
         :: else
         fi
     }
-    open()
 }
 
 proctype Poster() {
     byte before;
+again:
     atomic {
         touch();
         before = head;
         if
-        :: before == CLOSED -> refused = refused | NORMAL
+        :: before == CLOSED
         :: before == ASLEEP || before == EMPTY -> head = NORMAL
         :: else -> head = head | NORMAL
         fi
     }
     if
     :: before == ASLEEP -> signal()
+    :: before == CLOSED ->  /* perhaps the loop's thread has not come to opening it */
+        if
+        :: started && !stopping -> open(); goto again
+        :: else -> refused = refused | NORMAL
+        fi
 #ifdef WITHOUT_HANDS_OFF
     :: before == EMPTY -> atomic { takeMark(before) }
 #endif

@@ -42,23 +42,28 @@ void RunLoop::State::addTimer(std::unique_ptr<Timer>& timer) {
     (void)timer.release();
 }
 
-/// Registers a watch, which is then the loop's: 0 and its id, or an error number.
+/// Registers a watch, which is then the loop's: 0 and its id, or an error number. The first one
+/// that can be watched brings the poller; before, and when memory is exhausted, nothing is changed.
 int RunLoop::State::addWatch(std::unique_ptr<Watch>& watch, long& id) {
+    std::unique_ptr<WatchList> made;
     if (_watches == nullptr) {
         auto poller = Poller::create();
         if (poller == nullptr) {
             return errno;
         }
-        Poller* const created = poller.get();
-        _watches = std::make_unique<WatchList>(std::move(poller));
-        _poller = created;
+        made = std::make_unique<WatchList>(std::move(poller));
     }
-    _readyWatches.reserve(_watches->size() + 1);
-    const int error = _watches->add(*watch);
-    if (error == 0) {
-        id = watch.release()->_id;
+    WatchList& watches = made != nullptr ? *made : *_watches;
+    _readyWatches.reserve(watches.size() + 1);
+    if (const int error = watches.add(*watch)) {
+        return error;
     }
-    return error;
+    id = watch.release()->_id;
+    if (made != nullptr) {
+        _poller = &made->poller();
+        _watches = std::move(made);
+    }
+    return 0;
 }
 
 void RunLoop::State::countTaken(size_t count) {
@@ -129,8 +134,8 @@ bool RunLoop::State::dropAll() {
     AutoLock lock(_mutex);
     const auto all = [](Source& /*source*/) { return true; };
     const auto drop = [&dropped](Source& source) { source.drop(dropped); };
-    dropItems(dropped);
     _timers.removeIf(all, drop);
+    dropItems(dropped);
     if (_watches != nullptr) {
         _watches->removeIf(all, drop);
     }
@@ -140,10 +145,11 @@ bool RunLoop::State::dropAll() {
 void RunLoop::State::runLoopProc() {
     _loopThread = std::this_thread::get_id();
     openIntake();
-    while (!_thread.isStopping()) {
-        if (!runPass()) {
+    for (bool busy = false; !_thread.isStopping();) {
+        if (!busy) {
             sleep();
         }
+        busy = runPass();  // also after a sleep that stop() ended, for what was added before it
     }
     Log::log("NIVUR", LOG_DEBUG, "thread %s break loop!", _name.c_str());
     {
@@ -228,13 +234,14 @@ void RunLoop::State::collectDueTimers() {
 }
 
 void RunLoop::State::collectReadyWatches() {
-    for (size_t i = 0; i < _events; ++i) {
-        _watches->collect(_poller.load()->event(i), _readyWatches);
+    bool askAgain = !_watching;  // soon: of earlier passes none has counted
+    for (; _events > 0; --_events) {
+        askAgain =
+            !_watches->collect(_poller.load()->event(_events - 1), _readyWatches) || askAgain;
     }
-    if (_events > 0) {
-        _readyWatches.sort();
-        _passesSinceEvents = 0;
-        _events = 0;
+    _readyWatches.sort();
+    if (askAgain) {
+        _passesSinceEvents = kPassesPerPoll;
     }
     _watching = !_watches->empty();
 }
@@ -262,17 +269,30 @@ void RunLoop::State::runBatch(Batch<Kind> State::*batch) {
 /// Drops the source that has run, and gives the next one of the batch, held until it has run.
 template <class Kind>
 Kind* RunLoop::State::next(Batch<Kind> State::*batch, Kind* finished) {
-    TaskQueue dropped;
-    AutoLock lock(_mutex);
-    Batch<Kind>& sources = this->*batch;
-    if (finished != nullptr) {
-        if (sources.first() == finished) {  // unless its task has removed it
-            sources.removeFirst();
+    {
+        TaskQueue dropped;
+        AutoLock lock(_mutex);
+        if (finished != nullptr) {
+            Batch<Kind>& sources = this->*batch;
+            if (sources.first() == finished) {  // unless its task has removed it
+                sources.removeFirst();
+                finished->drop(dropped);
+            }
             finished->drop(dropped);
+            _runningSource = nullptr;
         }
-        finished->drop(dropped);
+        if (dropped.empty()) {
+            return begin(this->*batch);
+        }
     }
-    Kind* const first = sources.first();
+    AutoLock lock(_mutex);  // again: the destructor of what has run may have removed others
+    return begin(this->*batch);
+}
+
+/// The first source of a batch, or null, marked as running.
+template <class Kind>
+Kind* RunLoop::State::begin(Batch<Kind>& batch) {
+    Kind* const first = batch.first();
     if (first != nullptr) {
         first->hold();
     }

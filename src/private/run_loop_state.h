@@ -101,6 +101,8 @@ struct RunLoop::State : public NoCopyable {
     void runBatch(Batch<Kind> State::*batch);
     template <class Kind>
     Kind* next(Batch<Kind> State::*batch, Kind* finished);
+    template <class Kind>
+    Kind* begin(Batch<Kind>& batch) NIVUR_REQUIRES(_mutex);
     void runTask();
     void passGate(bool open);
     Gate::Waiter* letThrough() NIVUR_REQUIRES(_mutex);

@@ -1,6 +1,7 @@
 #include "private/watch_list.h"
 
 #include <cerrno>
+#include <climits>
 
 namespace NIVUR {
 
@@ -17,21 +18,22 @@ unsigned int readinessOf(const Watch* oldest) {
     return all;
 }
 
-uint32_t tagOf(const Watch& oldest) {
-    return static_cast<uint32_t>(oldest._id);
-}
-
 }  // namespace
 
 int WatchList::add(Watch& watch) {
+    if (_lastId == LONG_MAX) {
+        return EOVERFLOW;
+    }
     const int descriptor = watch._descriptor;
     watch._id = _lastId + 1;
-    Watch*& oldest = _byDescriptor[descriptor];
+    Registration& registration = _byDescriptor[descriptor];
     _byId.emplace(watch._id, &watch);
-    const bool known = oldest != nullptr;
-    append(oldest, watch);
-    if (known ? _poller->change(descriptor, readinessOf(oldest), tagOf(*oldest))
-              : _poller->add(descriptor, readinessOf(oldest), tagOf(*oldest))) {
+    const bool known = registration.oldest != nullptr;
+    append(registration.oldest, watch);
+    registration.tag = ++_lastTag;
+    const unsigned int readiness = readinessOf(registration.oldest);
+    if (known ? _poller->change(descriptor, readiness, registration.tag)
+              : _poller->add(descriptor, readiness, registration.tag)) {
         ++_lastId;
         return 0;
     }
@@ -52,22 +54,24 @@ void WatchList::remove(Watch& watch) {
     if (entry == _byDescriptor.end()) {
         _poller->remove(descriptor);
     } else {
-        _poller->change(descriptor, readinessOf(entry->second), tagOf(*entry->second));
+        Registration& registration = entry->second;
+        registration.tag = ++_lastTag;
+        _poller->change(descriptor, readinessOf(registration.oldest), registration.tag);
     }
 }
 
-void WatchList::collect(const Poller::Event& event, Batch<Watch>& ready) const {
+bool WatchList::collect(const Poller::Event& event, Batch<Watch>& ready) const {
     const auto entry = _byDescriptor.find(event.descriptor);
-    if (entry == _byDescriptor.end() || entry->second == nullptr ||
-        tagOf(*entry->second) != event.tag) {
-        return;  // removed since the event was fetched
+    if (entry == _byDescriptor.end() || entry->second.tag != event.tag) {
+        return false;
     }
-    for (Watch* watch = entry->second; watch != nullptr; watch = watch->_nextOfDescriptor) {
+    for (Watch* watch = entry->second.oldest; watch != nullptr; watch = watch->_nextOfDescriptor) {
         if ((watch->_readiness & event.readiness) != 0U) {
             watch->hold();
             ready.add(*watch);
         }
     }
+    return true;
 }
 
 void WatchList::append(Watch*& oldest, Watch& watch) {
@@ -89,8 +93,8 @@ void WatchList::unlink(Watch*& oldest, const Watch& watch) {
 /// Takes the watch out of both indexes.
 void WatchList::forget(Watch& watch) {
     const auto entry = _byDescriptor.find(watch._descriptor);
-    unlink(entry->second, watch);
-    if (entry->second == nullptr) {
+    unlink(entry->second.oldest, watch);
+    if (entry->second.oldest == nullptr) {
         _byDescriptor.erase(entry);
     }
     _byId.erase(watch._id);

@@ -30,8 +30,10 @@ class WatchList : public NoCopyable {
     bool empty() const { return _byId.empty(); }
     size_t size() const { return _byId.size(); }
 
+    platform::Poller& poller() const { return *_poller; }
+
     /// Gives the watch its id and registers it: 0, or the error number for what cannot be watched.
-    /// When memory is exhausted nothing is changed.
+    /// When memory is exhausted no watch is changed.
     int add(Watch& watch);
 
     /// A watch with this id, or null.
@@ -52,7 +54,8 @@ class WatchList : public NoCopyable {
     }
 
     /// Adds the watches that an event is for to a batch, which has room for all, and holds them.
-    void collect(const platform::Poller::Event& event, Batch<Watch>& ready) const;
+    /// False when the descriptor's watches have changed since the event was fetched.
+    bool collect(const platform::Poller::Event& event, Batch<Watch>& ready) const;
 
     template <class Visitor>
     void forEach(Visitor visit) const {
@@ -62,14 +65,20 @@ class WatchList : public NoCopyable {
     }
 
   private:
+    struct Registration {
+        Watch* oldest = nullptr;
+        uint32_t tag = 0;
+    };
+
     static void append(Watch*& oldest, Watch& watch);
     static void unlink(Watch*& oldest, const Watch& watch);
     void forget(Watch& watch);
 
     const std::unique_ptr<platform::Poller> _poller;
     std::map<long, Watch*> _byId;
-    std::unordered_map<int, Watch*> _byDescriptor;
+    std::unordered_map<int, Registration> _byDescriptor;
     long _lastId = 0;
+    uint32_t _lastTag = 0;
 };
 
 }  // namespace NIVUR

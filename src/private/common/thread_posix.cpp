@@ -144,6 +144,10 @@ void Thread::waitForRun(const std::shared_ptr<Run>& run) {
     }
 }
 
+bool Thread::isStopping() const {
+    return _stopping;
+}
+
 std::string Thread::getName() const {
     AutoLock lock(_mutex);
     return _name;
