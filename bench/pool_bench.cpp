@@ -29,7 +29,10 @@ class NivurPool {
     static std::string name() { return "nivur"; }
     explicit NivurPool(unsigned int count) : _config{{{kBufferSize, count}}} {}
     Taken take() { return _pool.getPoolBuffer(kBufferSize, nullptr); }
-    static char* data(const Taken& buffer) { return buffer->data(); }
+    static void use(const Taken& buffer) {
+        *buffer->data() = 1;
+        buffer->setUsedSize(1);
+    }
 
   private:
     NIVUR::BufferPool_Config _config;
@@ -42,7 +45,7 @@ class PlainPool : public Memory {
     using Taken = Piece<Memory>;
     explicit PlainPool(unsigned int) {}
     Taken take() { return Taken(Memory::get(), {this}); }
-    static char* data(const Taken& piece) { return piece.get(); }
+    static void use(const Taken& piece) { *piece = 1; }
 };
 
 struct Malloc {
@@ -72,18 +75,6 @@ struct BoostPool {
     boost::pool<> pool{kBufferSize};
 };
 
-/// What a set that all threads share costs, if it is locked for each step, before it does anything.
-struct TwoLocks {
-    static std::string name() { return "two locks"; }
-    char* get() {
-        static thread_local char data;
-        const std::lock_guard lock(mutex);
-        return &data;
-    }
-    void giveBack(char* /*data*/) { const std::lock_guard lock(mutex); }
-    std::mutex mutex;
-};
-
 /// Takes one and gives it back, with half of the pool in use elsewhere.
 template <class Pool>
 void measure(State& state, unsigned int count) {
@@ -99,7 +90,7 @@ void measure(State& state, unsigned int count) {
     }
     repeat(state, 1000, [&] {
         const auto taken = pool->take();
-        *Pool::data(taken) = 1;
+        Pool::use(taken);
         benchmark::ClobberMemory();
     });
     setItems(state, 1000);
@@ -108,9 +99,7 @@ void measure(State& state, unsigned int count) {
 }  // namespace
 
 void addPool() {
-    const Peers<NivurPool, PlainPool<Malloc>, PlainPool<PmrPool>, PlainPool<BoostPool>,
-                Limit<PlainPool<TwoLocks>>>
-        peers;
+    const Peers<NivurPool, PlainPool<Malloc>, PlainPool<PmrPool>, PlainPool<BoostPool>> peers;
     for (const unsigned int count : {16U, 256U, 4096U}) {
         const std::string service = "take and return, " + std::to_string(count) + " buffers";
         const auto body = [=](State& state, auto peer) {

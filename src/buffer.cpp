@@ -57,7 +57,7 @@ void Buffer::reset() {
 
 void Buffer::release() {
     if (_home != nullptr) {
-        if (_home->takeBack(*this, _index)) {
+        if (goHome()) {
             return;
         }
     } else if (_owner != nullptr) {
@@ -65,6 +65,22 @@ void Buffer::release() {
         return;
     }
     delete this;
+}
+
+bool Buffer::goHome() {
+    if (_home->checksGuards) {
+        checkBufferOverflow();
+    }
+    const unsigned int usedSize = _usedSize;
+    char guard[sizeof(_checkByte)];
+    memcpy(guard, _data + usedSize, sizeof(guard));
+    reset();
+    if (_home->free.giveBack(_index)) {
+        return true;  // from here on the buffer may be in use again, or deleted
+    }
+    _usedSize = usedSize;
+    memcpy(_data + usedSize, guard, sizeof(guard));  // as it was found, for the destructor to check
+    return false;
 }
 
 void Buffer::checkBufferOverflow() {
@@ -83,7 +99,7 @@ bool Buffer::setUsedSize(unsigned int size) {
 }
 
 BufferOwner* Buffer::owner() const {
-    return _home != nullptr ? _home->list() : _owner;
+    return _home != nullptr ? _home->list.load() : _owner;
 }
 
 void Buffer::placeGuard() {

@@ -12,7 +12,7 @@
 namespace NIVUR {
 
 class Buffer;
-class BufferHome;
+struct BufferHome;
 
 extern template class NIVUR_EXPORT SharedCount<Buffer>;
 extern template class NIVUR_EXPORT SharedPtr<Buffer>;
@@ -79,9 +79,9 @@ class NIVUR_EXPORT Buffer : public NoCopyable {
     /// REQUIRES: the guard is intact.
     virtual ~Buffer();
 
-    /// Makes the buffer free and empty again, for its owner and under the owner's lock. Param and
-    /// parameter stay: what one holder of a pooled buffer stored reaches the next. An invalid
-    /// buffer stays as it is.
+    /// Makes the buffer free and empty again, for its owner, who calls it before anyone else can
+    /// get the buffer. Param and parameter stay: what one holder of a pooled buffer stored reaches
+    /// the next. An invalid buffer stays as it is.
     void reset();
 
     /// Ends one use: hands the buffer to its owner, or deletes it when it has none or when the list
@@ -122,6 +122,7 @@ class NIVUR_EXPORT Buffer : public NoCopyable {
     friend class BufferList;
 
     void placeGuard();
+    bool goHome();  // false if the list is gone: the caller deletes the buffer
 
     BufferOwner* _owner;
     BufferState _state = BUFFER_STATE_INVALID;

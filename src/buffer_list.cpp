@@ -22,27 +22,26 @@ BufferList::BufferList(const BufferList_Config& config) : _bufferSize(config.buf
 }
 
 BufferList::~BufferList() {
-    const FreeSet here = _home->close();
-    for (unsigned int index = 0; index < bufferCount(); ++index) {
-        if (!here.contains(index)) {
-            (void)_buffers[index].release();  // its last holder deletes it
-        }
+    _home->list = nullptr;
+    _home->free.close([this](unsigned int index) { _buffers[index].reset(); });
+    for (std::unique_ptr<Buffer>& buffer : _buffers) {
+        (void)buffer.release();  // of those that are out, which their holders delete
     }
 }
 
 SharedPtr<Buffer> BufferList::getBuffer(unsigned int /*size*/) {
-    const auto index = _home->take();
-    if (!index) {
+    const unsigned int index = _home->free.take();
+    if (index == FreeSet::kNone) {
         return SharedPtr<Buffer>();
     }
-    Buffer* const buffer = _buffers[*index].get();
+    Buffer* const buffer = _buffers[index].get();
     buffer->_state = BUFFER_STATE_IN_USE;
     return SharedPtr<Buffer>(buffer->_count);
 }
 
 void BufferList::returnFreeBuffer(Buffer* buffer) {
     if (buffer->_home == _home) {
-        _home->takeBack(*buffer, buffer->_index);
+        buffer->goHome();
     } else {
         buffer->reset();  // of someone who only named this list as its owner
     }
@@ -53,7 +52,7 @@ unsigned int BufferList::bufferCount() const {
 }
 
 unsigned int BufferList::freeCount() const {
-    return _home->freeCount();
+    return _home->free.size();
 }
 
 }  // namespace NIVUR

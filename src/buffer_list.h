@@ -32,8 +32,9 @@ class NIVUR_EXPORT BufferList : public BufferOwner, public NoCopyable {
     ~BufferList() override;
 
     /// The free buffer that was made first, in use and with used size 0, or an empty pointer when
-    /// none is free. Its parameter() still holds what its last holder stored. Finding it takes the
-    /// same time in a long list as in a short one, and no memory. The size is not consulted.
+    /// none is free. Other threads at work may get in between: it is then one of the first. Its
+    /// parameter() still holds what its last holder stored. Finding it takes no lock, no memory,
+    /// and the same time in a long list as in a short one. The size is ignored.
     SharedPtr<Buffer> getBuffer(unsigned int size);
 
     /// Makes one of the list's buffers free again; one that is free stays so. The pointers that the
@@ -48,12 +49,11 @@ class NIVUR_EXPORT BufferList : public BufferOwner, public NoCopyable {
     /// How many buffers there are.
     unsigned int bufferCount() const;
 
-    /// How many of them are not handed out.
+    /// How many of them are not handed out, exact while no other thread is at work.
     unsigned int freeCount() const;
 
   private:
-    // Constant once made. What changes, and its lock, is in _home, which the buffers that are out
-    // keep alive.
+    // Constant once made. What changes is in _home, which the buffers that are out keep alive.
     const unsigned int _bufferSize;
     std::vector<std::unique_ptr<Buffer>> _buffers;
     std::shared_ptr<BufferHome> _home;

@@ -75,6 +75,8 @@ const BufferPool_Config config{{{64, 4}, {256, 4}}};
 BufferPool sharedPool{&config, "shared"};
 RingBuffer ring{100, "shared"};
 EventCenter center;
+BufferList many{{8, 130}};           // of three words, all of which are emptied at times
+std::vector<const Buffer*> inOrder;  // what it lends to a thread that is alone
 
 /// Hears of its own event, which only its thread sends, and of one that all send.
 struct Driver : EventHandler {
@@ -92,6 +94,7 @@ struct Driver : EventHandler {
     Object object;
     int ownCalls = 0;
     std::atomic<unsigned> calls{0};
+    std::array<SharedPtr<Buffer>, 40> held;
 };
 
 std::array<Driver, kDrivers> drivers;
@@ -213,6 +216,36 @@ void passBuffer(Random& random, BufferPool& pool) {
         post(random, {random.below(kLoops), 0, nullptr, read});
 }
 
+void useMany(Driver& driver) {
+    for (int i = 0; i < 20; ++i) {
+        SharedPtr<Buffer>& each = driver.held[driver.random.below(40)];
+        const bool out = !!std::exchange(each, SharedPtr<Buffer>());
+        if (out || !(each = many.getBuffer(0))) continue;
+        check(each->usedSize() == 0, "a buffer comes empty, and to one holder");
+        each->setUsedSize(1);
+    }
+}
+
+void allAreBack() {
+    std::vector<SharedPtr<Buffer>> all;
+    for (Driver& driver : drivers)
+        driver.held = {};
+    check(many.freeCount() == many.bufferCount(), "what came back is free");
+    for (const Buffer* const buffer : inOrder)
+        check(all.emplace_back(many.getBuffer(0)).get() == buffer, "the first free one is lent");
+}
+
+/// The list ends while two loops drop what is out.
+void endWithBuffersOut(Random& random) {
+    BufferList list({8, 130});
+    for (int i = 0; i < 2; ++i) {
+        std::vector<SharedPtr<Buffer>> held(random.below(66));
+        for (SharedPtr<Buffer>& each : held)
+            each = list.getBuffer(0);
+        post(random, {random.below(kLoops), 0, nullptr, [held] {}});
+    }
+}
+
 /// All blocks have one size, so that each comes out as it went in.
 void passBlock(Random& random) {
     std::string block(8, static_cast<char>(random()));
@@ -308,6 +341,7 @@ void useOwn(Random& random) {
     }
     BufferPool pool(&config, "own");
     passBuffer(random, pool);
+    endWithBuffersOut(random);
 }
 
 // clang-format off
@@ -332,6 +366,7 @@ struct Operation {
     {"handlers", [](const Actor& a) { useHandler(*a.driver); }},
     {"watches", [](const Actor& a) { useWatch(a.random); }},
     {"own loops", [](const Actor& a) { useOwn(a.random); }},
+    {"lists", [](const Actor& a) { useMany(*a.driver); }},
 };
 // clang-format on
 
@@ -400,6 +435,7 @@ void round(bool inStorm) {
         buffers.push_back(sharedPool.getPoolBuffer(size, nullptr));
         check(buffers.back()->owner() != nullptr, "buffers come back to their pool");
     }
+    allAreBack();
     storm = false;
     atOnce(ping);
 }
@@ -429,6 +465,10 @@ void run(uint64_t seconds) {
         driver.name = std::to_string(number);
         driver.random = Random(static_cast<unsigned>(seed) * kDrivers + number);
     }
+    std::vector<SharedPtr<Buffer>> all;
+    while (const SharedPtr<Buffer> buffer = many.getBuffer(0))
+        inOrder.push_back(all.emplace_back(buffer).get());
+    all.clear();
     std::thread watchdog(watch);
     const uint64_t end = SystemUtil::getCPUTime() + seconds * 1000;
     uint64_t rounds = 0;
