@@ -47,15 +47,16 @@ struct Limit : Adapter {
 template <class... Adapters>
 struct Peers {};
 
-/// Keeps this thread, and those that it starts, on one processor: to wake another one takes up to
-/// ten times as long as all the rest, or does not, as chance places the threads.
+/// Keeps this thread, and those that it starts, on one processor, its own or one that is named: to
+/// wake another one takes up to ten times as long as all the rest, or does not, as chance places
+/// the threads.
 class OneProcessor {
   public:
-    OneProcessor() {
+    explicit OneProcessor(int processor = sched_getcpu()) {
         sched_getaffinity(0, sizeof(_before), &_before);
         cpu_set_t one;
         CPU_ZERO(&one);
-        CPU_SET(sched_getcpu(), &one);
+        CPU_SET(processor, &one);
         sched_setaffinity(0, sizeof(one), &one);
     }
     ~OneProcessor() { sched_setaffinity(0, sizeof(_before), &_before); }

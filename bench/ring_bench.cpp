@@ -88,12 +88,15 @@ void measureOneThread(State& state, unsigned int length) {
     }
 }
 
-/// A block counts when it is read; whoever finds no room or no data lets others run.
+/// A block counts when it is read; a thread that finds no room or no data lets others run. Chance
+/// does not place the threads: the producer is on processor 0, the consumer on one of 0 and 1.
 template <class Ring>
-void measureTwoThreads(State& state, unsigned int length) {
+void measureTwoThreads(State& state, unsigned int length, int consumer) {
     Ring ring;
     std::atomic<bool> stopped{false};
+    const OneProcessor here(consumer);
     std::thread producer([&] {
+        const OneProcessor there(0);
         const std::vector<char> block(length, 'x');
         while (!stopped) {
             if (!ring.write(block.data(), length)) {
@@ -122,17 +125,22 @@ void addRing() {
                     [=](State& state, auto peer) {
                         measureOneThread<typename decltype(peer)::Type>(state, length);
                     });
-        kFamily.addThreaded(bytes + "2 threads", Peers<NivurRing, DequeRing, Other<SpscRing>>(),
-                            [=](State& state, auto peer) {
-                                measureTwoThreads<typename decltype(peer)::Type>(state, length);
-                            });
-        kFamily.add(bytes + "2 threads", Peers<Limit<Memcpy>>(), [=](State& state, auto peer) {
-            typename decltype(peer)::Type memory;
-            std::vector<char> block(length);
-            for (auto _ : state) {
-                memory.read(block.data(), length);
-            }
-        });
+        for (const int processors : {1, 2}) {
+            const std::string service =
+                bytes + "2 threads on " + std::to_string(processors) + " processor(s)";
+            kFamily.addThreaded(service, Peers<NivurRing, DequeRing, Other<SpscRing>>(),
+                                [=](State& state, auto peer) {
+                                    using Ring = typename decltype(peer)::Type;
+                                    measureTwoThreads<Ring>(state, length, processors - 1);
+                                });
+            kFamily.add(service, Peers<Limit<Memcpy>>(), [=](State& state, auto peer) {
+                typename decltype(peer)::Type memory;
+                std::vector<char> block(length);
+                for (auto _ : state) {
+                    memory.read(block.data(), length);
+                }
+            });
+        }
     }
 }
 

@@ -13,44 +13,64 @@ RingBuffer::RingBuffer(unsigned int size, std::string name)
 
 RingBuffer::~RingBuffer() = default;
 
+inline bool RingBuffer::mayPass(Side& side, const Side& other, unsigned int ahead,
+                                unsigned int length) {
+    const unsigned int total = side.total.load(std::memory_order_relaxed);
+    if (length > side.limit - total) {
+        side.limit = other.total.load(std::memory_order_acquire) + ahead;
+    }
+    return length <= side.limit - total;
+}
+
+inline void RingBuffer::pass(Side& side, unsigned int length) {
+    const unsigned int tail = _size - side.position;
+    side.position = length < tail ? side.position + length : length - tail;
+    side.total.store(side.total.load(std::memory_order_relaxed) + length,
+                     std::memory_order_release);
+}
+
 unsigned int RingBuffer::write(const char* data, unsigned int length) {
-    AutoLock lock(_mutex);
-    const unsigned int unread = getUnreadSize();
-    if (length > _size - unread) {
+    AutoLock lock(_writer.mutex);
+    if (!mayPass(_writer, _reader, _size, length)) {
         return RING_BUFFER_NOT_ENOUGH_SPACE;
     }
-    const unsigned int writePos = advanced(_readPos, unread);
-    const unsigned int head = std::min(length, _size - writePos);
-    std::copy_n(data, head, _buffer.get() + writePos);
+    const unsigned int head = std::min(length, _size - _writer.position);
+    std::copy_n(data, head, _buffer.get() + _writer.position);
     std::copy_n(data + head, length - head, _buffer.get());
-    _unreadSize.store(unread + length, std::memory_order_relaxed);
+    pass(_writer, length);
     return RING_BUFFER_OK;
 }
 
 unsigned int RingBuffer::read(char* data, unsigned int length) {
-    AutoLock lock(_mutex);
-    const unsigned int unread = getUnreadSize();
-    if (length > unread) {
+    AutoLock lock(_reader.mutex);
+    if (!mayPass(_reader, _writer, 0, length)) {
         return RING_BUFFER_NOT_ENOUGH_DATA;
     }
-    const unsigned int head = std::min(length, _size - _readPos);
-    std::copy_n(_buffer.get() + _readPos, head, data);
+    const unsigned int head = std::min(length, _size - _reader.position);
+    std::copy_n(_buffer.get() + _reader.position, head, data);
     std::copy_n(_buffer.get(), length - head, data + head);
-    _readPos = advanced(_readPos, length);
-    _unreadSize.store(unread - length, std::memory_order_relaxed);
+    pass(_reader, length);
     return RING_BUFFER_OK;
 }
 
 void RingBuffer::reset() {
-    AutoLock lock(_mutex);
+    AutoLock writing(_writer.mutex);
+    AutoLock reading(_reader.mutex);
     std::fill_n(_buffer.get(), _size, '\0');
-    _readPos = 0;
-    _unreadSize.store(0, std::memory_order_relaxed);
+    _writer.position = _reader.position = 0;
+    const unsigned int total = _writer.total.load(std::memory_order_relaxed);
+    _reader.limit = total;  // what was stored counts as read
+    _reader.total.store(total, std::memory_order_release);
 }
 
-unsigned int RingBuffer::advanced(unsigned int position, unsigned int length) const {
-    const unsigned int tail = _size - position;
-    return length < tail ? position + length : length - tail;
+unsigned int RingBuffer::getUnreadSize() const {
+    for (;;) {
+        const unsigned int read = _reader.total.load(std::memory_order_acquire);
+        const unsigned int written = _writer.total.load(std::memory_order_acquire);
+        if (_reader.total.load(std::memory_order_relaxed) == read) {
+            return written - read;  // both were so at one moment
+        }
+    }
 }
 
 }  // namespace NIVUR

@@ -24,7 +24,8 @@ enum RingBufferResult : unsigned int {
 /// keeps bytes, not blocks: they may be read in other pieces than they were written in.
 ///
 /// Any thread may call any operation: each call sees a consistent ring, and with several producers
-/// or consumers every block is one piece of the stream.
+/// or consumers every block is one piece of the stream. Producers and consumers do not wait for
+/// each other: each side has a lock of its own.
 /// REQUIRES for destruction: no operation is under way.
 class NIVUR_EXPORT RingBuffer : public NoCopyable {
   public:
@@ -46,22 +47,37 @@ class NIVUR_EXPORT RingBuffer : public NoCopyable {
 
     /// How many bytes are stored: the only consumer of a ring can read at least as many. It takes
     /// no lock, so that other threads may have changed the number by the time it is used.
-    unsigned int getUnreadSize() const { return _unreadSize.load(std::memory_order_relaxed); }
+    unsigned int getUnreadSize() const;
 
     /// What the ring was called when it was made.
     const std::string& name() const { return _name; }
 
   private:
-    unsigned int advanced(unsigned int position, unsigned int length) const;
+    // Producers lock _writer, consumers lock _reader, and only reset() locks both, in this order:
+    //
+    //     ---- read ----><---- stored ----><---- free ---->     bytes since the ring was made
+    //         _reader.total     _writer.total      _reader.total + _size
+    //
+    // The free bytes are the writer's and the stored ones the reader's, up to its `limit`. A side
+    // passes bytes on by adding to its total once it has copied them. Memory order: a total is
+    // released after the copy and acquired before the other side copies over it. The limit is read
+    // anew only when it does not suffice, so that the sides seldom touch each other's cache line.
+    struct alignas(64) Side {
+        Mutex mutex;
+        unsigned int position NIVUR_GUARDED_BY(mutex) = 0;  // in _buffer: below _size, or 0
+        unsigned int limit NIVUR_GUARDED_BY(mutex) = 0;     // of total, modulo 2^32 like it
+        std::atomic<unsigned int> total{0};                 // written under mutex
+    };
+
+    bool mayPass(Side& side, const Side& other, unsigned int ahead, unsigned int length)
+        NIVUR_REQUIRES(side.mutex);
+    void pass(Side& side, unsigned int length) NIVUR_REQUIRES(side.mutex);
 
     const std::string _name;
-
-    // Guards the bytes and what follows them.
-    Mutex _mutex;
     const std::unique_ptr<char[]> _buffer;
     const unsigned int _size;
-    unsigned int _readPos NIVUR_GUARDED_BY(_mutex) = 0;  // below _size, or 0
-    std::atomic<unsigned int> _unreadSize{0};            // written under _mutex
+    Side _writer;
+    Side _reader;
 };
 
 }  // namespace NIVUR

@@ -247,14 +247,18 @@ void endWithBuffersOut(Random& random) {
 }
 
 /// All blocks have one size, so that each comes out as it went in.
-void passBlock(Random& random) {
-    std::string block(8, static_cast<char>(random()));
-    if (random.oneIn(50)) {
-        ring.reset();
-    } else if (random.oneIn(2)) {
-        ring.write(block.data(), 8);
-    } else if (ring.read(block.data(), 8) == RING_BUFFER_OK) {
-        check(block == std::string(8, block[0]), "a ring hands out whole blocks");
+void passBlocks(Random& random) {
+    for (int i = 0; i < 20; ++i) {
+        std::string block(8, static_cast<char>(random()));
+        if (random.oneIn(50)) {
+            ring.reset();
+        } else if (random.oneIn(2)) {
+            ring.write(block.data(), 8);
+        } else if (ring.read(block.data(), 8) == RING_BUFFER_OK) {
+            check(block == std::string(8, block[0]), "a ring hands out whole blocks");
+        }
+        const unsigned stored = ring.getUnreadSize();
+        check(stored <= 96 && stored % 8 == 0, "a ring holds whole blocks");
     }
 }
 
@@ -357,7 +361,7 @@ struct Operation {
     {"dumps", [](const Actor& a) { loops[a.any].dumpLoopInfo(); }},
     {"cancels", [](const Actor& a) { loops[a.home % kLoops].cancelTasksForObject(a.object); }},
     {"buffers", [](const Actor& a) { passBuffer(a.random, sharedPool); }},
-    {"blocks", [](const Actor& a) { passBlock(a.random); }},
+    {"blocks", [](const Actor& a) { passBlocks(a.random); }},
     {"events", [](const Actor&) { center.sendEvent(Event("all"), nullptr); }},
     {"stops", [](const Actor& a) { if (storm && a.mayWait) loops[a.any].stop(); }},
     // Drivers' alone:
