@@ -35,6 +35,8 @@ class NIVUR_EXPORT Event : public NoCopyable {
     const Parameter& parameter() const { return _parameter; }
 
   private:
+    friend class EventCenter;  // which needs no copy of the id
+
     Parameter _parameter;
     const std::string _id;
 };

@@ -1,6 +1,7 @@
 #include "event_center.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 
 #include "log.h"
@@ -10,22 +11,35 @@ namespace NIVUR {
 
 namespace {
 
-template <class Registrations>
-auto find(const Registrations& registrations, const EventHandler* handler) {
-    return std::find_if(registrations.begin(), registrations.end(),
+template <class Iterator>
+Iterator findHandler(Iterator begin, Iterator end, const EventHandler* handler) {
+    return std::find_if(begin, end,
                         [handler](const auto& each) { return each.handler == handler; });
 }
 
 }  // namespace
 
 /// One sendEvent() under way, with a copy of the list that holds as long as the list does not
-/// change.
+/// change. Up to eight handlers take no memory.
 struct EventCenter::Dispatch {
-    const HandlerList* list = nullptr;
-    uint64_t began = 0;               // the newest change when the dispatch began
-    uint64_t seen = 0;                // the newest change that `turns` reflects
-    std::vector<Registration> turns;  // the handlers called, and from `next` on those to be called
+    HandlerList* list = nullptr;
+    uint64_t began = 0;  // the newest change when the dispatch began
+    uint64_t seen = 0;   // the newest change that `turns` reflects
+    std::array<Registration, 8> few;
+    std::vector<Registration> many;
+    Registration* turns = few.data();  // the handlers called, and from `next` on those to be called
     size_t next = 0;
+    size_t end = 0;
+
+    void makeRoom(size_t count) {
+        if (count > std::max(few.size(), many.size())) {
+            if (many.empty()) {
+                many.assign(few.data(), few.data() + next);
+            }
+            many.resize(count);
+            turns = many.data();
+        }
+    }
 };
 
 EventCenter::EventCenter() = default;
@@ -37,12 +51,13 @@ void EventCenter::registerEventHandler(const std::string& name, EventHandler* ha
     AutoLock lock(_mutex);
     const auto entry = _handlers.find(name);
     if (entry == _handlers.end()) {
-        _handlers.emplace(name, HandlerList{{{handler, 1}}, 1});  // never left without its handler
+        _handlers.try_emplace(name, handler);  // never left without its handler
         return;
     }
     HandlerList& list = entry->second;
-    if (!hasHandler(list.registrations, handler)) {
-        list.registrations.push_back({handler, list.changes + 1});
+    auto& registrations = list.registrations;
+    if (findHandler(registrations.begin(), registrations.end(), handler) == registrations.end()) {
+        registrations.push_back({handler, list.changes + 1});
         ++list.changes;
     }
 }
@@ -54,11 +69,11 @@ void EventCenter::unregisterEventHandler(const std::string& name, EventHandler* 
     if (entry == _handlers.end()) {
         return;
     }
-    HandlerList& list = entry->second;
-    const auto found = find(list.registrations, handler);
-    if (found != list.registrations.end()) {
-        list.registrations.erase(found);
-        ++list.changes;
+    auto& registrations = entry->second.registrations;
+    const auto found = findHandler(registrations.begin(), registrations.end(), handler);
+    if (found != registrations.end()) {
+        registrations.erase(found);
+        ++entry->second.changes;
     }
 }
 
@@ -77,11 +92,6 @@ void EventCenter::unregisterAllEventHandlers(const std::string& name) {
     }
 }
 
-bool EventCenter::hasHandler(const std::vector<Registration>& handlers,
-                             const EventHandler* handler) {
-    return find(handlers, handler) != handlers.end();
-}
-
 void EventCenter::removeAll(HandlerList& list) {
     list.registrations.clear();
     ++list.changes;
@@ -89,8 +99,8 @@ void EventCenter::removeAll(HandlerList& list) {
 
 bool EventCenter::sendEvent(const Event& event, Parameter* parameter) {
     Dispatch dispatch;
-    if (!begin(dispatch, event.id())) {
-        Log::log("NIVUR", LOG_WARN, "event %s has no handler", event.id().c_str());
+    if (!begin(dispatch, event._id)) {
+        Log::log("NIVUR", LOG_WARN, "event %s has no handler", event._id.c_str());
         return true;
     }
     while (EventHandler* const handler = getUninvokedHandler(dispatch)) {
@@ -111,34 +121,37 @@ bool EventCenter::begin(Dispatch& dispatch, const std::string& name) {
     return true;
 }
 
+// Before each call but the first, which begin() has just looked up, the number of changes is read
+// by an exchange: either it sees a change made meanwhile, or whoever makes the change later sees
+// all that the last handler did. A thread that unregisters a handler, and then finds that the one
+// before it has not returned, may therefore rely on its not being called.
 EventHandler* EventCenter::getUninvokedHandler(Dispatch& dispatch) {
-    // Locked for each handler: whoever unregisters one, and then sees that the one before it has
-    // not returned, may rely on its not being called.
-    AutoLock lock(_mutex);
-    if (dispatch.list->changes != dispatch.seen) {
+    if (dispatch.next != 0 && dispatch.list->changes.fetch_add(0) != dispatch.seen) {
+        AutoLock lock(_mutex);
         update(dispatch);
     }
-    return dispatch.next == dispatch.turns.size() ? nullptr
-                                                  : dispatch.turns[dispatch.next++].handler;
+    return dispatch.next == dispatch.end ? nullptr : dispatch.turns[dispatch.next++].handler;
 }
 
 // The list grows at its end only, so that all whose turn is still to come have a higher number than
 // the last one called. One of them was called before only if it was removed and registered again
 // since the dispatch began.
 void EventCenter::update(Dispatch& dispatch) {
-    std::vector<Registration>& turns = dispatch.turns;
-    turns.resize(dispatch.next);
-    const uint64_t last = turns.empty() ? 0 : turns.back().number;
+    const uint64_t last = dispatch.next == 0 ? 0 : dispatch.turns[dispatch.next - 1].number;
     const std::vector<Registration>& registrations = dispatch.list->registrations;
     auto next = std::upper_bound(
         registrations.begin(), registrations.end(), last,
         [](uint64_t number, const Registration& each) { return number < each.number; });
-    turns.reserve(turns.size() + static_cast<size_t>(registrations.end() - next));
+    dispatch.makeRoom(dispatch.next + static_cast<size_t>(registrations.end() - next));
+    Registration* const called = dispatch.turns + dispatch.next;
+    Registration* end = called;
     for (; next != registrations.end(); ++next) {
-        if (next->number <= dispatch.began || !hasHandler(turns, next->handler)) {
-            turns.push_back(*next);
+        if (next->number <= dispatch.began ||
+            findHandler(dispatch.turns, called, next->handler) == called) {
+            *end++ = *next;
         }
     }
+    dispatch.end = static_cast<size_t>(end - dispatch.turns);
     dispatch.seen = dispatch.list->changes;
 }
 

@@ -1,6 +1,7 @@
 #ifndef NIVUR_EVENT_CENTER_H
 #define NIVUR_EVENT_CENTER_H
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -66,13 +67,14 @@ class NIVUR_EXPORT EventCenter : public NoCopyable {
     };
 
     struct HandlerList {
+        explicit HandlerList(EventHandler* first) : registrations{{first, 1}} {}
+
         std::vector<Registration> registrations;  // in the order of their numbers
-        uint64_t changes;                         // the newest number
+        std::atomic<uint64_t> changes{1};         // the newest number, changed with _mutex held
     };
 
     struct Dispatch;
 
-    static bool hasHandler(const std::vector<Registration>& handlers, const EventHandler* handler);
     static void removeAll(HandlerList& list);
     void update(Dispatch& dispatch) NIVUR_REQUIRES(_mutex);
     bool begin(Dispatch& dispatch, const std::string& name);
