@@ -68,7 +68,7 @@ void Buffer::release() {
 }
 
 bool Buffer::goHome() {
-    if (_home->checksGuards) {
+    if (_home->checksGuards.load(std::memory_order_relaxed)) {
         checkBufferOverflow();
     }
     const unsigned int usedSize = _usedSize;

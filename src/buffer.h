@@ -43,7 +43,8 @@ enum BufferState : unsigned int {
 
 /// A byte area of fixed capacity with four guard bytes behind its used part. They are checked when
 /// the buffer is deleted: a stray write behind the used size ends the process there, with a report.
-/// A buffer that goes back to its owner gets a new guard unchecked.
+/// A buffer that goes back to its owner gets a new guard unchecked, unless its list is told to
+/// check, see BufferList::setGuardCheckEnabled().
 ///
 /// Holders get buffers from a BufferPool or a BufferList and share them in SharedPtr<Buffer>, which
 /// they may copy and drop on any threads. A buffer has no lock of its own: one holder at a time

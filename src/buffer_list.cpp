@@ -47,6 +47,10 @@ void BufferList::returnFreeBuffer(Buffer* buffer) {
     }
 }
 
+void BufferList::setGuardCheckEnabled(bool enabled) {
+    _home->checksGuards = enabled;
+}
+
 unsigned int BufferList::bufferCount() const {
     return static_cast<unsigned int>(_buffers.size());
 }

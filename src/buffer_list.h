@@ -43,6 +43,11 @@ class NIVUR_EXPORT BufferList : public BufferOwner, public NoCopyable {
     /// REQUIRES: buffer is not null.
     void returnFreeBuffer(Buffer* buffer) override;
 
+    /// Makes the list check the guard of each buffer that comes back, or not (the default): a stray
+    /// write behind the used size then ends the process there, on the thread that dropped the last
+    /// reference. For debug builds and tests of applications.
+    void setGuardCheckEnabled(bool enabled);
+
     /// The capacity of each buffer in bytes.
     unsigned int bufferSize() const { return _bufferSize; }
 

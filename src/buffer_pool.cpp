@@ -32,7 +32,14 @@ SharedPtr<Buffer> BufferPool::getPoolBuffer(unsigned int size, BaseBufferParam* 
             }
         }
     }
+    _fallbacks.fetch_add(1, std::memory_order_relaxed);
     return getBuffer(size, offered.release());
+}
+
+void BufferPool::setGuardCheckEnabled(bool enabled) {
+    for (const std::unique_ptr<BufferList>& list : _lists) {
+        list->setGuardCheckEnabled(enabled);
+    }
 }
 
 SharedPtr<Buffer> BufferPool::getBuffer(unsigned int size, BaseBufferParam* param) {

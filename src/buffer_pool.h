@@ -1,6 +1,8 @@
 #ifndef NIVUR_BUFFER_POOL_H
 #define NIVUR_BUFFER_POOL_H
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -43,12 +45,20 @@ class NIVUR_EXPORT BufferPool : public NoCopyable {
     /// rest.
     static SharedPtr<Buffer> getBuffer(unsigned int size, BaseBufferParam* param);
 
+    /// Tells all lists to check guards, see BufferList::setGuardCheckEnabled(). Buffers of plain
+    /// memory are checked in any case.
+    void setGuardCheckEnabled(bool enabled);
+
+    /// How many requests to getPoolBuffer() no list could serve so far.
+    uint64_t fallbackCount() const { return _fallbacks; }
+
     /// What the pool was called when it was made.
     const std::string& name() const { return _name; }
 
   private:
     const std::string _name;
     std::vector<std::unique_ptr<BufferList>> _lists;  // by ascending size, constant once made
+    std::atomic<uint64_t> _fallbacks{0};
 };
 
 /// True when the buffers of `a` are smaller than those of `b`.

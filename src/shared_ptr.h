@@ -132,6 +132,9 @@ class SharedPtr {
     /// True when there is an object.
     explicit operator bool() const { return _ptr != nullptr; }
 
+    /// Drops the object: the pointer is empty when a disposer looks at it.
+    void reset() noexcept { SharedPtr().swap(*this); }
+
     /// Exchanges the objects of two pointers; no count changes.
     void swap(SharedPtr& other) noexcept {
         std::swap(_ptr, other._ptr);

@@ -40,7 +40,7 @@ TEST(Buffer, GoesBackToItsOwnerOnce) {
     Buffer buffer(0, nullptr, &owner);
     EXPECT_EQ(buffer.state(), BUFFER_STATE_FREE);
     SharedPtr<Buffer> last(&buffer, &Buffer::_disposer);
-    last = SharedPtr<Buffer>();
+    last.reset();
     EXPECT_EQ(owner.returned, std::vector<Buffer*>{&buffer});
     Buffer::_disposer.dispose(nullptr);
 }
@@ -70,8 +70,10 @@ TEST(BufferDeathTest, AnOverwrittenGuardIsReportedAtTheEndOfTheBuffer) {
     EXPECT_DEATH(overwrite(BufferPool::getBuffer(8, nullptr)), report);
     const BufferPool_Config config{{{8, 1}}};
     static BufferPool endsFirst(&config, "");
-    heldToTheEnd = SharedPtr<Buffer>();
+    heldToTheEnd.reset();
     overwrite(endsFirst.getPoolBuffer(8, nullptr));  // it comes back and gets a new guard
+    endsFirst.setGuardCheckEnabled(true);
+    EXPECT_DEATH(overwrite(endsFirst.getPoolBuffer(8, nullptr)), report);
     heldToTheEnd = endsFirst.getPoolBuffer(8, nullptr);
     EXPECT_DEATH((overwrite(heldToTheEnd), std::exit(0)), report);
 }
@@ -94,30 +96,32 @@ TEST(BufferPool, ServesFromTheSmallestListThatCan) {
     }
     held.clear();
     EXPECT_EQ(living, 0);
+    EXPECT_EQ(pool.fallbackCount(), 3U);
     EXPECT_EQ(BufferPool(nullptr, "").getPoolBuffer(7, nullptr)->capacity(), 7U);
     SharedPtr<Buffer> last = BufferPool(&config, "ends first").getPoolBuffer(7, nullptr);
     EXPECT_EQ(last->owner(), nullptr);
     last->parameter().set("key", new Counted);
-    last = SharedPtr<Buffer>();
+    last.reset();
     EXPECT_EQ(living, 0);
 }
 
-TEST(BufferList, ReusesTheFirstFreeBufferEmptied) {
+TEST(BufferList, ReusesTheFirstFreeBufferEmptiedAndLeavesThoseThatAreOut) {
     for (const unsigned int count : {1U, 64U, 65U, 5000U}) {
         std::mt19937 random(count);
-        BufferList list({8, count});
-        Buffer foreign(8, nullptr, &list);
-        for (Buffer* const buffer : {&foreign, list.getBuffer(8).get()}) {
+        auto list = std::make_unique<BufferList>(BufferList_Config{8, count});
+        Buffer foreign(8, nullptr, list.get());
+        for (Buffer* const buffer : {&foreign, list->getBuffer(8).get()}) {
             EXPECT_TRUE(buffer->setUsedSize(3));
-            list.returnFreeBuffer(buffer);
-            EXPECT_TRUE(buffer->usedSize() == 0 && list.freeCount() == count);
+            list->returnFreeBuffer(buffer);
+            EXPECT_TRUE(buffer->usedSize() == 0 && list->freeCount() == count);
         }
         std::vector<SharedPtr<Buffer>> out(count);
         std::vector<Buffer*> buffers(count);
         std::set<size_t> free;
         for (size_t index = 0; index < count; ++index) {
-            out[index] = list.getBuffer(8);
+            out[index] = list->getBuffer(8);
             buffers[index] = out[index].get();
+            out[index]->parameter().set("key", new Counted);
         }
         for (int step = 0; step < 10000; ++step) {
             const size_t index = random() % count;
@@ -127,16 +131,20 @@ TEST(BufferList, ReusesTheFirstFreeBufferEmptied) {
                 EXPECT_FALSE(out[index]->setUsedSize(9) || out[index]->setUsedSize(UINT_MAX - 3));
                 EXPECT_EQ(out[index]->usedSize(), used);
                 EXPECT_EQ(std::memcmp(out[index]->data() + used, &Buffer::_checkByte, 4), 0);
-                out[index] = SharedPtr<Buffer>();
+                out[index].reset();
                 free.insert(index);
             } else {
                 const size_t first = *free.begin();
-                out[first] = list.getBuffer(8);
+                out[first] = list->getBuffer(8);
                 ASSERT_EQ(out[first].get(), buffers[first]);
                 free.erase(first);
             }
-            ASSERT_EQ(list.freeCount(), free.size());
+            ASSERT_EQ(list->freeCount(), free.size());
         }
+        list.reset();
+        EXPECT_EQ(living, static_cast<int>(count - free.size()));
+        out.clear();
+        EXPECT_EQ(living, 0);
     }
 }
 

@@ -37,7 +37,7 @@ TEST(SharedPtr, LastReferenceDisposesOnce) {
         c = self;
         a = SharedPtr<Node>(std::move(b));
         EXPECT_EQ(b.get(), nullptr);
-        a = SharedPtr<Node>();
+        a.reset();
         EXPECT_EQ(alive, 1);
         EXPECT_EQ(&c->alive, &(*c).alive);
     }

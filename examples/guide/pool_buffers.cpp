@@ -39,9 +39,9 @@ int main() {
                 plain->capacity());
 
     Buffer* const place = packet.get();
-    packet = SharedPtr<Buffer>();
+    packet.reset();
     std::printf("one reference gone: used %u\n", shared->usedSize());
-    shared = SharedPtr<Buffer>();
+    shared.reset();
     packet = pool.getPoolBuffer(5, nullptr);
     std::printf("the other gone: %s buffer again, used %u, label: %s\n",
                 packet.get() == place ? "the same" : "another", packet->usedSize(),

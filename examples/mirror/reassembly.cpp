@@ -36,7 +36,7 @@ void Reassembly::expect(uint64_t end, uint64_t nowMs) {
 }
 
 void Reassembly::pop() {
-    slot(_base).frame = SharedPtr<Buffer>();
+    slot(_base).frame.reset();
     --_held;
     ++_base;
 }
