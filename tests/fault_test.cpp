@@ -98,8 +98,10 @@ int listInterfaces() {
 
 bool startThread() {
     Thread thread;
-    const bool started = thread.start(new Counted, "named", Thread::THREAD_PRIORITY_LOW);
+    Runnable* const task = makeRunnable([] { SystemUtil::sleep(20); });
+    const bool started = thread.start(task, "named", Thread::THREAD_PRIORITY_LOW);
     thread.waitForStop();
+    thread.waitForStop();  // makes good for the first one if its join failed
     return started && !thread.isStarted();
 }
 

@@ -99,8 +99,8 @@ void* newBlock(const char* name, Args... args) {
 extern "C" {
 
 int pthread_join(pthread_t thread, void** result) {
-    const int error = faults::callHidden<&pthread_join>("pthread_join", thread, result);
-    return faults::Call::isDue("pthread_join") ? faults::Call::error() : error;
+    if (faults::Call::isDue("pthread_join")) return faults::Call::error();
+    return faults::callHidden<&pthread_join>("pthread_join", thread, result);
 }
 int nanosleep(const timespec* request, timespec* remainder) {
     *remainder = *request;

@@ -137,7 +137,7 @@ void Thread::waitForRun(const std::shared_ptr<Run>& run) {
             return;
         }
         error = ::pthread_join(run->handle, nullptr);
-        run->joined = true;
+        run->joined = error == 0;  // or the next one to wait tries again
     }
     if (error != 0) {
         Log::log("NIVUR", LOG_ERROR, "thread_join() failed: err=%d", error);
