@@ -27,8 +27,9 @@ struct BufferList_Config {
 class NIVUR_EXPORT BufferList : public BufferOwner, public NoCopyable {
   public:
     /// Makes the buffers, without a param; fewer than asked for if the memory for another's data
-    /// cannot be had, and std::bad_alloc when there is none for the rest.
-    explicit BufferList(const BufferList_Config& config);
+    /// cannot be had, and std::bad_alloc when there is none for the rest. Not explicit: a config
+    /// may stand for its list.
+    BufferList(const BufferList_Config& config);
     ~BufferList() override;
 
     /// The free buffer that was made first, in use and with used size 0, or an empty pointer when

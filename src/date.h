@@ -18,8 +18,8 @@ class NIVUR_EXPORT Date {
     Date(unsigned int year, unsigned int month, unsigned int day, unsigned int hour,
          unsigned int minute, unsigned int second, unsigned int millisecond);
 
-    /// From milliseconds since 1970.
-    explicit Date(unsigned long long millisecondsFrom1970);
+    /// From milliseconds since 1970. Not explicit: they are the date, by which all else compares.
+    Date(unsigned long long millisecondsFrom1970);
 
     /// Now on the wall clock, which may be set: measure durations with StopWatch.
     static Date now();

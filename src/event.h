@@ -19,8 +19,8 @@ class NIVUR_EXPORT Event : public NoCopyable {
     /// An event whose id is "", which handlers can register for as for any other.
     Event();
 
-    /// An event of that name.
-    explicit Event(const std::string& id);
+    /// An event of that name. Not explicit: a name may be sent in its place.
+    Event(const std::string& id);
 
     /// Deletes the values as well.
     virtual ~Event();

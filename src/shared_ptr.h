@@ -70,9 +70,10 @@ class SharedPtr {
     /// An empty pointer.
     SharedPtr() noexcept = default;
 
-    /// Takes over `object`, which may be null; when memory for the count is exhausted the object is
+    /// Takes over `object`, which may be null. Not explicit, so that a new object can be handed to
+    /// whatever takes a pointer like this. When memory for the count is exhausted the object is
     /// disposed of and std::bad_alloc passes through. `disposer` must outlive every copy.
-    explicit SharedPtr(T* object, PtrDisposer<T>* disposer = &_kDefaultPtrDisposer) : _ptr(object) {
+    SharedPtr(T* object, PtrDisposer<T>* disposer = &_kDefaultPtrDisposer) : _ptr(object) {
         if (object == nullptr && disposer == &_kDefaultPtrDisposer) {
             return;  // nothing to count, so that an empty pointer never needs memory
         }

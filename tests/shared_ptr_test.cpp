@@ -1,12 +1,15 @@
 #include <gtest/gtest.h>
-#include <nivur/run_loop.h>
-#include <nivur/runnable.h>
-#include <nivur/shared_ptr.h>
+#include <nivur/nivur.h>
 
 #include <thread>
 
 namespace NIVUR {
 namespace {
+
+static_assert(std::is_convertible_v<Runnable*, SharedPtr<Runnable>> &&
+              std::is_convertible_v<BufferList_Config, BufferList> &&
+              std::is_convertible_v<std::string, Event> &&
+              std::is_convertible_v<unsigned long long, Date>);
 
 struct Node {
     explicit Node(int& counter) : alive(counter) { ++alive; }
