@@ -66,10 +66,10 @@ class NIVUR_EXPORT Buffer : public NoCopyable {
     static SharedBufferDisposer _disposer;
 
     /// The guard's value, stored in the byte order of the machine.
-    static constexpr uint32_t _checkByte = 0x0BADBADB;
+    NIVUR_LOCAL static constexpr uint32_t _checkByte = 0x0BADBADB;
 
     /// A key for callers who keep one value in a buffer's parameter().
-    static constexpr char _kParameterKey[] = "parameter";
+    NIVUR_LOCAL static constexpr char _kParameterKey[] = "parameter";
 
     /// A buffer of `size` bytes that owns `param`, which may be null: free if there is an `owner`,
     /// which is not owned, and in use if that is null. When the memory cannot be had, or `size` and

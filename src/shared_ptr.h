@@ -158,8 +158,9 @@ bool operator!=(const SharedPtr<T>& a, const SharedPtr<T>& b) {
     return a.get() != b.get();
 }
 
+// Only here, so that the types whose pointers the library instantiates have theirs in the library.
 template <class T>
-typename SharedPtr<T>::DefaultPtrDisposer SharedPtr<T>::_kDefaultPtrDisposer;
+NIVUR_LOCAL typename SharedPtr<T>::DefaultPtrDisposer SharedPtr<T>::_kDefaultPtrDisposer;
 
 template <class T>
 void SharedCount<T>::decRefCount() {

@@ -28,7 +28,7 @@ class NIVUR_EXPORT Thread : public NoCopyable {
     };
 
     /// The thread id of a Thread that is not running.
-    static constexpr int INVALID_THREAD_ID = -1;
+    NIVUR_LOCAL static constexpr int INVALID_THREAD_ID = -1;
 
     Thread();
     virtual ~Thread();
