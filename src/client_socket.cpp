@@ -1,5 +1,6 @@
 #include "client_socket.h"
 
+#include <cerrno>
 #include <utility>
 
 #include "private/assertion.h"
@@ -37,8 +38,28 @@ ClientSocket& ClientSocket::operator=(const ClientSocket& other) {
     return *this;
 }
 
+ClientSocket::ClientSocket(ClientSocket&& other) noexcept
+    : Socket(std::move(other)),
+      _remoteIP(std::exchange(other._remoteIP, {})),
+      _remotePort(std::exchange(other._remotePort, uint16_t{0})),
+      _deprecated(other._deprecated) {}
+
+ClientSocket& ClientSocket::operator=(ClientSocket&& other) noexcept {
+    if (this != &other) {
+        Socket::operator=(std::move(other));
+        _remoteIP = std::exchange(other._remoteIP, {});
+        _remotePort = std::exchange(other._remotePort, uint16_t{0});
+        _deprecated = other._deprecated;
+    }
+    return *this;
+}
+
 bool ClientSocket::create(const std::string& ip, uint16_t port) {
     return createBound(ip, port, true);
+}
+
+IoResult ClientSocket::create(const SocketAddress& local, bool reuse) {
+    return createBound(local, reuse, true);
 }
 
 void ClientSocket::close() {
@@ -55,10 +76,11 @@ bool ClientSocket::connect(const std::string& ip, uint16_t port) {
     if (!_remoteIP.empty() || _remotePort != 0) {
         logLine(LOG_WARN, "connect failed, socket already connected to ip=%s, port=%d",
                 _remoteIP.c_str(), _remotePort);
+        errno = EISCONN;
         return false;
     }
-    platform::SocketAddress address{};
-    if (!fillAddress(ip, port, &address)) {
+    const SocketAddress address = platform::parseAddress(ip.c_str(), port, _isIPv6);
+    if (!address.isValid()) {
         logLine(LOG_ERROR, "invalid address: ip=%s, port=%d", ip.c_str(), port);
         return false;
     }
@@ -73,11 +95,50 @@ bool ClientSocket::connect(const std::string& ip, uint16_t port) {
     return true;
 }
 
+IoResult ClientSocket::connect(const SocketAddress& peer) {
+    std::string remoteIP = peer.ip();  // before the call, as above
+    const IoResult result = platform::complete([&] { return platform::connect(_socket, peer); });
+    if (result) {
+        _remoteIP = std::move(remoteIP);
+        _remotePort = peer.port();
+    }
+    return result;
+}
+
+IoResult ClientSocket::finishConnect() {
+    const SocketAddress peer = peerAddress();
+    if (peer.isValid()) {
+        _remoteIP = peer.ip();
+        _remotePort = peer.port();
+        return {};
+    }
+    if (errno != ENOTCONN) {
+        return platform::failure();
+    }
+    const int error = platform::takeError(_socket);
+    return error == 0 ? IoResult{IoResult::WOULD_BLOCK} : IoResult{IoResult::FAILED, 0, error};
+}
+
+IoResult ClientSocket::send(const void* data, size_t length) const {
+    return platform::complete([&] { return platform::send(_socket, data, length); });
+}
+
+IoResult ClientSocket::receive(void* data, size_t length) const {
+    const IoResult received =
+        platform::complete([&] { return platform::recv(_socket, data, length); });
+    return received && received.count == 0 && length > 0 ? IoResult{IoResult::CLOSED} : received;
+}
+
+int ClientSocket::setNoDelay(bool noDelay) {
+    return platform::setNoDelay(_socket, noDelay);
+}
+
 bool ClientSocket::checkConnected() const {
     if (!checkCreated(kNotCreated)) {
         return false;
     }
     if (_remoteIP.empty() || _remotePort == 0) {
+        errno = ENOTCONN;
         logLine(LOG_ERROR, "CHECK_CLIENT_CONNECT failed because socket is not connected");
         return false;
     }
@@ -110,8 +171,10 @@ bool ClientSocket::recv(void* data, unsigned int& length) const {
         logLine(LOG_DEBUG, "recv data failed: socket=%d, err=%d", _socket, getError());
         return false;
     }
+    const bool closed = count == 0 && length > 0;
     length = static_cast<unsigned int>(count);
-    if (count == 0) {
+    if (closed) {
+        errno = 0;
         logLine(LOG_DEBUG, "socket closed when recv(): socket=%d", _socket);
         return false;
     }

@@ -17,6 +17,10 @@ bool ServerSocket::create(const std::string& ip, uint16_t port) {
     return createBound(ip, port, true);
 }
 
+IoResult ServerSocket::create(const SocketAddress& local, bool reuse) {
+    return createBound(local, reuse, true);
+}
+
 void ServerSocket::close() {
     Socket::close();
 }
@@ -37,7 +41,7 @@ ClientSocket* ServerSocket::accept() {
     if (!checkCreated(kNotCreated)) {
         return nullptr;
     }
-    platform::SocketAddress peer{};
+    SocketAddress peer;
     platform::Descriptor connection(platform::accept(_socket, peer));
     if (connection.get() == -1) {
         logFailure("accept() failed: socket=%d, ip=%s, port=%d, err=%d");
@@ -46,7 +50,19 @@ ClientSocket* ServerSocket::accept() {
     platform::AddressText text;
     const std::string remoteIP = platform::addressText(peer, text);
     // The memory is had before the descriptor is let go, so that neither can be lost.
-    return new ClientSocket(connection.release(), remoteIP, platform::addressPort(peer));
+    return new ClientSocket(connection.release(), remoteIP, peer.port());
+}
+
+IoResult ServerSocket::accept(ClientSocket& connection) const {
+    SocketAddress peer;
+    const IoResult accepted = platform::complete([&] { return platform::accept(_socket, peer); });
+    if (!accepted) {
+        return accepted;
+    }
+    platform::Descriptor descriptor(static_cast<int>(accepted.count));
+    const std::string remoteIP = peer.ip();
+    connection = ClientSocket(descriptor.release(), remoteIP, peer.port());
+    return {};
 }
 
 void ServerSocket::logFailure(const char* fmt) const {

@@ -17,6 +17,10 @@ class NIVUR_EXPORT ServerSocket : public Socket {
     /// Makes a TCP socket bound to a local address; see Socket::create().
     bool create(const std::string& ip, uint16_t port) override;
 
+    /// The same at an address; with `reuse` at once after a server whose connections have just
+    /// ended. See ClientSocket::create().
+    IoResult create(const SocketAddress& local, bool reuse = false);
+
     /// Closes the listening descriptor.
     void close() override;
 
@@ -25,7 +29,11 @@ class NIVUR_EXPORT ServerSocket : public Socket {
     /// REQUIRES: count > 0.
     bool listen(unsigned int count) const;
 
-    /// Takes one connection, for which a blocking socket waits. The caller owns the new connected
+    /// Accepts one connection into `connection`, whose earlier one is closed: DONE. Else it is
+    /// untouched; WOULD_BLOCK when no connection waits on a non-blocking socket.
+    IoResult accept(ClientSocket& connection) const;
+
+    /// Accepts one connection; a blocking socket waits for it. The caller owns the new connected
     /// socket. Null, with an error line, when not created or on failure, such as no connection on a
     /// non-blocking socket. When memory is exhausted the connection is closed and std::bad_alloc
     /// passes through.

@@ -1,8 +1,13 @@
 #include "socket.h"
 
 #include "private/assertion.h"
+#include "private/common/descriptor.h"
 #include "private/common/socket_posix.h"
 #include "private/kept_error.h"
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
 
 namespace NIVUR {
 
@@ -26,6 +31,21 @@ Socket& Socket::operator=(const Socket& other) {
     return *this;
 }
 
+Socket::Socket(Socket&& other) noexcept
+    : _socket(std::exchange(other._socket, -1)),
+      _logEnabled(other._logEnabled),
+      _isIPv6(other._isIPv6) {}
+
+Socket& Socket::operator=(Socket&& other) noexcept {
+    if (this != &other) {
+        Socket::close();
+        _socket = std::exchange(other._socket, -1);
+        _logEnabled = other._logEnabled;
+        _isIPv6 = other._isIPv6;
+    }
+    return *this;
+}
+
 Socket::~Socket() {
     Socket::close();
 }
@@ -38,6 +58,7 @@ void Socket::close() {
 }
 
 int Socket::setBroadcast(bool /*enable*/) {
+    errno = EOPNOTSUPP;
     return -1;
 }
 
@@ -47,6 +68,7 @@ bool Socket::createBound(const std::string& ip, uint16_t port, bool tcp) {
             logLine(LOG_WARN, "socket is already created: ip=%s, port=%d", address().c_str(),
                     this->port());
         }
+        errno = EEXIST;
         return false;
     }
     _socket = createSocket(ip, port, tcp);
@@ -58,8 +80,8 @@ int Socket::createSocket(const std::string& ip, uint16_t port, bool tcp) {
     if (!isIPv6Address(ip, _isIPv6)) {
         return -1;
     }
-    platform::SocketAddress address{};
-    if (!fillAddress(ip, port, &address)) {
+    const SocketAddress address = platform::parseAddress(ip.c_str(), port, _isIPv6);
+    if (!address.isValid()) {
         logLine(LOG_ERROR, "invalid socket address: ip=%s, port=%d", ip.c_str(), port);
         return -1;
     }
@@ -77,12 +99,30 @@ int Socket::createSocket(const std::string& ip, uint16_t port, bool tcp) {
     return socket;
 }
 
+IoResult Socket::createBound(const SocketAddress& local, bool reuse, bool tcp) {
+    if (_socket != -1) {
+        return {IoResult::FAILED, 0, EEXIST};
+    }
+    platform::Descriptor socket(platform::open(local, tcp));
+    if (socket.get() == -1 ||
+        (reuse && platform::setOption(socket.get(), platform::Option::REUSE, 1) == -1) ||
+        platform::bind(socket.get(), local) == -1) {
+        return platform::failure();
+    }
+    _socket = socket.release();
+    _isIPv6 = local.isIPv6();
+    return {};
+}
+
 bool Socket::fillAddress(const std::string& ip, uint16_t port, void* address) const {
-    return platform::encodeAddress(ip, port, _isIPv6, address);
+    const SocketAddress filled = platform::parseAddress(ip.c_str(), port, _isIPv6);
+    std::memcpy(address, filled.data(), filled.size());
+    return filled.isValid();
 }
 
 bool Socket::checkCreated(const char* line, ...) const {
     if (_socket == -1) {
+        errno = EBADF;
         va_list none;
         va_start(none, line);
         vlogLine(LOG_ERROR, line, none);
@@ -106,20 +146,21 @@ void Socket::vlogLine(LogLevel level, const char* fmt, va_list args) const {
 }
 
 std::string Socket::address() const {
-    platform::SocketAddress address{};
-    if (!checkCreated(kNotCreated) || platform::localAddress(_socket, address) == -1) {
-        return "";
-    }
+    const SocketAddress address = checkCreated(kNotCreated) ? localAddress() : SocketAddress();
     platform::AddressText text;
-    return platform::addressText(address, text);
+    return address.isValid() ? platform::addressText(address, text) : "";
 }
 
 uint16_t Socket::port() const {
-    platform::SocketAddress address{};
-    if (!checkCreated(kNotCreated) || platform::localAddress(_socket, address) == -1) {
-        return 0;
-    }
-    return platform::addressPort(address);
+    return checkCreated(kNotCreated) ? localAddress().port() : uint16_t{0};
+}
+
+SocketAddress Socket::localAddress() const {
+    return platform::localAddress(_socket);
+}
+
+SocketAddress Socket::peerAddress() const {
+    return platform::peerAddress(_socket);
 }
 
 int Socket::select() const {
@@ -180,6 +221,25 @@ int Socket::setBufLength(unsigned int length) {
         return -1;
     }
     return platform::setOption(_socket, platform::Option::RECEIVE_BUFFER, value);
+}
+
+int Socket::sendBufferSize() const {
+    return platform::getOption(_socket, platform::Option::SEND_BUFFER);
+}
+
+int Socket::receiveBufferSize() const {
+    return platform::getOption(_socket, platform::Option::RECEIVE_BUFFER);
+}
+
+int Socket::setTrafficClass(unsigned int codePoint) {
+    // The lower two bits are those of congestion notification.
+    return platform::setOption(_socket, _isIPv6, platform::FamilyOption::TRAFFIC_CLASS,
+                               static_cast<int>(codePoint << 2));
+}
+
+int Socket::setHopLimit(unsigned int hops) {
+    return platform::setOption(_socket, _isIPv6, platform::FamilyOption::HOPS,
+                               static_cast<int>(hops));
 }
 
 int Socket::setSockCOS(int cos) {

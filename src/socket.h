@@ -7,15 +7,23 @@
 #include <string>
 
 #include "export.h"
+#include "io_result.h"
 #include "log.h"
+#include "socket_address.h"
 
 namespace NIVUR {
 
-/// What TCP and UDP sockets have in common: one descriptor, owned, bound to a local address.
-/// Addresses are numeric IPv4 or IPv6 text, ports are in host order. Failures come back as results,
-/// most with a log line; getError() then tells the platform's reason, also after the line was
-/// written. One thread at a time may use an object, but several may read, or one send and one
-/// receive, while none creates, connects, closes or assigns it.
+/// What TCP and UDP sockets have in common: one descriptor, owned, bound to a local address. Ports
+/// are in host order.
+///
+/// There are two sets of calls. Those that take an address as numeric IPv4 or IPv6 text report
+/// failures as false or -1, most with a log line; getError() then tells the reason, also after the
+/// line was written. Those that take a SocketAddress or give an IoResult tell "would block",
+/// "closed" and "failed" apart and write no log lines; on a socket that is not created they fail
+/// with EBADF. Both may be used on the same socket.
+///
+/// One thread at a time may use an object, but several may read, or one send and one receive,
+/// while none creates, connects, closes, moves or assigns it.
 class NIVUR_EXPORT Socket {
   public:
     Socket() = default;
@@ -26,6 +34,9 @@ class NIVUR_EXPORT Socket {
     /// Duplicates the descriptor: both objects are ends of the same socket and each closes its own.
     /// The copy is not created when the platform has no descriptor left.
     Socket(const Socket& other);
+
+    /// Takes over the other's descriptor and its log switch; the other is then not created.
+    Socket(Socket&& other) noexcept;
 
     virtual ~Socket();
 
@@ -45,8 +56,14 @@ class NIVUR_EXPORT Socket {
     /// The local port; 0 on failure.
     uint16_t port() const;
 
-    /// Waits until there is something to read, to accept, or an end or error to fetch: 0 when so,
-    /// -1 on failure, which an interrupting signal is too.
+    /// The local address; no address on failure.
+    SocketAddress localAddress() const;
+
+    /// The address that the socket is connected to; no address, and ENOTCONN, when it is not.
+    SocketAddress peerAddress() const;
+
+    /// Waits until there is something to read or to accept, or an end of stream or error to report.
+    /// Returns 0 when ready, -1 on failure, which an interrupting signal is too.
     int select() const;
 
     /// As select(), for up to `timeout` milliseconds; 1 when they have passed.
@@ -60,11 +77,12 @@ class NIVUR_EXPORT Socket {
     static std::set<Socket*> waitMultipleSocket(const std::set<Socket*>& sockets,
                                                 unsigned int timeout);
 
-    /// Whether calls wait for their result, as they do at first: 0, or -1 on failure.
+    /// Makes calls block (the default) or not. Returns 0, or -1 on failure.
     int setBlocking(bool blocking);
 
-    /// Whether the local address may be bound again at once after use: 0, or -1 on failure. It
-    /// takes effect on a later bind of the descriptor, and so never on the one by create().
+    /// Allows the local address to be bound again at once after use, or not. Returns 0, or -1 on
+    /// failure. It takes effect on a later bind of the descriptor, and so never on the one by
+    /// create(): ask for it there.
     int setReuse(bool reuse);
 
     /// Asks for send and receive buffers of `length` bytes each: 0, or -1 on failure. Also 0, with
@@ -75,7 +93,22 @@ class NIVUR_EXPORT Socket {
     /// error line, when not created. It logs its value as an error line whether it succeeds or not.
     int setSockCOS(int cos);
 
-    /// Switches this object's log lines, which are on at first. Copies start with theirs on.
+    /// The size of the send buffer in bytes as the system granted it, which on Linux is twice what
+    /// was asked for, up to a limit; -1 on failure.
+    int sendBufferSize() const;
+
+    /// The size of the receive buffer, as for sendBufferSize().
+    int receiveBufferSize() const;
+
+    /// Marks what is sent with a differentiated-services code point (DSCP), 0 to 63, by which
+    /// routers and wireless links choose its priority. Returns 0, or -1 on failure.
+    int setTrafficClass(unsigned int codePoint);
+
+    /// Limits how many routers pass on what is sent, 1 to 255, but for multicast. Returns 0, or -1
+    /// on failure.
+    int setHopLimit(unsigned int hops);
+
+    /// Switches this object's log lines, which are initially on. Copies start with logging on.
     void setLogEnabled(bool enabled) { _logEnabled = enabled; }
 
     /// The descriptor, which stays owned by this object, or -1.
@@ -88,15 +121,23 @@ class NIVUR_EXPORT Socket {
     /// Closes a descriptor: 0, or -1 on failure.
     static int closeSocket(int socket);
 
-    /// The platform's error number of the calling thread's last failure.
+    /// The platform's error number of the calling thread's last failed call: EBADF when the socket
+    /// was not created, EINVAL for text that is no address, ENOTCONN, EISCONN or EEXIST for a
+    /// socket in the wrong state, and 0 for an end of stream or an empty datagram.
     static int getError();
 
   protected:
     /// As the copy constructor, after closing what this object had; its log switch stays.
     Socket& operator=(const Socket& other);
 
+    /// As the move constructor, after closing what this object had.
+    Socket& operator=(Socket&& other) noexcept;
+
     /// create() for either kind of socket.
     bool createBound(const std::string& ip, uint16_t port, bool tcp);
+
+    /// The same at an address, which may be one that was bound before.
+    IoResult createBound(const SocketAddress& local, bool reuse, bool tcp);
 
     /// A new bound descriptor, or -1. Sets the family once `ip` is resolved.
     int createSocket(const std::string& ip, uint16_t port, bool tcp);

@@ -78,11 +78,11 @@ template <auto kFunction, class... Args>
 auto pass(const char* name, Args... args) {
     using Result = decltype(kFunction(args...));
     if (!Call::isDue(name)) return callHidden<kFunction>(name, args...);
+    if (std::strncmp(name, "pthread_", 8) != 0) errno = Call::error();
     if constexpr (std::is_pointer_v<Result>) {
         return Result{nullptr};
     } else {
         if (std::strncmp(name, "pthread_", 8) == 0) return Result{Call::error()};
-        errno = Call::error();
         return Result{errno == 0 ? 0 : -1};
     }
 }
@@ -158,8 +158,15 @@ PASS(int, getsockname, noexcept, (int s, sockaddr* a, socklen_t* n), s, a, n)
 PASS(int, setsockopt, noexcept, (int s, int l, int o, const void* v, socklen_t n), s, l, o, v, n)
 PASS(int, accept4, , (int s, sockaddr* a, socklen_t* n, int f), s, a, n, f)
 PASS(int, ppoll, , (pollfd * p, nfds_t n, const timespec* t, const sigset_t* m), p, n, t, m)
+PASS(int, getsockopt, noexcept, (int s, int l, int o, void* v, socklen_t* n), s, l, o, v, n)
+PASS(int, getpeername, noexcept, (int s, sockaddr* a, socklen_t* n), s, a, n)
+PASS(int, connect, , (int s, const sockaddr* a, socklen_t n), s, a, n)
+PASS(ssize_t, sendmsg, , (int s, const msghdr* m, int f), s, m, f)
+PASS(ssize_t, recvmsg, , (int s, msghdr* m, int f), s, m, f)
 PASS(ssize_t, send, , (int s, const void* d, size_t n, int f), s, d, n, f)
 PASS(ssize_t, recv, , (int s, void* d, size_t n, int f), s, d, n, f)
+PASS(ssize_t, recvfrom, , (int s, void* d, size_t n, int f, sockaddr* a, socklen_t* l), s, d, n, f,
+     a, l)
 PASS(char*, if_indextoname, noexcept, (unsigned int i, char* n), i, n)
 #undef PASS
 

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netdb.h>
+#include <netinet/tcp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -27,7 +28,9 @@ int Socket::getError() {
 bool Socket::isIPv6Address(const std::string& ip, bool& isIPv6) {
     const addrinfo hints{};
     addrinfo* found = nullptr;
-    if (::getaddrinfo(ip.c_str(), nullptr, &hints, &found) != 0) {
+    const int result = ::getaddrinfo(ip.c_str(), nullptr, &hints, &found);
+    if (result != 0) {
+        errno = result == EAI_SYSTEM ? errno : EINVAL;
         return false;
     }
     isIPv6 = found->ai_family == AF_INET6;
@@ -39,12 +42,41 @@ namespace platform {
 
 namespace {
 
-socklen_t lengthOf(const SocketAddress& address) {
-    return address.any.sa_family == AF_INET6 ? sizeof(address.ipv6) : sizeof(address.ipv4);
+const sockaddr* platformAddress(const SocketAddress& address) {
+    return static_cast<const sockaddr*>(address.data());
 }
 
-// Answers as select() does, but for descriptors of any size: a dead one fails the whole wait, and
-// an end or an error can be read. Neither call is restarted after a signal.
+socklen_t platformSize(const SocketAddress& address) {
+    return static_cast<socklen_t>(address.size());
+}
+
+/// Makes a call that takes an address. Without one it would mean something else.
+template <class Call>
+auto withAddress(const SocketAddress& address, Call call) {
+    if (!address.isValid()) {
+        errno = EINVAL;
+        return decltype(call(nullptr, 0)){-1};
+    }
+    return call(platformAddress(address), platformSize(address));
+}
+
+/// Makes a call that gives an address, which is none after a failure.
+template <class Call>
+auto givenAddress(SocketAddress& address, Call call) {
+    sockaddr_in6 given{};
+    socklen_t size = sizeof(given);
+    const auto result = call(reinterpret_cast<sockaddr*>(&given), &size);
+    address = SocketAddress::fromPlatform(&given, result == -1 ? 0 : size);
+    return result;
+}
+
+/// A datagram that did not fit is a failure.
+IoResult uncut(size_t room, IoResult received) {
+    return received.count > room ? IoResult{IoResult::FAILED, 0, EMSGSIZE} : received;
+}
+
+// Answers as select() does, but for descriptors of any size: a closed one fails the whole wait, and
+// end of stream and errors count as readable. Neither call is restarted after a signal.
 int pollReadable(pollfd* entries, size_t count, const unsigned int* timeout) {
     timespec limit{};
     if (timeout != nullptr) {
@@ -63,33 +95,35 @@ int pollReadable(pollfd* entries, size_t count, const unsigned int* timeout) {
 
 }  // namespace
 
-bool encodeAddress(const std::string& ip, uint16_t port, bool isIPv6, void* address) {
-    SocketAddress encoded{};
-    encoded.any.sa_family = isIPv6 ? AF_INET6 : AF_INET;
-    encoded.ipv4.sin_port = htons(port);  // at the same place in both families
-    void* const bytes = isIPv6 ? static_cast<void*>(&encoded.ipv6.sin6_addr)
-                               : static_cast<void*>(&encoded.ipv4.sin_addr);
-    if (::inet_pton(encoded.any.sa_family, ip.c_str(), bytes) != 1) {
-        return false;
+SocketAddress parseAddress(const char* ip, uint16_t port, bool isIPv6) {
+    sockaddr_in6 ipv6{};
+    sockaddr_in ipv4{};
+    ipv6.sin6_port = ipv4.sin_port = htons(port);
+    ipv6.sin6_family = AF_INET6;
+    ipv4.sin_family = AF_INET;
+    void* const bytes =
+        isIPv6 ? static_cast<void*>(&ipv6.sin6_addr) : static_cast<void*>(&ipv4.sin_addr);
+    if (::inet_pton(isIPv6 ? AF_INET6 : AF_INET, ip, bytes) != 1) {
+        errno = EINVAL;
+        return {};
     }
-    std::memcpy(address, &encoded, lengthOf(encoded));
-    return true;
+    return isIPv6 ? SocketAddress::fromPlatform(&ipv6, sizeof(ipv6))
+                  : SocketAddress::fromPlatform(&ipv4, sizeof(ipv4));
 }
 
 const char* addressText(const SocketAddress& address, AddressText& text) {
-    const bool isIPv6 = address.any.sa_family == AF_INET6;
-    const void* const bytes = isIPv6 ? static_cast<const void*>(&address.ipv6.sin6_addr)
-                                     : static_cast<const void*>(&address.ipv4.sin_addr);
-    return ::inet_ntop(isIPv6 ? AF_INET6 : AF_INET, bytes, text, sizeof(text));
-}
-
-uint16_t addressPort(const SocketAddress& address) {
-    return ntohs(address.ipv4.sin_port);
+    const auto* const bytes = static_cast<const char*>(address.data());
+    return address.isIPv6()
+               ? ::inet_ntop(AF_INET6, bytes + offsetof(sockaddr_in6, sin6_addr), text,
+                             sizeof(text))
+               : ::inet_ntop(AF_INET, bytes + offsetof(sockaddr_in, sin_addr), text, sizeof(text));
 }
 
 int open(const SocketAddress& family, bool tcp) {
-    return ::socket(family.any.sa_family, (tcp ? SOCK_STREAM : SOCK_DGRAM) | SOCK_CLOEXEC,
-                    tcp ? IPPROTO_TCP : IPPROTO_UDP);
+    return withAddress(family, [tcp](const sockaddr* address, socklen_t /*size*/) {
+        return ::socket(address->sa_family, (tcp ? SOCK_STREAM : SOCK_DGRAM) | SOCK_CLOEXEC,
+                        tcp ? IPPROTO_TCP : IPPROTO_UDP);
+    });
 }
 
 int duplicate(int socket) {
@@ -97,22 +131,33 @@ int duplicate(int socket) {
 }
 
 int bind(int socket, const SocketAddress& address) {
-    return ::bind(socket, &address.any, lengthOf(address));
+    return ::bind(socket, platformAddress(address), platformSize(address));
 }
 
-int localAddress(int socket, SocketAddress& address) {
-    address = {};
-    socklen_t length = sizeof(address);
-    return ::getsockname(socket, &address.any, &length);
+SocketAddress localAddress(int socket) {
+    SocketAddress address;
+    givenAddress(address, [socket](sockaddr* given, socklen_t* size) {
+        return ::getsockname(socket, given, size);
+    });
+    return address;
+}
+
+SocketAddress peerAddress(int socket) {
+    SocketAddress address;
+    givenAddress(address, [socket](sockaddr* given, socklen_t* size) {
+        return ::getpeername(socket, given, size);
+    });
+    return address;
 }
 
 bool isIPv6(int socket) {
-    SocketAddress address{};
-    return localAddress(socket, address) == 0 && address.any.sa_family == AF_INET6;
+    return localAddress(socket).isIPv6();
 }
 
-int connect(int socket, const SocketAddress& address) {
-    return ::connect(socket, &address.any, lengthOf(address));
+int connect(int socket, const SocketAddress& peer) {
+    return withAddress(peer, [socket](const sockaddr* address, socklen_t size) {
+        return ::connect(socket, address, size);
+    });
 }
 
 int listen(int socket, unsigned int count) {
@@ -120,8 +165,9 @@ int listen(int socket, unsigned int count) {
 }
 
 int accept(int socket, SocketAddress& peer) {
-    socklen_t length = sizeof(peer);
-    return ::accept4(socket, &peer.any, &length, SOCK_CLOEXEC);
+    return givenAddress(peer, [socket](sockaddr* given, socklen_t* size) {
+        return ::accept4(socket, given, size, SOCK_CLOEXEC);
+    });
 }
 
 int shutdown(int socket) {
@@ -137,21 +183,81 @@ ptrdiff_t recv(int socket, void* data, size_t length) {
 }
 
 ptrdiff_t sendto(int socket, const void* data, size_t length, const SocketAddress& receiver) {
-    return ::sendto(socket, data, length, 0, &receiver.any, lengthOf(receiver));
+    return withAddress(receiver, [=](const sockaddr* address, socklen_t size) {
+        return ::sendto(socket, data, length, 0, address, size);
+    });
 }
 
 ptrdiff_t recvfrom(int socket, void* data, size_t length, SocketAddress& sender) {
-    socklen_t senderLength = sizeof(sender);
-    return ::recvfrom(socket, data, length, 0, &sender.any, &senderLength);
+    return givenAddress(sender, [=](sockaddr* given, socklen_t* size) {
+        return ::recvfrom(socket, data, length, 0, given, size);
+    });
+}
+
+IoResult receiveDatagram(int socket, void* data, size_t length, SocketAddress& sender) {
+    return uncut(length, complete([&] {
+                     return givenAddress(sender, [=](sockaddr* given, socklen_t* size) {
+                         return ::recvfrom(socket, data, length, MSG_TRUNC, given, size);
+                     });
+                 }));
+}
+
+IoResult failure() {
+    switch (errno) {
+        case EAGAIN:
+        case EINPROGRESS:
+        case EALREADY:
+            return {IoResult::WOULD_BLOCK};
+        case EPIPE:
+            return {IoResult::CLOSED};
+        default:
+            return {IoResult::FAILED, 0, errno};
+    }
 }
 
 int setOption(int socket, Option option, int value) {
     return ::setsockopt(socket, SOL_SOCKET, static_cast<int>(option), &value, sizeof(value));
 }
 
+int getOption(int socket, Option option) {
+    int value = 0;
+    socklen_t size = sizeof(value);
+    const int name = static_cast<int>(option);
+    return ::getsockopt(socket, SOL_SOCKET, name, &value, &size) == -1 ? -1 : value;
+}
+
+int takeError(int socket) {
+    int error = 0;
+    socklen_t size = sizeof(error);
+    return ::getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size) == -1 ? errno : error;
+}
+
 int setBlocking(int socket, bool blocking) {
     int nonBlocking = blocking ? 0 : 1;
     return ::ioctl(socket, FIONBIO, &nonBlocking);
+}
+
+int setNoDelay(int socket, bool noDelay) {
+    const int value = noDelay ? 1 : 0;
+    return ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value));
+}
+
+int setOption(int socket, bool isIPv6, FamilyOption option, int value) {
+    // In the order of FamilyOption.
+    static constexpr int kNames[][2] = {{IP_TOS, IPV6_TCLASS},
+                                        {IP_TTL, IPV6_UNICAST_HOPS},
+                                        {IP_MULTICAST_TTL, IPV6_MULTICAST_HOPS}};
+    return ::setsockopt(socket, isIPv6 ? IPPROTO_IPV6 : IPPROTO_IP,
+                        kNames[static_cast<int>(option)][isIPv6 ? 1 : 0], &value, sizeof(value));
+}
+
+int setMembership(int socket, const SocketAddress& group, unsigned int interfaceIndex,
+                  bool member) {
+    group_req request{};
+    request.gr_interface = interfaceIndex != 0 ? interfaceIndex : group.scopeId();
+    std::memcpy(&request.gr_group, group.data(), group.size());
+    return ::setsockopt(socket, group.isIPv6() ? IPPROTO_IPV6 : IPPROTO_IP,
+                        member ? MCAST_JOIN_GROUP : MCAST_LEAVE_GROUP, &request, sizeof(request));
 }
 
 int waitReadable(int socket, const unsigned int* timeout) {
