@@ -1,5 +1,6 @@
 #include <dlfcn.h>
 #include <nivur/ifaddrs.h>
+#include <nivur/interface_address.h>
 #include <sched.h>
 
 #include <cstdio>
@@ -19,6 +20,14 @@ struct NivurInterfaces {
         ifaddrs* addresses = nullptr;
         ::getifaddrs(&addresses);
         ::freeifaddrs(addresses);
+    }
+};
+
+struct NivurValues {
+    static std::string name() { return "nivur"; }
+    static void list() {
+        std::vector<NIVUR::InterfaceAddress> addresses;
+        NIVUR::getInterfaceAddresses(addresses);
     }
 };
 
@@ -71,6 +80,10 @@ void addInterfaces() {
         kFamily.addThreaded("list " + std::to_string(addresses) + " addresses",
                             Peers<NivurInterfaces, PlainInterfaces>(),
                             [=](State& state, auto peer) {
+                                measure<typename decltype(peer)::Type>(state, addresses);
+                            });
+        kFamily.addThreaded("list " + std::to_string(addresses) + " addresses as values",
+                            Peers<NivurValues, PlainInterfaces>(), [=](State& state, auto peer) {
                                 measure<typename decltype(peer)::Type>(state, addresses);
                             });
     }

@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <uv.h>
 
 #include <array>
 #include <boost/asio.hpp>
@@ -236,6 +237,190 @@ void measureUdp(State& state, size_t length) {
     }
 }
 
+// Many datagrams of one size to one address, which is kept: into the receiver and out again. What
+// one call each costs, and what one call for all of them does.
+
+constexpr size_t kDatagrams = 32;
+constexpr size_t kDatagram = 1200;
+using Datagrams = std::array<char, 65536>;
+
+class PlainDatagrams {
+  public:
+    static std::string name() { return "plain calls"; }
+    ~PlainDatagrams() { ::close(_descriptor); }
+    sockaddr_in address() const { return addressOf(_descriptor); }
+    void send(const sockaddr_in& to, const Datagrams& data) {
+        for (size_t i = 0; i < kDatagrams; ++i) {
+            ::sendto(_descriptor, &data[i * kDatagram], kDatagram, 0,
+                     reinterpret_cast<const sockaddr*>(&to), sizeof to);
+        }
+    }
+    void receive(Datagrams& data) {
+        for (size_t i = 0; i < kDatagrams; ++i) {
+            sockaddr_in from = {};
+            socklen_t length = sizeof from;
+            ::recvfrom(_descriptor, &data[i * kDatagram], kDatagram, 0,
+                       reinterpret_cast<sockaddr*>(&from), &length);
+        }
+    }
+
+  protected:
+    int _descriptor = makeBound(SOCK_DGRAM);
+};
+
+/// What the library does not do, as it saves less than half.
+class MessageDatagrams : public PlainDatagrams {
+  public:
+    static std::string name() { return "sendmmsg and recvmmsg"; }
+    void send(sockaddr_in to, Datagrams& data) {
+        prepare(data, [&to](size_t) { return &to; });
+        ::sendmmsg(_descriptor, _messages.data(), kDatagrams, 0);
+    }
+    void receive(Datagrams& data) {
+        prepare(data, [this](size_t i) { return &_senders[i]; });
+        ::recvmmsg(_descriptor, _messages.data(), kDatagrams, 0, nullptr);
+    }
+
+  private:
+    template <class AddressOf>
+    void prepare(Datagrams& data, AddressOf address) {
+        for (size_t i = 0; i < kDatagrams; ++i) {
+            _pieces[i] = {&data[i * kDatagram], kDatagram};
+            _messages[i] = {};
+            _messages[i].msg_hdr.msg_iov = &_pieces[i];
+            _messages[i].msg_hdr.msg_iovlen = 1;
+            _messages[i].msg_hdr.msg_name = address(i);
+            _messages[i].msg_hdr.msg_namelen = sizeof(sockaddr_in);
+        }
+    }
+
+    std::array<mmsghdr, kDatagrams> _messages;
+    std::array<iovec, kDatagrams> _pieces;
+    std::array<sockaddr_in, kDatagrams> _senders;
+};
+
+class NivurDatagrams {
+  public:
+    static std::string name() { return "nivur"; }
+    NivurDatagrams() {
+        _socket.create(NIVUR::SocketAddress(kLoopback, 0));
+        _socket.setBufLength(1 << 20);
+    }
+    NIVUR::SocketAddress address() const { return _socket.localAddress(); }
+    void send(const NIVUR::SocketAddress& to, const Datagrams& data) {
+        for (size_t i = 0; i < kDatagrams; ++i) {
+            _socket.sendto(to, &data[i * kDatagram], kDatagram);
+        }
+    }
+    void receive(Datagrams& data) {
+        NIVUR::SocketAddress from;
+        for (size_t i = 0; i < kDatagrams; ++i) {
+            _socket.recvfrom(from, &data[i * kDatagram], kDatagram);
+        }
+    }
+
+  protected:
+    NIVUR::UDPSocket _socket;
+};
+
+class NivurSegments : public NivurDatagrams {
+  public:
+    NivurSegments() { _socket.setCoalescing(true); }
+    void send(const NIVUR::SocketAddress& to, const Datagrams& data) {
+        _socket.sendDatagrams(to, data.data(), kDatagrams * kDatagram, kDatagram);
+    }
+    void receive(Datagrams& data) {
+        NIVUR::SocketAddress from;
+        size_t size = 0;
+        for (size_t received = 0; received < kDatagrams * kDatagram;) {
+            received += _socket.receiveDatagrams(from, data.data(), data.size(), size).count;
+        }
+    }
+};
+
+class AsioDatagrams {
+  public:
+    using Address = asio::ip::udp::endpoint;
+    static std::string name() { return "Asio"; }
+    Address address() const { return _socket.local_endpoint(); }
+    void send(const Address& to, const Datagrams& data) {
+        for (size_t i = 0; i < kDatagrams; ++i) {
+            _socket.send_to(asio::buffer(&data[i * kDatagram], kDatagram), to);
+        }
+    }
+    void receive(Datagrams& data) {
+        Address from;
+        for (size_t i = 0; i < kDatagrams; ++i) {
+            _socket.receive_from(asio::buffer(&data[i * kDatagram], kDatagram), from);
+        }
+    }
+
+  private:
+    asio::io_context _io;
+    asio::ip::udp::socket _socket{_io, asio::ip::udp::v4(), makeBound(SOCK_DGRAM)};
+};
+
+/// Its receiving reads up to 20 datagrams with one recvmmsg().
+class UvDatagrams {
+  public:
+    static std::string name() { return "libuv"; }
+    UvDatagrams() {
+        uv_loop_init(&_loop);
+        uv_udp_init_ex(&_loop, &_socket, AF_UNSPEC | UV_UDP_RECVMMSG);
+        uv_udp_open(&_socket, makeBound(SOCK_DGRAM));
+        _socket.data = this;
+        uv_udp_recv_start(
+            &_socket,
+            [](uv_handle_t* handle, size_t, uv_buf_t* buffer) {
+                auto& room = static_cast<UvDatagrams*>(handle->data)->_room;
+                *buffer = uv_buf_init(room.data(), static_cast<unsigned int>(room.size()));
+            },
+            [](uv_udp_t* handle, ssize_t count, const uv_buf_t*, const sockaddr*, unsigned int) {
+                static_cast<UvDatagrams*>(handle->data)->_received += count > 0 ? 1 : 0;
+            });
+    }
+    ~UvDatagrams() {
+        uv_close(reinterpret_cast<uv_handle_t*>(&_socket), nullptr);
+        uv_run(&_loop, UV_RUN_DEFAULT);
+        uv_loop_close(&_loop);
+    }
+    sockaddr_in address() const {
+        uv_os_fd_t descriptor = -1;
+        uv_fileno(reinterpret_cast<const uv_handle_t*>(&_socket), &descriptor);
+        return addressOf(descriptor);
+    }
+    void send(const sockaddr_in& to, Datagrams& data) {
+        for (size_t i = 0; i < kDatagrams; ++i) {
+            const uv_buf_t buffer = uv_buf_init(&data[i * kDatagram], kDatagram);
+            uv_udp_try_send(&_socket, &buffer, 1, reinterpret_cast<const sockaddr*>(&to));
+        }
+    }
+    void receive(Datagrams& /*data*/) {
+        for (_received = 0; _received < kDatagrams;) {
+            uv_run(&_loop, UV_RUN_ONCE);
+        }
+    }
+
+  private:
+    uv_loop_t _loop;
+    uv_udp_t _socket;
+    std::vector<char> _room = std::vector<char>(size_t{20} * 65536);
+    size_t _received = 0;
+};
+
+template <class Udp>
+void measureDatagrams(State& state) {
+    Udp sender;
+    Udp receiver;
+    const auto address = receiver.address();
+    const auto data = std::make_unique<Datagrams>();
+    for (auto _ : state) {
+        sender.send(address, *data);
+        receiver.receive(*data);
+    }
+    setItems(state, kDatagrams);
+}
+
 // Waiting: which of many sockets has a message? It is read, so that it is gone the next time.
 
 class NivurWait {
@@ -341,6 +526,16 @@ void addSockets() {
             measureUdp<typename decltype(peer)::Type>(state, datagram);
         });
     }
+    const auto datagrams = [](State& state, auto peer) {
+        measureDatagrams<typename decltype(peer)::Type>(state);
+    };
+    kFamily.add("UDP, 1200 B, address kept",
+                Peers<NivurDatagrams, AsioDatagrams, UvDatagrams, Limit<PlainDatagrams>>(),
+                datagrams);
+    kFamily.add(
+        "UDP, 32 of 1200 B at once",
+        Peers<NivurSegments, AsioDatagrams, UvDatagrams, MessageDatagrams, Other<PlainDatagrams>>(),
+        datagrams);
     for (const size_t count : {10, 100, 1000}) {
         kFamily.add("wait on " + std::to_string(count) + " sockets",
                     Peers<NivurWait, Limit<PollWait>, Other<AsioWait>>(),

@@ -253,15 +253,18 @@ void addresses(Input& input) {
 /// Wants addresses one behind the other, within what was received, and no more than `most`.
 struct Visitor final : platform::AddressVisitor {
     Visitor(const std::vector<uint8_t>& bytes, unsigned limit)
-        : next(bytes.data()), end(next + bytes.size()), most(limit) {}
+        : begin(bytes.data()), next(begin), end(next + bytes.size()), most(limit) {}
     bool visit(const platform::DumpedAddress& found) override {
         check(most > 0, "a walk ends when its visitor says so");
         check(found.family == AF_INET || found.family == AF_INET6, "addresses have a family");
-        check(found.bytes >= next && found.bytes + found.length <= end, "addresses are received");
-        next = found.bytes + found.length;
+        const auto [bytes, length] = found.address;
+        check(bytes >= next && bytes + length <= end, "addresses are received");
+        const auto [local, localLength] = found.local;
+        check(local == nullptr || (local >= begin && local + localLength <= end), "own ones too");
+        next = bytes + length;
         return --most > 0;
     }
-    const uint8_t *next, *end;
+    const uint8_t *begin, *next, *end;
     unsigned most;
 };
 

@@ -2,8 +2,9 @@
 #define NIVUR_IFADDRS_H
 
 /// \file
-/// The library's own enumeration of interface addresses. Its two functions take the place of the
-/// platform's for the whole process that is linked with it, not for one that loads it later. Its
+/// An enumeration of interface addresses that takes the place of the platform's for the whole
+/// process that is linked with the library, not for one that loads it later: prefer
+/// <nivur/interface_address.h>. It is left out with the build option NIVUR_EXPORT_IFADDRS=OFF. Its
 /// record has the platform's name but fewer fields, so one source file includes either this or the
 /// platform's <ifaddrs.h>; both read the same lists.
 
@@ -29,8 +30,8 @@ extern "C" {
 /// Lists the host's IPv4 and IPv6 addresses in the kernel's order, those of interfaces that are
 /// down included; on a point-to-point link the address is the peer's. There are no link-layer
 /// records. Returns 0 and the list, null when there are none, which freeifaddrs() must free;
-/// otherwise -1, with `*list` untouched or null: one interface that cannot be read fails them all.
-/// Any thread may call it at any time.
+/// otherwise -1 with the reason in errno, and `*list` untouched or null: one interface that cannot
+/// be read fails them all. Any thread may call it at any time.
 NIVUR_EXPORT int getifaddrs(struct ifaddrs** list) noexcept;
 
 /// Frees a list from getifaddrs(), all of it; null does nothing.

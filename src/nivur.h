@@ -17,6 +17,7 @@
 #include "event.h"
 #include "event_center.h"
 #include "event_handler.h"
+#include "interface_address.h"
 #include "io_result.h"
 #include "log.h"
 #include "mutex.h"

@@ -43,7 +43,7 @@ class NIVUR_EXPORT SystemUtil {
 
     /// The host's IPv4 addresses in the kernel's order: loopback and interfaces that are down
     /// included, and on a point-to-point link the peer's. Empty also when they cannot be read,
-    /// for which one interface is enough.
+    /// for which one interface is enough: prefer getInterfaceAddresses().
     static std::vector<LocalIPInfo> getLocalIPList();
 };
 

@@ -96,6 +96,13 @@ int listInterfaces() {
     return list == &none ? -1 : listed ? 1 : 0;
 }
 
+int listAddresses() {
+    std::vector<InterfaceAddress> list(1);
+    const IoResult listed = getInterfaceAddresses(list);
+    EXPECT_TRUE(listed || list.size() == 1);
+    return listed ? 1 : -listed.error;
+}
+
 bool startThread() {
     Thread thread;
     Runnable* const task = makeRunnable([] { SystemUtil::sleep(20); });
@@ -221,6 +228,7 @@ const std::pair<const char*, const char* (*)(World&)> kScenarios[] = {
          return either(sockets[0].sendto(sockets[0].localAddress(), "x", 1) &&
                        sockets[0].recvfrom(sender, data, 8));
      }},
+    {"addresses of interfaces", [](World&) { return either(listAddresses() == 1, true); }},
     {"bytes", [](World& w) { return StringUtil::string2UInt8Vector(kLong, w.bytes), "done"; }},
     {"texts",
      [](World&) {
@@ -446,6 +454,13 @@ TEST(SystemCalls, MayFail) {
         {"sendmsg", EINVAL, datagrams, -1, -1},
         {"sendmsg", ENOBUFS, datagrams, ENOBUFS, -1},
         {"recvmsg", EINTR, receiveMany, -1, -1},
+        {"socket", EMFILE, listAddresses, -EMFILE, 1},
+        {"socket", ENFILE, listAddresses, -ENFILE, 1, "", 1},
+        {"send", ENOBUFS, listAddresses, -ENOBUFS, 1},
+        {"recv", EINTR, listAddresses, -EINTR, 1},
+        {"if_indextoname", ENXIO, listAddresses, 1, 1},
+        {"ioctl", ENODEV, listAddresses, 1, 1},
+        {"ioctl", EPERM, listAddresses, -EPERM, 1},
         {"socket", EMFILE, listInterfaces, -1, 1},
         {"socket", ENFILE, listInterfaces, 0, 1, "", 1},
         {"send", ENOBUFS, listInterfaces, -1, 1},

@@ -5,12 +5,14 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <nivur/interface_address.h>
 #include <nivur/system_util.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "support/log_capture.h"
@@ -23,7 +25,8 @@ extern "C" ssize_t recv(int socket, void* data, size_t size, int flags) {
     if (answers->empty()) return -1;
     const std::string answer = answers->front();
     answers->erase(answers->begin());
-    return static_cast<ssize_t>(answer.copy(static_cast<char*>(data), size));
+    const size_t copied = answer.copy(static_cast<char*>(data), size);
+    return static_cast<ssize_t>((flags & MSG_TRUNC) != 0 ? answer.size() : copied);
 }
 
 namespace NIVUR {
@@ -59,10 +62,56 @@ Lines listed(decltype(&getifaddrs) get = getifaddrs, decltype(&freeifaddrs) rele
     return lines;
 }
 
+template <class Function>
+Function* ofThePlatform(const char* name, Function* /*sameType*/) {
+    static void* const libc = dlopen("libc.so.6", RTLD_LAZY);
+    return reinterpret_cast<Function*>(dlsym(libc, name));
+}
+
 Lines listedByThePlatform() {
-    void* const libc = dlopen("libc.so.6", RTLD_LAZY);
-    return listed(reinterpret_cast<decltype(&getifaddrs)>(dlsym(libc, "getifaddrs")),
-                  reinterpret_cast<decltype(&freeifaddrs)>(dlsym(libc, "freeifaddrs")));
+    return listed(ofThePlatform("getifaddrs", getifaddrs),
+                  ofThePlatform("freeifaddrs", freeifaddrs));
+}
+
+// "NAME FLAGS ADDRESS", with scope, and " to PEER" on a point-to-point link.
+std::string line(const std::string& name, unsigned int flags, const SocketAddress& own,
+                 const SocketAddress& peer) {
+    return name + " " + std::to_string(flags & 0xFFFF) + " " + own.ip() +
+           (peer.isValid() ? " to " + peer.ip() : "");
+}
+
+Lines ownList() {
+    std::vector<InterfaceAddress> list(1);
+    const IoResult result = getInterfaceAddresses(list);
+    if (!result) return {"error " + std::to_string(result.error) + (list.size() == 1 ? "" : "!")};
+    EXPECT_EQ(result.count, list.size());
+    Lines lines;
+    for (const InterfaceAddress& each : list) {
+        lines.push_back(line(each.name, each.flags, each.address, each.peer) + " /" +
+                        std::to_string(each.prefixLength));
+        EXPECT_EQ(each.interfaceIndex, if_nametoindex(each.name.c_str()));
+        EXPECT_EQ(each.isLoopback(), (each.flags & IFF_LOOPBACK) != 0);
+        EXPECT_EQ(each.isUp(), (each.flags & IFF_UP) != 0);
+    }
+    return lines;
+}
+
+// As far as the platform's own list tells.
+Lines ownListByThePlatform() {
+    ifaddrs* list = nullptr;
+    EXPECT_EQ(ofThePlatform("getifaddrs", getifaddrs)(&list), 0);
+    Lines lines;
+    for (const ifaddrs* each = list; each != nullptr; each = each->ifa_next) {
+        const auto own = SocketAddress::fromPlatform(each->ifa_addr, sizeof(sockaddr_in6));
+        const bool linked = (each->ifa_flags & IFF_POINTOPOINT) != 0;
+        const auto peer = linked && each->ifa_dstaddr != nullptr
+                              ? SocketAddress::fromPlatform(each->ifa_dstaddr, sizeof(sockaddr_in6))
+                              : SocketAddress();
+        const std::string name(each->ifa_name, std::strcspn(each->ifa_name, ":"));
+        if (own.isValid()) lines.push_back(line(name, each->ifa_flags, own, peer));
+    }
+    ofThePlatform("freeifaddrs", freeifaddrs)(list);
+    return lines;
 }
 
 TEST(Interfaces, ThreeHundredAddressesOfAnInterfaceThatIsDownArriveComplete) {
@@ -84,6 +133,7 @@ TEST(Interfaces, ThreeHundredAddressesOfAnInterfaceThatIsDownArriveComplete) {
         EXPECT_EQ(listed().size(), 300U);
         EXPECT_EQ(listed(), listedByThePlatform());
         EXPECT_EQ(SystemUtil::getLocalIPList().back().ip, "10.0.1.44");
+        EXPECT_EQ(ownList().back(), "lo 8 10.0.1.44 /8");
         std::fflush(stdout);
         _exit(testing::Test::HasFailure() ? 1 : 0);
     }
@@ -166,8 +216,53 @@ TEST(Interfaces, AreWhatWasReceivedAndNothingElse) {
                           "2 temp_addr->ifa_addr->sa_family = 10"}));
 }
 
+TEST(Interfaces, OfTheirOwnListAreWholeAndNamedByTheirOwnAddress) {
+    const std::string done = message(NLMSG_DONE), a4 = attribute("abcd");
+    const std::string own4 = attribute("wxyz", IFA_LOCAL);
+    const std::string a6 = attribute("abcdefghijklmnop"),
+                      local6 = attribute("\xfe\x80............yz");
+    const std::string own6 = attribute("ABCDEFGHIJKLMNOP", IFA_LOCAL);
+    const std::string one = address(8, a4);
+    std::string many = one;
+    while (many.size() + one.size() <= 32768)
+        many += one;
+    const size_t most = many.size() / one.size();
+    const std::string text6 = "6162:6364:6566:6768:696a:6b6c:6d6e:6f70";
+    const std::pair<Lines, Lines> rows[] = {
+        {{one + address(9, attribute("abcd", IFA_LOCAL) + a4) + address(31, a4 + own4) +
+          address(40, a4, AF_INET, 0x7FFFFFFF) + address(8, a4, AF_PACKET) +
+          address(64, local6, AF_INET6) + address(127, own6 + a6, AF_INET6) + done},
+         {"lo 73 97.98.99.100 /8", "lo 73 97.98.99.100 /9",
+          "lo 73 119.120.121.122 to 97.98.99.100 /31",
+          "lo 73 fe80:2e2e:2e2e:2e2e:2e2e:2e2e:2e2e:797a%lo /64",
+          "lo 73 4142:4344:4546:4748:494a:4b4c:4d4e:4f50 to " + text6 + " /127"}},
+        {{many, done}, Lines(most, "lo 73 97.98.99.100 /8")},
+        {{many + one, done}, {"error " + std::to_string(EMSGSIZE)}},
+        {{one, message(NLMSG_ERROR, bytes(-EPERM))}, {"error " + std::to_string(EPERM)}},
+        {{message(NLMSG_ERROR)}, {"error " + std::to_string(EIO)}},
+        {{one, ""}, {"error " + std::to_string(EIO)}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        Lines received = row.first, again = row.first;
+        answers = &received;
+        EXPECT_EQ(ownList(), row.second);
+        answers = &again;
+        ifaddrs* list = nullptr;
+        if (row.second[0].compare(0, 5, "error") == 0) {
+            EXPECT_TRUE(getifaddrs(&list) == -1 && list == nullptr);
+            EXPECT_EQ("error " + std::to_string(errno), row.second[0]);
+        }
+    }
+    answers = nullptr;
+}
+
 TEST(Interfaces, AreThoseThatThePlatformLists) {
     EXPECT_EQ(listed(), listedByThePlatform());
+    Lines own = ownList();
+    for (std::string& each : own)
+        each.resize(each.rfind(" /"));
+    EXPECT_EQ(own, ownListByThePlatform());
     freeifaddrs(nullptr);
 }
 

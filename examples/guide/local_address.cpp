@@ -1,22 +1,22 @@
-// Finds the address under which other hosts reach this one.
+// Finds the addresses under which other hosts reach this one.
 
 #include <nivur/nivur.h>
 
 #include <cstdio>
 #include <string>
-
-// Not the loopback's: 127.0.0.0/8 never leaves the host.
-static bool isForOthers(const NIVUR::LocalIPInfo& info) {
-    return info.ip.compare(0, 4, "127.") != 0;
-}
+#include <vector>
 
 int main() {
+    std::vector<NIVUR::InterfaceAddress> list;
+    if (!NIVUR::getInterfaceAddresses(list)) {
+        return 1;
+    }
     std::string others = "none";
     std::string loopback = "none";
-    for (const NIVUR::LocalIPInfo& info : NIVUR::SystemUtil::getLocalIPList()) {
-        std::string& found = isForOthers(info) ? others : loopback;
-        if (found == "none") {  // the first one, in the kernel's order
-            found = info.ip + " on " + info.name;
+    for (const NIVUR::InterfaceAddress& each : list) {
+        std::string& found = each.isLoopback() ? loopback : others;
+        if (found == "none" && each.isUp()) {  // the first one, in the kernel's order
+            found = each.address.ip() + " on " + each.name;
         }
     }
     std::printf("this host to itself: %s\n", loopback.c_str());

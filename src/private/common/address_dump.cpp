@@ -5,7 +5,12 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <memory>
+#include <new>
+
+#include "private/common/descriptor.h"
 
 namespace NIVUR::platform {
 
@@ -30,8 +35,8 @@ class Bytes {
     // The first `length` bytes without the first `header`. REQUIRES: header <= length <= size().
     Bytes body(size_t length, size_t header) const { return {_data + header, length - header}; }
 
-    // Drops an item and the padding behind it, which the last one may lack: a length rounded up to
-    // 4 could pass the end, or not fit the type. REQUIRES: length <= size().
+    // Skips an item and its padding; the last one may be unpadded, so the aligned length is never
+    // computed: it could exceed the buffer or overflow. REQUIRES: length <= size().
     void drop(size_t length) {
         const size_t padding = (4 - length % 4) % 4;
         const size_t dropped = length + std::min(padding, _size - length);
@@ -44,9 +49,21 @@ class Bytes {
     size_t _size;
 };
 
-bool isWanted(const ifaddrmsg& message, const rtattr& attribute) {
-    return attribute.rta_type == IFA_ADDRESS &&
-           (message.ifa_family == AF_INET || message.ifa_family == AF_INET6);
+// Calls `visit(type, payload)` for each attribute until it gives false, which is the result then.
+template <class Visit>
+bool visitAttributes(Bytes body, Visit visit) {
+    while (body.size() >= sizeof(rtattr)) {
+        const auto attribute = body.read<rtattr>();
+        if (attribute.rta_len < sizeof(rtattr) || attribute.rta_len > body.size()) {
+            break;
+        }
+        const Bytes payload = body.body(attribute.rta_len, sizeof(rtattr));
+        if (!visit(attribute.rta_type, AddressBytes{payload.data(), payload.size()})) {
+            return false;
+        }
+        body.drop(attribute.rta_len);
+    }
+    return true;
 }
 
 bool visitAddresses(Bytes body, AddressVisitor& visitor) {
@@ -55,20 +72,36 @@ bool visitAddresses(Bytes body, AddressVisitor& visitor) {
     }
     const auto message = body.read<ifaddrmsg>();
     body.drop(sizeof(ifaddrmsg));
-    while (body.size() >= sizeof(rtattr)) {
-        const auto attribute = body.read<rtattr>();
-        if (attribute.rta_len < sizeof(rtattr) || attribute.rta_len > body.size()) {
-            break;
-        }
-        const Bytes payload = body.body(attribute.rta_len, sizeof(rtattr));
-        if (isWanted(message, attribute) &&
-            !visitor.visit({message.ifa_family, message.ifa_index, message.ifa_prefixlen,
-                            payload.data(), payload.size()})) {
-            return false;
-        }
-        body.drop(attribute.rta_len);
+    if (message.ifa_family != AF_INET && message.ifa_family != AF_INET6) {
+        return true;
     }
-    return true;
+    AddressBytes local{};  // may stand before or after the address
+    visitAttributes(body, [&local](int type, AddressBytes payload) {
+        local = type == IFA_LOCAL ? payload : local;
+        return true;
+    });
+    return visitAttributes(body, [&](int type, AddressBytes payload) {
+        return type != IFA_ADDRESS || visitor.visit({message.ifa_family, message.ifa_index,
+                                                     message.ifa_prefixlen, payload, local});
+    });
+}
+
+// The number that an error message of the kernel begins with, negated.
+int errorOf(Bytes body) {
+    return body.size() < sizeof(int) ? EIO : -body.read<int>();
+}
+
+bool requestDump(int socket) {
+    struct {
+        nlmsghdr header;
+        ifaddrmsg message;
+    } request{};
+    static_assert(sizeof(request) == 24);
+    request.header.nlmsg_len = sizeof(request);
+    request.header.nlmsg_type = RTM_GETADDR;
+    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_ROOT;
+    errno = EIO;  // for a part of it
+    return ::send(socket, &request, sizeof(request), 0) == sizeof(request);
 }
 
 }  // namespace
@@ -84,6 +117,7 @@ DumpState walkAddressDump(const void* received, size_t length, AddressVisitor& v
             case NLMSG_DONE:
                 return DumpState::DONE;
             case NLMSG_ERROR:
+                errno = errorOf(bytes.body(header.nlmsg_len, sizeof(nlmsghdr)));
                 return DumpState::FAILED;
             case RTM_NEWADDR:
                 if (!visitAddresses(bytes.body(header.nlmsg_len, sizeof(nlmsghdr)), visitor)) {
@@ -96,6 +130,34 @@ DumpState walkAddressDump(const void* received, size_t length, AddressVisitor& v
         bytes.drop(header.nlmsg_len);
     }
     return DumpState::MORE;
+}
+
+DumpState dumpAddresses(AddressVisitor& visitor) {
+    const Descriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+    if (socket.get() == -1 || !requestDump(socket.get())) {
+        return DumpState::FAILED;
+    }
+    // The most that the kernel puts into one datagram. With pages of 16 KiB it sends 8 KiB unasked.
+    constexpr size_t kRoom = 32768;
+    const std::unique_ptr<uint8_t[]> buffer(new (std::nothrow) uint8_t[kRoom]);
+    if (buffer == nullptr) {
+        errno = ENOMEM;
+        return DumpState::FAILED;
+    }
+    DumpState state = DumpState::MORE;
+    while (state == DumpState::MORE) {
+        errno = EIO;  // for an end of the answer before its last message
+        const ssize_t count = ::recv(socket.get(), buffer.get(), kRoom, MSG_TRUNC);
+        if (count <= 0) {
+            return DumpState::FAILED;
+        }
+        if (static_cast<size_t>(count) > kRoom) {
+            errno = EMSGSIZE;
+            return DumpState::FAILED;
+        }
+        state = walkAddressDump(buffer.get(), static_cast<size_t>(count), visitor);
+    }
+    return state;
 }
 
 }  // namespace NIVUR::platform

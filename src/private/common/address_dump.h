@@ -6,13 +6,19 @@
 
 namespace NIVUR::platform {
 
-/// One address in the kernel's answer; `bytes` lie in what was received.
+/// Bytes of an address in the kernel's answer, in the order of the network; null for none.
+struct AddressBytes {
+    const uint8_t* data;
+    size_t length;
+};
+
+/// One address in the kernel's answer.
 struct DumpedAddress {
     int family;  ///< AF_INET or AF_INET6
     unsigned int interfaceIndex;
     unsigned int prefixLength;
-    const uint8_t* bytes;
-    size_t length;
+    AddressBytes address;  ///< on a point-to-point link the peer's
+    AddressBytes local;    ///< the interface's own, if the kernel tells it apart
 };
 
 /// Is handed the addresses as they are found; false ends the walk.
@@ -27,13 +33,17 @@ class AddressVisitor {
 enum class DumpState {
     MORE,    ///< another part of the answer must be received
     DONE,    ///< the answer is complete
-    FAILED,  ///< the kernel reports an error
+    FAILED,  ///< the kernel reports an error, which is in errno
     STOPPED  ///< the visitor did not want to go on
 };
 
 /// Walks one received part of the answer to a netlink address dump. Any bytes will do: nothing
 /// outside them is read, and what is malformed is left out.
 DumpState walkAddressDump(const void* received, size_t length, AddressVisitor& visitor);
+
+/// Asks the kernel for the addresses of all interfaces and walks the whole answer: DONE, STOPPED,
+/// or FAILED with the reason in errno.
+DumpState dumpAddresses(AddressVisitor& visitor);
 
 }  // namespace NIVUR::platform
 

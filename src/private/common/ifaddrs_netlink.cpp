@@ -1,75 +1,60 @@
-
-#include <linux/netlink.h>
-#include <linux/rtnetlink.h>
-#include <net/if.h>
 #include <netinet/in.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 
 #include "private/common/address_dump.h"
-#include "private/common/descriptor.h"
 #include "private/common/interface_list.h"
+#include "private/common/interface_lookup.h"
+#include "private/kept_error.h"
 
 namespace NIVUR::platform {
 
 namespace {
 
-// The platform's record has two pointers more: a reader that was built with it finds null there.
+// A record and all that it points to in one block. The platform's record has two more pointers: a
+// reader that was built with it finds null there.
 struct Record : ifaddrs {
     sockaddr* broadcastAddress;
     void* data;
+    sockaddr_in6 address;
+    sockaddr_in6 netmask;
+    char name[IFNAMSIZ];
 };
 
-// All memory of a list is from here and goes to free(); null when there is none.
-template <class T>
-T* allocateZeroed() {
-    return static_cast<T*>(std::calloc(1, sizeof(T)));
-}
-
+// A list's memory is from calloc() and goes to free().
 void freeList(ifaddrs* list) {
     while (list != nullptr) {
         ifaddrs* const next = list->ifa_next;
-        std::free(list->ifa_name);
-        std::free(list->ifa_addr);
-        std::free(list->ifa_netmask);
         std::free(static_cast<Record*>(list));
         list = next;
     }
 }
 
-// A new socket address with as much of the bytes as it has room for.
-sockaddr* makeAddress(int family, unsigned int scope, const uint8_t* bytes, size_t length) {
+// Writes a socket address of that family over zeros, with as much of the bytes as fits.
+sockaddr* fillAddress(sockaddr_in6& room, int family, unsigned int scope, AddressBytes bytes) {
+    auto* const address = reinterpret_cast<sockaddr*>(&room);
+    address->sa_family = static_cast<sa_family_t>(family);
     if (family == AF_INET) {
-        auto* const address = allocateZeroed<sockaddr_in>();
-        if (address != nullptr) {
-            address->sin_family = AF_INET;
-            std::memcpy(&address->sin_addr, bytes, std::min(length, sizeof(address->sin_addr)));
-        }
-        return reinterpret_cast<sockaddr*>(address);
+        auto& ipv4 = reinterpret_cast<sockaddr_in*>(address)->sin_addr;
+        std::memcpy(&ipv4, bytes.data, std::min(bytes.length, sizeof(ipv4)));
+    } else {
+        room.sin6_scope_id = scope;
+        std::memcpy(&room.sin6_addr, bytes.data, std::min(bytes.length, sizeof(room.sin6_addr)));
     }
-    auto* const address = allocateZeroed<sockaddr_in6>();
-    if (address != nullptr) {
-        address->sin6_family = AF_INET6;
-        address->sin6_scope_id = scope;
-        std::memcpy(&address->sin6_addr, bytes, std::min(length, sizeof(address->sin6_addr)));
-    }
-    return reinterpret_cast<sockaddr*>(address);
+    return address;
 }
 
-sockaddr* makeNetmask(int family, unsigned int prefixLength) {
-    std::array<uint8_t, sizeof(in6_addr)> mask{};
-    const size_t ones = std::min<size_t>(prefixLength / 8, mask.size());
-    std::fill_n(mask.begin(), ones, uint8_t{0xFF});
-    if (ones < mask.size()) {
+sockaddr* fillNetmask(sockaddr_in6& room, int family, unsigned int prefixLength) {
+    uint8_t mask[sizeof(in6_addr)] = {};
+    const size_t ones = std::min<size_t>(prefixLength / 8, sizeof(mask));
+    std::fill_n(mask, ones, uint8_t{0xFF});
+    if (ones < sizeof(mask)) {
         mask[ones] = static_cast<uint8_t>(0xFF << (8 - prefixLength % 8));
     }
-    return makeAddress(family, 0, mask.data(), mask.size());
+    return fillAddress(room, family, 0, {mask, sizeof(mask)});
 }
 
 // The list as it grows; it is freed with this unless it was released.
@@ -83,94 +68,48 @@ class AddressList final : public AddressVisitor {
     ifaddrs* release() { return std::exchange(_head, nullptr); }
 
     bool visit(const DumpedAddress& address) override {
-        auto* const record = allocateZeroed<Record>();
+        if (!_interface.read(address.interfaceIndex)) {
+            return false;
+        }
+        auto* const record = static_cast<Record*>(std::calloc(1, sizeof(Record)));
         if (record == nullptr) {
             return false;
         }
+        fill(*record, address);
         *_end = record;
         _end = &record->ifa_next;
-        return fill(*record, address);
+        return true;
     }
 
   private:
-    bool fill(ifaddrs& record, const DumpedAddress& address) {
-        if (!readInterface(address.interfaceIndex)) {
-            return false;
-        }
-        record.ifa_name = ::strdup(_interface.ifr_name);
-        record.ifa_flags = static_cast<unsigned int>(int{_interface.ifr_flags});
+    void fill(Record& record, const DumpedAddress& address) const {
+        std::memcpy(record.name, _interface.name(), sizeof(record.name));
+        record.ifa_name = record.name;
+        record.ifa_flags = static_cast<unsigned int>(int{_interface.flags()});
         record.ifa_addr =
-            makeAddress(address.family, address.interfaceIndex, address.bytes, address.length);
-        record.ifa_netmask = makeNetmask(address.family, address.prefixLength);
-        return record.ifa_name != nullptr && record.ifa_addr != nullptr &&
-               record.ifa_netmask != nullptr;
-    }
-
-    // Name and flags of an interface, once for all its addresses that follow each other.
-    bool readInterface(unsigned int index) {
-        if (index != 0 && index == _index) {
-            return true;
-        }
-        _index = 0;
-        const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        if (::if_indextoname(index, _interface.ifr_name) == nullptr || socket.get() == -1 ||
-            ::ioctl(socket.get(), SIOCGIFFLAGS, &_interface) == -1) {
-            return false;
-        }
-        _index = index;
-        return true;
+            fillAddress(record.address, address.family, address.interfaceIndex, address.address);
+        record.ifa_netmask = fillNetmask(record.netmask, address.family, address.prefixLength);
     }
 
     ifaddrs* _head = nullptr;
     ifaddrs** _end = &_head;
-    ifreq _interface{};
-    unsigned int _index = 0;  // of _interface; no interface has 0
+    InterfaceLookup _interface;
 };
-
-bool requestDump(int socket) {
-    struct {
-        nlmsghdr header;
-        ifaddrmsg message;
-    } request{};
-    static_assert(sizeof(request) == 24);
-    request.header.nlmsg_len = sizeof(request);
-    request.header.nlmsg_type = RTM_GETADDR;
-    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_ROOT;
-    return ::send(socket, &request, sizeof(request), 0) == sizeof(request);
-}
-
-DumpState receiveDump(int socket, AddressList& list) {
-    alignas(nlmsghdr) uint8_t buffer[4096];
-    for (;;) {
-        const ssize_t count = ::recv(socket, buffer, sizeof(buffer), 0);
-        if (count <= 0) {
-            return DumpState::FAILED;
-        }
-        const DumpState state = walkAddressDump(buffer, static_cast<size_t>(count), list);
-        if (state != DumpState::MORE) {
-            return state;
-        }
-    }
-}
 
 }  // namespace
 
 int listInterfaces(ifaddrs** list) noexcept {
-    const Descriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
-    if (socket.get() == -1 || !requestDump(socket.get())) {
-        return -1;
-    }
     AddressList addresses;
-    switch (receiveDump(socket.get(), addresses)) {
-        case DumpState::DONE:
-            *list = addresses.release();
-            return 0;
-        case DumpState::STOPPED:
-            *list = nullptr;
-            return -1;
-        default:
-            return -1;
+    const DumpState state = dumpAddresses(addresses);
+    const KeptError error;  // over the freeing of what was listed
+    if (state == DumpState::DONE) {
+        *list = addresses.release();
+        return 0;
     }
+    if (state == DumpState::STOPPED) {
+        *list = nullptr;
+    }
+    return -1;
 }
 
 void freeInterfaces(ifaddrs* list) noexcept {
@@ -178,11 +117,3 @@ void freeInterfaces(ifaddrs* list) noexcept {
 }
 
 }  // namespace NIVUR::platform
-
-int getifaddrs(ifaddrs** list) noexcept {
-    return NIVUR::platform::listInterfaces(list);
-}
-
-void freeifaddrs(ifaddrs* list) noexcept {
-    NIVUR::platform::freeInterfaces(list);
-}

@@ -1,0 +1,76 @@
+#include "interface_address.h"
+
+#include <netinet/in.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "private/common/address_dump.h"
+#include "private/common/interface_lookup.h"
+
+namespace NIVUR {
+
+static_assert(IFF_UP == 0x1 && IFF_LOOPBACK == 0x8);
+
+namespace {
+
+using platform::AddressBytes;
+using platform::DumpedAddress;
+
+SocketAddress makeIPv4(AddressBytes bytes) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    std::memcpy(&address.sin_addr, bytes.data, std::min(bytes.length, sizeof(address.sin_addr)));
+    return SocketAddress::fromPlatform(&address, sizeof(address));
+}
+
+// Only link-local addresses are ambiguous without their interface.
+SocketAddress makeIPv6(AddressBytes bytes, unsigned int interfaceIndex) {
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    std::memcpy(&address.sin6_addr, bytes.data, std::min(bytes.length, sizeof(address.sin6_addr)));
+    address.sin6_scope_id = IN6_IS_ADDR_LINKLOCAL(&address.sin6_addr) ? interfaceIndex : 0;
+    return SocketAddress::fromPlatform(&address, sizeof(address));
+}
+
+class AddressCollector final : public platform::AddressVisitor {
+  public:
+    std::vector<InterfaceAddress> list;
+
+    bool visit(const DumpedAddress& found) override {
+        const unsigned int index = found.interfaceIndex;
+        if (!_interface.read(index)) {
+            return errno == ENXIO || errno == ENODEV;  // it is gone
+        }
+        const auto make = [&](AddressBytes bytes) {
+            return found.family == AF_INET ? makeIPv4(bytes) : makeIPv6(bytes, index);
+        };
+        SocketAddress own = make(found.address);
+        SocketAddress peer;
+        if (found.local.data != nullptr) {
+            peer = std::exchange(own, make(found.local));
+        }
+        const auto flags = static_cast<uint16_t>(_interface.flags());
+        list.push_back({_interface.name(), index, flags, own, peer == own ? SocketAddress() : peer,
+                        found.prefixLength});
+        return true;
+    }
+
+  private:
+    platform::InterfaceLookup _interface;
+};
+
+}  // namespace
+
+IoResult getInterfaceAddresses(std::vector<InterfaceAddress>& list) {
+    AddressCollector collector;
+    if (platform::dumpAddresses(collector) != platform::DumpState::DONE) {
+        return {IoResult::FAILED, 0, errno};
+    }
+    list = std::move(collector.list);
+    return {IoResult::DONE, list.size()};
+}
+
+}  // namespace NIVUR
