@@ -3,47 +3,56 @@
 #include <nivur/nivur.h>
 
 #include <cstdio>
-#include <memory>
 #include <string>
 
 using NIVUR::ClientSocket;
+using NIVUR::IoResult;
+using NIVUR::SocketAddress;
 
 // One call transfers what the platform does in one go; these go on until it is all.
 static bool sendAll(const ClientSocket& socket, const std::string& data) {
-    unsigned int sent = 0;
-    for (size_t done = 0; done < data.size(); done += sent) {
-        if (!socket.send(&data[done], static_cast<unsigned int>(data.size() - done), &sent)) {
+    size_t done = 0;
+    while (done < data.size()) {
+        const IoResult sent = socket.send(&data[done], data.size() - done);
+        if (!sent) {
             return false;
         }
+        done += sent.count;
     }
     return true;
 }
 
 static bool receiveAll(const ClientSocket& socket, std::string& data) {
-    unsigned int received = 0;
-    for (size_t done = 0; done < data.size(); done += received) {
-        received = static_cast<unsigned int>(data.size() - done);
-        if (socket.select(5000) != 0 || !socket.recv(&data[done], received)) {
-            return false;  // nothing for 5 s, the peer has closed, or the connection broke
+    size_t done = 0;
+    while (done < data.size()) {
+        if (socket.select(5000) != 0) {
+            return false;  // nothing for 5 s
         }
+        const IoResult received = socket.receive(&data[done], data.size() - done);
+        if (!received) {
+            return false;  // CLOSED: the peer has ended; FAILED: the connection broke
+        }
+        done += received.count;
     }
     return true;
 }
 
-static void serve(NIVUR::ServerSocket& listener) {
-    if (listener.select(5000) != 0) {
+static void serve(const NIVUR::ServerSocket& listener) {
+    ClientSocket client;
+    if (listener.select(5000) != 0 || !listener.accept(client)) {
         return;  // nobody came
     }
-    const std::unique_ptr<ClientSocket> client(listener.accept());  // owned by the caller
     std::string question(4, '\0');
-    if (client != nullptr && receiveAll(*client, question)) {
-        sendAll(*client, question == "ping" ? "pong" : "what");
+    if (receiveAll(client, question)) {
+        sendAll(client, question == "ping" ? "pong" : "what");
     }
 }
 
 int main() {
     NIVUR::ServerSocket listener;
-    if (!listener.create("127.0.0.1", 0) || !listener.listen(8)) {  // port 0: the system chooses
+    const SocketAddress local("127.0.0.1", 0);  // the system chooses a port
+    // With `true`, a server that is started again can have its port again at once.
+    if (!listener.create(local, true) || !listener.listen(8)) {
         return 1;
     }
     NIVUR::Thread server;
@@ -51,8 +60,8 @@ int main() {
 
     ClientSocket socket;
     std::string answer(4, '\0');
-    const bool answered = socket.create("0.0.0.0", 0) &&
-                          socket.connect("127.0.0.1", listener.port()) && sendAll(socket, "ping") &&
+    const bool answered = socket.create(local) && socket.connect(listener.localAddress()) &&
+                          socket.setNoDelay(true) == 0 && sendAll(socket, "ping") &&
                           receiveAll(socket, answer);
     std::printf("the answer: %s\n", answered ? answer.c_str() : "none");
     return answered && answer == "pong" ? 0 : 1;
