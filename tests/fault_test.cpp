@@ -96,13 +96,6 @@ int listInterfaces() {
     return list == &none ? -1 : listed ? 1 : 0;
 }
 
-int listAddresses() {
-    std::vector<InterfaceAddress> list(1);
-    const IoResult listed = getInterfaceAddresses(list);
-    EXPECT_TRUE(listed || list.size() == 1);
-    return listed ? 1 : -listed.error;
-}
-
 bool startThread() {
     Thread thread;
     Runnable* const task = makeRunnable([] { SystemUtil::sleep(20); });
@@ -210,25 +203,6 @@ const std::pair<const char*, const char* (*)(World&)> kScenarios[] = {
          return either(Socket::waitMultipleSocket({&w.udp, &client}, 1000).size() == 1 &&
                        w.udp.recvfrom(ip, port, data, length));
      }},
-    {"sockets and addresses",
-     [](World& w) {
-         const SocketAddress local(kLocal, 0);
-         ClientSocket client, accepted;
-         UDPSocket udp;
-         char data[8];
-         SocketAddress sender;
-         if (!udp.create(local) || !client.create(local)) return "none";
-         std::vector<UDPSocket> sockets(1);
-         sockets[0] = std::move(udp);
-         sockets.emplace_back();
-         if (!client.connect(w.listener.localAddress()) || client.remoteAddress() != kLocal ||
-             !client.finishConnect() || !w.listener.accept(accepted)) {
-             return "refused";
-         }
-         return either(sockets[0].sendto(sockets[0].localAddress(), "x", 1) &&
-                       sockets[0].recvfrom(sender, data, 8));
-     }},
-    {"addresses of interfaces", [](World&) { return either(listAddresses() == 1, true); }},
     {"bytes", [](World& w) { return StringUtil::string2UInt8Vector(kLong, w.bytes), "done"; }},
     {"texts",
      [](World&) {
@@ -370,34 +344,6 @@ TEST(SystemCalls, MayFail) {
         return watched;
     };
     const char* const noWatch = "5 cannot watch descriptor N: err=24";
-    UDPSocket fresh;
-    SocketAddress self(kLocal, 0), sender;
-    size_t datagram = 0;
-    ASSERT_TRUE(fresh.create(self));
-    self = fresh.localAddress();
-    // The outcome as the error number, or -1 for one that needs none.
-    const auto told = [](const IoResult& result) { return result ? -1 : long{result.error}; };
-    const auto createAt = [&] { return told(UDPSocket().create(SocketAddress(kLocal, 0), true)); };
-    const auto datagrams = [&] {  // arrive one by one, whichever way they went
-        long outcome = told(fresh.sendDatagrams(self, "aabbc", 5, 2));
-        for (const size_t size : {2U, 2U, 1U}) {
-            const IoResult received =
-                outcome == -1 ? fresh.recvfrom(sender, data, 8) : IoResult{IoResult::DONE, size};
-            if (received.count != size) outcome = told(received);
-        }
-        return outcome;
-    };
-    const auto acceptInto = [&] {
-        ClientSocket other, accepted;
-        const IoResult connected = other.create(SocketAddress(kLocal, 0))
-                                       ? other.connect(w.listener.localAddress())
-                                       : IoResult{IoResult::FAILED};
-        return connected ? told(w.listener.accept(accepted)) : told(connected);
-    };
-    const auto receiveMany = [&] {
-        return fresh.sendto(self, "x", 1) ? told(fresh.receiveDatagrams(sender, data, 8, datagram))
-                                          : 0;
-    };
     const char* const noThread = "5 creating thread failed: err=11";
     const char* const noClock = "5 cannot get CPU time: error=22";
     const Row rows[] = {
@@ -438,29 +384,6 @@ TEST(SystemCalls, MayFail) {
          "2 select breaks, socket=N, errno=4"},
         {"ppoll", ENOMEM, [&] { return Socket::waitMultipleSocket({&w.listener}, 0).size(); }, 0,
          1},
-        {"socket", EMFILE, createAt, EMFILE, -1},
-        {"setsockopt", ENOPROTOOPT, createAt, ENOPROTOOPT, -1},
-        {"bind", EACCES, createAt, EACCES, -1},
-        {"connect", EINTR, acceptInto, -1, -1},
-        {"connect", ENETUNREACH, acceptInto, ENETUNREACH, -1},
-        {"accept4", EINTR, acceptInto, -1, -1},
-        {"getpeername", ENOBUFS, [&] { return told(w.client.finishConnect()); }, ENOBUFS, -1},
-        {"recv", EINTR,
-         [&] { return w.accepted->send("x", 1) ? told(w.client.receive(data, 8)) : 0; }, -1, -1},
-        {"recvfrom", EINTR, datagrams, -1, -1},
-        {"getsockopt", ENOPROTOOPT, datagrams, -1, -1},
-        {"sendmsg", EINTR, datagrams, -1, -1},
-        {"sendmsg", EIO, datagrams, -1, -1},
-        {"sendmsg", EINVAL, datagrams, -1, -1},
-        {"sendmsg", ENOBUFS, datagrams, ENOBUFS, -1},
-        {"recvmsg", EINTR, receiveMany, -1, -1},
-        {"socket", EMFILE, listAddresses, -EMFILE, 1},
-        {"socket", ENFILE, listAddresses, -ENFILE, 1, "", 1},
-        {"send", ENOBUFS, listAddresses, -ENOBUFS, 1},
-        {"recv", EINTR, listAddresses, -EINTR, 1},
-        {"if_indextoname", ENXIO, listAddresses, 1, 1},
-        {"ioctl", ENODEV, listAddresses, 1, 1},
-        {"ioctl", EPERM, listAddresses, -EPERM, 1},
         {"socket", EMFILE, listInterfaces, -1, 1},
         {"socket", ENFILE, listInterfaces, 0, 1, "", 1},
         {"send", ENOBUFS, listInterfaces, -1, 1},

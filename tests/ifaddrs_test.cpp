@@ -90,8 +90,6 @@ Lines ownList() {
         lines.push_back(line(each.name, each.flags, each.address, each.peer) + " /" +
                         std::to_string(each.prefixLength));
         EXPECT_EQ(each.interfaceIndex, if_nametoindex(each.name.c_str()));
-        EXPECT_EQ(each.isLoopback(), (each.flags & IFF_LOOPBACK) != 0);
-        EXPECT_EQ(each.isUp(), (each.flags & IFF_UP) != 0);
     }
     return lines;
 }
@@ -103,10 +101,10 @@ Lines ownListByThePlatform() {
     Lines lines;
     for (const ifaddrs* each = list; each != nullptr; each = each->ifa_next) {
         const auto own = SocketAddress::fromPlatform(each->ifa_addr, sizeof(sockaddr_in6));
-        const bool linked = (each->ifa_flags & IFF_POINTOPOINT) != 0;
-        const auto peer = linked && each->ifa_dstaddr != nullptr
-                              ? SocketAddress::fromPlatform(each->ifa_dstaddr, sizeof(sockaddr_in6))
-                              : SocketAddress();
+        const bool linked =
+            (each->ifa_flags & IFF_POINTOPOINT) != 0 && each->ifa_dstaddr != nullptr;
+        const auto peer =
+            SocketAddress::fromPlatform(each->ifa_dstaddr, linked ? sizeof(sockaddr_in6) : 0);
         const std::string name(each->ifa_name, std::strcspn(each->ifa_name, ":"));
         if (own.isValid()) lines.push_back(line(name, each->ifa_flags, own, peer));
     }

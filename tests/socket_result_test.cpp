@@ -13,27 +13,12 @@
 #include <thread>
 #include <unordered_set>
 
+#include "support/io_results.h"
 #include "support/log_capture.h"
 
 namespace NIVUR {
 
-static void PrintTo(const IoResult& result, std::ostream* stream) {
-    *stream << result.status << ", " << result.count << ", error " << result.error;
-}
-
-static bool operator==(const IoResult& one, const IoResult& other) {
-    return one.status == other.status && one.count == other.count && one.error == other.error;
-}
-
 namespace {
-
-IoResult done(size_t count = 0) {
-    return {IoResult::DONE, count};
-}
-IoResult failed(int error) {
-    return {IoResult::FAILED, 0, error};
-}
-const IoResult kWouldBlock{IoResult::WOULD_BLOCK}, kClosed{IoResult::CLOSED};
 
 char data[65536];
 SocketAddress sender;
@@ -166,7 +151,7 @@ TEST(SocketResults, TellTheOutcomesOfConnectionsApart) {
         EXPECT_EQ(sent, kWouldBlock);
 
         // From another thread, whether the call blocks by then or not.
-        IoResult ended, endedSend;
+        IoResult ended;
         std::thread blocked(
             [&] { ended = client.setBlocking(true) == 0 ? client.receive(data, 1) : sent; });
         client.shutdown();
