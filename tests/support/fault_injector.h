@@ -162,7 +162,6 @@ PASS(int, getsockopt, noexcept, (int s, int l, int o, void* v, socklen_t* n), s,
 PASS(int, getpeername, noexcept, (int s, sockaddr* a, socklen_t* n), s, a, n)
 PASS(int, connect, , (int s, const sockaddr* a, socklen_t n), s, a, n)
 PASS(ssize_t, sendmsg, , (int s, const msghdr* m, int f), s, m, f)
-PASS(ssize_t, recvmsg, , (int s, msghdr* m, int f), s, m, f)
 PASS(ssize_t, send, , (int s, const void* d, size_t n, int f), s, d, n, f)
 PASS(ssize_t, recv, , (int s, void* d, size_t n, int f), s, d, n, f)
 PASS(ssize_t, recvfrom, , (int s, void* d, size_t n, int f, sockaddr* a, socklen_t* l), s, d, n, f,
