@@ -253,11 +253,22 @@ int setOption(int socket, bool isIPv6, FamilyOption option, int value) {
 
 int setMembership(int socket, const SocketAddress& group, unsigned int interfaceIndex,
                   bool member) {
-    group_req request{};
-    request.gr_interface = interfaceIndex != 0 ? interfaceIndex : group.scopeId();
-    std::memcpy(&request.gr_group, group.data(), group.size());
-    return ::setsockopt(socket, group.isIPv6() ? IPPROTO_IPV6 : IPPROTO_IP,
-                        member ? MCAST_JOIN_GROUP : MCAST_LEAVE_GROUP, &request, sizeof(request));
+    const auto* const bytes = static_cast<const char*>(group.data());
+    if (group.isIPv6()) {
+        ipv6_mreq request{};
+        // An int on Android.
+        request.ipv6mr_interface = static_cast<decltype(request.ipv6mr_interface)>(
+            interfaceIndex != 0 ? interfaceIndex : group.scopeId());
+        std::memcpy(&request.ipv6mr_multiaddr, bytes + offsetof(sockaddr_in6, sin6_addr),
+                    sizeof(request.ipv6mr_multiaddr));
+        return ::setsockopt(socket, IPPROTO_IPV6, member ? IPV6_JOIN_GROUP : IPV6_LEAVE_GROUP,
+                            &request, sizeof(request));
+    }
+    ip_mreqn request{{}, {}, static_cast<int>(interfaceIndex)};
+    std::memcpy(&request.imr_multiaddr, bytes + offsetof(sockaddr_in, sin_addr),
+                sizeof(request.imr_multiaddr));
+    return ::setsockopt(socket, IPPROTO_IP, member ? IP_ADD_MEMBERSHIP : IP_DROP_MEMBERSHIP,
+                        &request, sizeof(request));
 }
 
 int waitReadable(int socket, const unsigned int* timeout) {
