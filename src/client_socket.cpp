@@ -46,10 +46,10 @@ ClientSocket::ClientSocket(ClientSocket&& other) noexcept
 
 ClientSocket& ClientSocket::operator=(ClientSocket&& other) noexcept {
     if (this != &other) {
-        Socket::operator=(std::move(other));
         _remoteIP = std::exchange(other._remoteIP, {});
         _remotePort = std::exchange(other._remotePort, uint16_t{0});
         _deprecated = other._deprecated;
+        Socket::operator=(std::move(other));
     }
     return *this;
 }
