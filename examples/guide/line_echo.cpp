@@ -1,0 +1,108 @@
+// A server that echoes lines to any number of clients and hangs up on silent ones: the listener,
+// the clients and a timer share one loop, so that nothing here needs a lock.
+
+#include <nivur/nivur.h>
+
+#include <cstdio>
+#include <map>
+#include <string>
+
+using NIVUR::IoResult;
+using NIVUR::SocketAddress;
+using NIVUR::SystemUtil;
+
+class LineServer {
+  public:
+    explicit LineServer(NIVUR::RunLoop& loop) : _loop(loop) {
+        _listener.create(SocketAddress("127.0.0.1", 0));
+        _listener.listen(8);
+        _listener.setBlocking(false);
+        watch(_listener.descriptor(), [this] { accept(); });
+        _loop.addTimer(NIVUR::makeRunnable([this] { hangUpOnSilent(); }, this), 20, true);
+    }
+
+    // After this nothing of the server runs, so that its sockets may close.
+    ~LineServer() { _loop.cancelTasksForObject(this); }
+
+    SocketAddress address() const { return _listener.localAddress(); }
+
+  private:
+    struct Client {
+        NIVUR::ClientSocket socket;
+        std::string received;
+        uint64_t lastHeard = SystemUtil::getCPUTime();
+        long watch = 0;
+    };
+
+    template <class Task>
+    long watch(int descriptor, Task task) {
+        return _loop.addWatch(descriptor, NIVUR::RunLoop::READABLE,
+                              NIVUR::makeRunnable(task, this));
+    }
+
+    void accept() {
+        Client client;
+        while (_listener.accept(client.socket)) {
+            const int descriptor = client.socket.descriptor();
+            client.socket.setBlocking(false);
+            client.watch = watch(descriptor, [this, descriptor] { onReadable(descriptor); });
+            _clients[descriptor] = std::move(client);
+            client = Client();
+        }
+    }
+
+    void onReadable(int descriptor) {
+        Client& client = _clients[descriptor];
+        client.lastHeard = SystemUtil::getCPUTime();
+        char data[1024];
+        const IoResult result = client.socket.receive(data, sizeof(data));
+        client.received.append(data, result.count);
+        const size_t lines = client.received.rfind('\n') + 1;  // npos + 1 is 0
+        const IoResult sent = client.socket.send(client.received.data(), lines);
+        client.received.erase(0, lines);
+        const bool open = result || result.status == IoResult::WOULD_BLOCK;
+        if (!open || sent.count < lines) {  // or the client does not read
+            hangUp(descriptor);
+        }
+    }
+
+    void hangUpOnSilent() {
+        const uint64_t now = SystemUtil::getCPUTime();
+        for (auto next = _clients.begin(); next != _clients.end();) {
+            const auto& [descriptor, client] = *next++;
+            if (now - client.lastHeard >= 100) {
+                hangUp(descriptor);
+            }
+        }
+    }
+
+    void hangUp(int descriptor) {
+        _loop.removeWatch(_clients[descriptor].watch);  // first, since closing frees the number
+        _clients.erase(descriptor);
+    }
+
+    NIVUR::RunLoop& _loop;
+    NIVUR::ServerSocket _listener;
+    std::map<int, Client> _clients;  // touched on the loop's thread alone
+};
+
+int main() {
+    NIVUR::RunLoop loop("server");
+    LineServer server(loop);
+    NIVUR::ClientSocket client;
+    if (!loop.start() || !client.create(SocketAddress("127.0.0.1", 0)) ||
+        !client.connect(server.address())) {
+        return 1;
+    }
+    client.send("good ", 5);
+    client.send("morning\nand bye\n", 16);
+    char data[64];
+    std::string echoed;
+    IoResult result;
+    while ((result = client.receive(data, sizeof(data)))) {
+        echoed.append(data, result.count);
+    }
+    std::printf("%s", echoed.c_str());
+    std::puts(result.status == IoResult::CLOSED ? "the server hung up" : "the connection failed");
+    return echoed == "good morning\nand bye\n" ? 0 : 1;
+}
