@@ -4,7 +4,12 @@ namespace NIVUR {
 
 Parameter::Parameter() = default;
 
-Parameter::~Parameter() = default;
+// A value's destructor is the caller's code, which may ask for this: it finds the entry gone.
+Parameter::~Parameter() {
+    while (!_entries.empty()) {
+        const auto removed = _entries.extract(_entries.begin());
+    }
+}
 
 void Parameter::set(const std::string& key, ParameterValue* value) {
     if (value == nullptr) {
@@ -25,8 +30,7 @@ bool Parameter::remove(const std::string& key) {
     if (entry == _entries.end()) {
         return false;
     }
-    // A value's destructor is the caller's code and finds the entry gone.
-    const auto removed = _entries.extract(entry);
+    const auto removed = _entries.extract(entry);  // as in the destructor
     return true;
 }
 

@@ -18,8 +18,9 @@ class NIVUR_EXPORT ParameterValue {
 };
 
 /// Values under string keys, which it owns and deletes when they are replaced or removed and when
-/// it ends itself. It has no lock: threads that share one need their own. Callers derive what they
-/// keep from ParameterValue, as in
+/// it ends itself. The destructor of a value that is removed, or destroyed with the Parameter, may
+/// use the Parameter, which no longer has that value. Not thread-safe: threads that share one need
+/// a lock of their own. Callers derive what they keep from ParameterValue, as in
 ///
 ///     struct Size : ParameterValue { int width, height; };
 ///     parameter.set("size", new Size(...));

@@ -32,6 +32,27 @@ TEST(Parameter, OwnsItsValues) {
     EXPECT_TRUE(parameter.get("key") == nullptr && living == 0);
 }
 
+TEST(Parameter, MayBeAskedByTheValuesThatEndWithIt) {
+    struct Asking : ParameterValue {
+        ~Asking() override {
+            EXPECT_EQ(buffer->parameter().get(key), nullptr);
+            EXPECT_EQ(buffer->parameter().size(), --left);
+        }
+        Buffer* buffer = nullptr;
+        std::string key;
+        size_t left = 0;
+    };
+    Buffer buffer(0, nullptr, nullptr);
+    size_t left = 3;
+    for (const char* const key : {"a", "b", "c"}) {
+        auto* const value = new Asking;
+        value->buffer = &buffer;
+        value->key = key;
+        value->left = left--;
+        buffer.parameter().set(key, value);
+    }
+}
+
 TEST(Buffer, GoesBackToItsOwnerOnce) {
     struct Owner : BufferOwner {
         void returnFreeBuffer(Buffer* buffer) override { returned.push_back(buffer); }
