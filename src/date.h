@@ -18,7 +18,9 @@ class NIVUR_EXPORT Date {
     Date(unsigned int year, unsigned int month, unsigned int day, unsigned int hour,
          unsigned int minute, unsigned int second, unsigned int millisecond);
 
-    /// From milliseconds since 1970. Not explicit: they are the date, by which all else compares.
+    /// From milliseconds since 1970. Earlier moments do not exist: a negative count wraps to the
+    /// end of the range, in the year 584556019, and so do sums and time zones that lead below 1970.
+    /// Not explicit: they are the date, by which all else compares.
     Date(unsigned long long millisecondsFrom1970);
 
     /// Now on the wall clock, which may be set: measure durations with StopWatch.
@@ -44,7 +46,8 @@ class NIVUR_EXPORT Date {
     bool operator<(const Date& other) const;
     ///@}
 
-    /// The date so many milliseconds later, or earlier if negative.
+    /// The date so many milliseconds later, or earlier if negative, which below 1970 wraps to the
+    /// end of the range; operator-() still gives the difference.
     Date operator+(int milliseconds) const;
 
     /// The milliseconds from `other` to this date.
