@@ -1,4 +1,5 @@
-// Gives a target each file of a corpus, for compilers that have no fuzzer.
+// replay CORPUS [prefixes]: gives a target each file, and each beginning of it if told to, for
+// compilers that have no fuzzer.
 
 #include <cstdint>
 #include <filesystem>
@@ -8,11 +9,13 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-int main(int /*argc*/, char** argv) {
+int main(int argc, char** argv) {
     for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
         std::cout << entry.path() << std::endl;
         std::ifstream file(entry.path(), std::ios::binary);
         const std::string input(std::istreambuf_iterator<char>(file), {});
-        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.data()), input.size());
+        for (size_t size = argc > 2 ? 0 : input.size(); size <= input.size(); ++size) {
+            LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.data()), size);
+        }
     }
 }

@@ -5,12 +5,12 @@
 #include <nivur/serialization.h>
 #include <nivur/string_util.h>
 
-#include <cfloat>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 
+#include "json_judge.h"
 #include "private/common/address_dump.h"
 #include "private/common/socket_posix.h"
 
@@ -55,7 +55,7 @@ std::string print(bool value, bool /*written*/) {
 std::string print(long double value, bool written) {
     char text[64];
     std::snprintf(text, sizeof(text), "%La", written ? static_cast<double>(value) : value);
-    return written && !(std::fabs(value) <= DBL_MAX) ? "" : text;
+    return written && !std::isfinite(static_cast<double>(value)) ? "" : text;
 }
 
 std::string print(const std::string& value, bool written) {
@@ -97,25 +97,37 @@ std::string print(const Dictionary& d, bool written) {
 }
 
 void checkRoundTrip(const Dictionary& record) {
-    const Dictionary again = Serialization::deserialize(Serialization::serialize(record));
+    const std::string written = Serialization::serialize(record);
+    check(judge::writes(record, written), "the judge writes the same");
+    const Dictionary again = Serialization::deserialize(written);
     check(print(again, false) == print(record, true), "what is written is read again");
 }
 
 void json(Input& input) {
-    static int errors;
-    Log::setCB([](int, const char*, va_list) { ++errors; });
-    errors = 0;
+    static std::string lines;
+    Log::setCB([](int, const char* format, va_list arguments) {
+        char line[4096];
+        std::vsnprintf(line, sizeof(line), format, arguments);
+        lines += line;
+    });
+    lines.clear();
     const std::string text = input.rest();
     const Dictionary record = Serialization::deserialize(text);
     const std::vector<Dictionary> records = Serialization::deserializeArray(text);
-    const bool refused = record.size() == 0 && records.empty();
-    check(errors == 0 || (errors == 2 && refused), "texts are read or refused in one line");
-    errors = 0;
+    const judge::Reading right = judge::read(text);
+    const bool refused = !right.error.empty();
+    check(lines == (refused ? std::string("JSON parsing error: ") + text.c_str() +
+                                  "JSON loading error: " + right.error
+                            : ""),
+          "the judge refuses the same with the same message");
+    check(print(record, false) == print(right.record, false), "the judge reads the same");
+    check(print(records, false) == print(right.records, false), "the judge reads the same records");
+    lines.clear();
     checkRoundTrip(record);
     const std::string written = Serialization::serializeArray(records);
     const std::string again = print(Serialization::deserializeArray(written), false);
     check(again == (records.empty() ? "[]" : print(records, true)), "records are read again");
-    check(errors == 0, "what is written can be read");
+    check(lines.empty(), "what is written can be read");
 }
 
 template <class Make>

@@ -159,10 +159,15 @@ class BufferPrinter:
 class DictionaryPrinter:
     def __init__(self, value):
         self._entries = []  # keys and values in turn
-        for maps in children(value["_maps"]):  # none, or the pointer to all
-            for each in maps.dereference().type.fields():
-                if each.name.endswith("Dictionary"):
-                    self._entries += children(maps[each.name].cast(each.type.fields()[0].type))
+        for maps in filter(None, children(value["_maps"])):  # the pointer to all, perhaps null
+            self._add(maps.dereference())
+            for arrays in filter(None, children(maps["_arrays"])):
+                self._add(arrays.dereference())
+
+    def _add(self, maps):
+        for each in maps.type.fields():
+            if each.name.endswith("Dictionary"):
+                self._entries += children(maps[each.name].cast(each.type.fields()[0].type))
 
     def to_string(self):
         return f"Dictionary, keys: {len(self._entries) // 2}"

@@ -1,6 +1,7 @@
 #include "dictionary.h"
 
 #include <cstddef>
+#include <type_traits>
 #include <utility>
 
 #include "private/dictionary_maps.h"
@@ -39,27 +40,28 @@ void copyMap(const Map& from, Map& to, Pending& pending) {
 
 // Nested records are destroyed one after the other, not each inside its parent's destructor: the
 // depth of nesting would cost stack, and has no limit.
-Dictionary::Maps::~Maps() {
-    std::unique_ptr<Maps> pending;
-    unlinkNested(pending);
-    while (pending) {
-        const std::unique_ptr<Maps> current = std::move(pending);
-        pending = std::move(current->_next);
-        current->unlinkNested(pending);
+void Dictionary::Drop::operator()(Maps* maps) const noexcept {
+    while (maps != nullptr) {
+        const std::unique_ptr<Maps> current(maps);
+        maps = maps->_next;
+        current->unlinkNested(maps);
     }
 }
 
-void Dictionary::Maps::unlinkNested(std::unique_ptr<Maps>& list) {
+void Dictionary::Maps::unlinkNested(Maps*& list) {
     const auto unlink = [&list](Dictionary& nested) {
         if (nested._maps) {
-            nested._maps->_next = std::move(list);
-            list = std::move(nested._maps);
+            nested._maps->_next = list;
+            list = nested._maps.release();
         }
     };
     for (auto& member : _objectDictionary) {
         unlink(member.second);
     }
-    for (auto& member : _objectArrayDictionary) {
+    if (!_arrays) {
+        return;
+    }
+    for (auto& member : _arrays->_objectArrayDictionary) {
         for (Dictionary& nested : member.second) {
             unlink(nested);
         }
@@ -73,12 +75,16 @@ Dictionary::~Dictionary() = default;
 
 Dictionary::Dictionary(const Dictionary& other) {
     Pending pending;
-    const auto copyOne = [&pending](const Dictionary& from, Dictionary& to) {
-        if (from._maps) {
-            to._maps = std::make_unique<Maps>();
-            Maps::each(
-                [&](auto map) { copyMap(from._maps.get()->*map, to._maps.get()->*map, pending); });
+    const auto copyGroup = [&pending](const auto* from, Dictionary& to) {
+        using Group = std::remove_cv_t<std::remove_pointer_t<decltype(from)>>;
+        if (from != nullptr) {
+            Group& group = to.make<Group>();
+            Group::each([&](auto map) { copyMap(from->*map, group.*map, pending); });
         }
+    };
+    const auto copyOne = [&copyGroup](const Dictionary& from, Dictionary& to) {
+        copyGroup(from.find<Maps>(), to);
+        copyGroup(from.find<ArrayMaps>(), to);
     };
     copyOne(other, *this);
     while (!pending.empty()) {
@@ -90,13 +96,6 @@ Dictionary::Dictionary(const Dictionary& other) {
 
 Dictionary& Dictionary::operator=(const Dictionary& other) {
     return *this = Dictionary(other);
-}
-
-Dictionary::Maps& Dictionary::maps() {
-    if (!_maps) {
-        _maps = std::make_unique<Maps>();
-    }
-    return *_maps;
 }
 
 unsigned int Dictionary::size() const {
@@ -139,31 +138,27 @@ void Dictionary::clear() {
 }
 
 void Dictionary::eraseOriginalValue(const std::string& key, const void* exceptIn) {
-    if (!_maps) {
-        return;
-    }
-    Maps& maps = *_maps;
-    Maps::each([&](auto member) {
-        auto& map = maps.*member;
+    eachMap([&](auto& map) {
         if (&map != exceptIn && !map.empty()) {
             map.erase(key);
         }
     });
 }
 
-template <class Map>
-typename Map::mapped_type Dictionary::valueOf(Map Maps::*map, const std::string& key) const {
-    if (!_maps) {
+template <class Group, class Map>
+typename Map::mapped_type Dictionary::valueOf(Map Group::*map, const std::string& key) const {
+    const Group* const group = find<Group>();
+    if (group == nullptr) {
         return {};
     }
-    const Map& values = _maps.get()->*map;
+    const Map& values = group->*map;
     const auto found = values.find(key);
     return found != values.end() ? found->second : typename Map::mapped_type();
 }
 
-template <class Map>
-void Dictionary::store(Map Maps::*map, const std::string& key, typename Map::mapped_type value) {
-    Map& values = maps().*map;
+template <class Group, class Map>
+void Dictionary::store(Map Group::*map, const std::string& key, typename Map::mapped_type value) {
+    Map& values = make<Group>().*map;
     const auto place = values.lower_bound(key);
     if (place != values.end() && place->first == key) {
         place->second = std::move(value);
@@ -194,23 +189,23 @@ Dictionary Dictionary::getObject(const std::string& key) const {
 }
 
 std::vector<std::string> Dictionary::getStringArray(const std::string& key) const {
-    return valueOf(&Maps::_stringArrayDictionary, key);
+    return valueOf(&ArrayMaps::_stringArrayDictionary, key);
 }
 
 std::vector<long long> Dictionary::getIntegerArray(const std::string& key) const {
-    return valueOf(&Maps::_integerArrayDictionary, key);
+    return valueOf(&ArrayMaps::_integerArrayDictionary, key);
 }
 
 std::vector<long double> Dictionary::getDecimalArray(const std::string& key) const {
-    return valueOf(&Maps::_decimalArrayDictionary, key);
+    return valueOf(&ArrayMaps::_decimalArrayDictionary, key);
 }
 
 std::vector<bool> Dictionary::getBooleanArray(const std::string& key) const {
-    return valueOf(&Maps::_booleanArrayDictionary, key);
+    return valueOf(&ArrayMaps::_booleanArrayDictionary, key);
 }
 
 std::vector<Dictionary> Dictionary::getObjectArray(const std::string& key) const {
-    return valueOf(&Maps::_objectArrayDictionary, key);
+    return valueOf(&ArrayMaps::_objectArrayDictionary, key);
 }
 
 void Dictionary::setString(const std::string& key, const std::string& value) {
@@ -234,23 +229,23 @@ void Dictionary::setObject(const std::string& key, const Dictionary& value) {
 }
 
 void Dictionary::setStringArray(const std::string& key, const std::vector<std::string>& value) {
-    store(&Maps::_stringArrayDictionary, key, value);
+    store(&ArrayMaps::_stringArrayDictionary, key, value);
 }
 
 void Dictionary::setIntegerArray(const std::string& key, const std::vector<long long>& value) {
-    store(&Maps::_integerArrayDictionary, key, value);
+    store(&ArrayMaps::_integerArrayDictionary, key, value);
 }
 
 void Dictionary::setDecimalArray(const std::string& key, const std::vector<long double>& value) {
-    store(&Maps::_decimalArrayDictionary, key, value);
+    store(&ArrayMaps::_decimalArrayDictionary, key, value);
 }
 
 void Dictionary::setBooleanArray(const std::string& key, const std::vector<bool>& value) {
-    store(&Maps::_booleanArrayDictionary, key, value);
+    store(&ArrayMaps::_booleanArrayDictionary, key, value);
 }
 
 void Dictionary::setObjectArray(const std::string& key, const std::vector<Dictionary>& value) {
-    store(&Maps::_objectArrayDictionary, key, value);
+    store(&ArrayMaps::_objectArrayDictionary, key, value);
 }
 
 }  // namespace NIVUR

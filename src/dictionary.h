@@ -94,19 +94,29 @@ class NIVUR_EXPORT Dictionary {
     ///@}
 
   private:
-    friend class JsonConversion;
+    friend class JsonReader;
+    friend class JsonWriter;
+    template <class Value, ValueType kTag>
+    struct TypedMap;
     struct Maps;
+    struct ArrayMaps;
 
-    Maps& maps();
+    template <class Group>
+    Group* find() const;
+    template <class Group>
+    Group& make();
     void eraseOriginalValue(const std::string& key, const void* exceptIn = nullptr);
     template <class Visitor>
     void eachMap(Visitor visit) const;
-    template <class Map>
-    typename Map::mapped_type valueOf(Map Maps::*map, const std::string& key) const;
-    template <class Map>
-    void store(Map Maps::*map, const std::string& key, typename Map::mapped_type value);
+    template <class Group, class Map>
+    typename Map::mapped_type valueOf(Map Group::*map, const std::string& key) const;
+    template <class Group, class Map>
+    void store(Map Group::*map, const std::string& key, typename Map::mapped_type value);
 
-    std::unique_ptr<Maps> _maps;  // null when nothing was stored yet
+    struct Drop {
+        void operator()(Maps* maps) const noexcept;
+    };
+    std::unique_ptr<Maps, Drop> _maps;  // null when nothing was stored yet
 };
 
 }  // namespace NIVUR

@@ -28,6 +28,7 @@ int main() {
     nested.setInteger("width", 1920);
     dictionary.setObject("size", nested);
     dictionary.setString("name", "screen");
+    dictionary.setIntegerArray("sizes", {1, 2});
 
     NIVUR::Semaphore begun;
     NIVUR::Semaphore seen;

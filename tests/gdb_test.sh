@@ -14,7 +14,7 @@ while read -r pattern; do
 done <<'END'
 ^\$1 = SharedPtr to NIVUR::Buffer, references: 2 = \{object = Buffer, in use, 5 of 1500 bytes, guard intact = \{data = "hello"\}\}$
 ^\$2 = empty SharedPtr$
-^\$3 = Dictionary, keys: 2 = \{\["name"\] = "screen", \["size"\] = Dictionary, keys: 1 = \{\["width"\] = 1920\}\}$
+^\$3 = Dictionary, keys: 3 = \{\["name"\] = "screen", \["size"\] = Dictionary, keys: 1 = \{\["width"\] = 1920\}, \["sizes"\] = std::vector of length 2, capacity 2 = \{1, 2\}\}$
 ^\$4 = RunLoop "scene", _current: 1, .*, _timers: 1, _watches: 1 = \{_current\[0\] = NIVUR::CallableRunnable<main::
 ^\$4 = .*, (_items|_intake)\[[01]\] = Normal at 0x
 ^\$4 = .*, (_highPriorityItems|_intake)\[[01]\] = Urgent at 0x

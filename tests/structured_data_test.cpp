@@ -2,11 +2,12 @@
 #include <nivur/serialization.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <cfloat>
 #include <climits>
+#include <clocale>
 #include <cmath>
 #include <ctime>
-#include <sstream>
 
 #include "support/log_capture.h"
 
@@ -24,24 +25,38 @@ std::string nested(int levels, const std::string& value) {
     return text;
 }
 
-TEST(Dictionary, NestingCostsNoStackToCopyOrDestroy) {
-    D deep = Serialization::deserialize(nested(2047, "1"));
-    const auto copyAndDestroy = [](void* record) -> void* {
-        const D copy(*static_cast<D*>(record));
-        static_cast<D*>(record)->clear();
-        return nullptr;
+TEST(Serialization, NestingCostsNoStackInAnyDirection) {
+    const auto readCopyWriteAndDrop = [](void* argument) -> void* {
+        const std::string& text = *static_cast<std::string*>(argument);
+        D record = Serialization::deserialize(text);
+        const D copy(record);
+        record.clear();
+        return Serialization::serialize(copy) == text ? argument : nullptr;
     };
+    std::string text = nested(2047, "1.5");
     pthread_attr_t small{};
     pthread_attr_init(&small);
     ASSERT_EQ(pthread_attr_setstacksize(&small, 65536), 0);
     pthread_t thread{};
-    ASSERT_EQ(pthread_create(&thread, &small, copyAndDestroy, &deep), 0);
-    pthread_join(thread, nullptr);
-    EXPECT_EQ(deep.size(), 0U);
+    ASSERT_EQ(pthread_create(&thread, &small, readCopyWriteAndDrop, &text), 0);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_EQ(result, &text);
+}
+
+TEST(Serialization, HeedsNoLocale) {
+    if (std::setlocale(LC_ALL, "ps_AF.UTF-8") == nullptr) GTEST_SKIP() << "there is no localedef";
+    ASSERT_EQ(std::localeconv()->decimal_point, std::string("\xd9\xab"));
+    const std::string text = R"({"a": 1.5, "b": [-0.0, 1e-10, 1.7976931348623157e308]})";
+    EXPECT_EQ(Serialization::serialize(Serialization::deserialize(text)), text);
+    EXPECT_EQ(Serialization::deserialize(R"({"a": 1e309})").size(), 0U);
+    std::setlocale(LC_ALL, "C");
 }
 
 TEST(Serialization, WritesWhatJsonCanCarry) {
-    std::vector<D> records(8);
+    const long double rounded =  // above the largest double, where that can be
+        std::min(std::nextafter(static_cast<long double>(DBL_MAX), HUGE_VALL), LDBL_MAX);
+    std::vector<D> records(9);
     records[0].setInteger("", 1LL << 31);
     records[1].setString("ü\t", "\\/\x01 – 😀");
     records[2].setString("\xc0\x80", "not under a key that is not UTF-8");
@@ -50,16 +65,21 @@ TEST(Serialization, WritesWhatJsonCanCarry) {
     records[5].setDecimalArray("d", {std::nanl(""), -HUGE_VALL, DBL_MAX * 2.0L, 2});
     records[6].setIntegerArray("i", {~(1LL << 31), 1LL << 32});
     records[7].setBooleanArray("b", {});
+    records[8].setDecimalArray("d", {rounded, 1e16L, -1e17L, 123456.75L, 1e-4L, -0.0L, 0.25L});
     EXPECT_EQ(Serialization::serializeArray(records),
               R"([{"": -2147483648}, {"ü\t": "\\/\u0001 – 😀"}, {}, {"s": ["b", "x"]}, )"
-              R"({"d": -0.10000000000000001}, {"d": [2.0]}, {"i": [2147483647, 0]}, {"b": []}])");
+              R"({"d": -0.10000000000000001}, {"d": [2.0]}, {"i": [2147483647, 0]}, {"b": []}, )"
+              R"({"d": [1.7976931348623157e308, 10000000000000000.0, -1e17, 123456.75, 0.0001, )"
+              R"(-0.0, 0.25]}])");
     EXPECT_EQ(Serialization::serializeArray({}), "[]");
 }
 
 TEST(Serialization, ReadsEveryShapeByTheTypeOfItsParts) {
     const std::pair<const char*, const char*> kCases[] = {
         {" \t\r\n{ } \n", "{}"},
-        {R"({"a":1,"b":2,"":-0,"a":"last"})", R"({"a": "last", "": 0, "b": 2})"},
+        {R"({"a":1,"b":2,"":-0,"\u0061":"last"})", R"({"a": "last", "": 0, "b": 2})"},
+        {R"({"a":1,"b":{},"c":[2],"d":"x","e":1.5,"a":null,"b":[],"c":[[]],"d":[null],"e":true})",
+         R"({"e": true})"},
         {R"({"a":2147483648,"b":-2147483649,"c":9223372036854775807})",
          R"({"a": 2147483647, "b": -2147483648, "c": 2147483647})"},
         {R"({"a":1.0,"b":1e2,"c":-0.5E-1,"d":1e-400})",
@@ -91,21 +111,66 @@ TEST(Serialization, ReadsEveryShapeByTheTypeOfItsParts) {
 }
 
 TEST(Serialization, RefusesWhatIsNotJsonWithOneLine) {
-    std::istringstream texts(
-        "` `null`1`\"a\"`{`[`]`[}`[1`[1,]`[,1]`[1 2]`[1]]`[1] x`{}{}`{a:1}`{'a':1}`{\"a\"}`{1:2}`"
-        "{\"a\":}`{\"a\":1,}`{\"a\":1 \"b\":2}`[True]`[nul]`[nan]`[Infinity]`[01]`[-]`[+1]`[.5]`"
-        "[1.]`[1e]`[1e+]`[0x1]`[1e999]`[-1e999]`[9223372036854775808]`[-9223372036854775809]`[\"]`"
-        "[\"\n\"]`[\"\t\"]`[\"\\x\"]`[\"\\u12\"]`[\"\\u0000\"]`{\"\\u0000\":1}`[\"\\ud800\"]`"
-        "[\"\\udc00\"]`[\"\\ud800\\u0041\"]`[\"\xff\"]`[\"\xc0\xaf\"]`[\"\xed\xa0\x80\"]`"
-        "[\"\xf4\x90\x80\x80\"]`\xef\xbb\xbf[]`[1] // no`/**/[]`%s%n[");
+    const std::pair<std::string, std::string> kCases[] = {
+        {" ", "'[' or '{' expected near end of file"},
+        {"null", "'[' or '{' expected near 'null'"},
+        {"{", "string or '}' expected near end of file"},
+        {"[", "']' expected near end of file"},
+        {"[}", "unexpected token near '}'"},
+        {"[1,]", "unexpected token near ']'"},
+        {"[1 2]", "']' expected near '2'"},
+        {"[1] x", "end of file expected near 'x'"},
+        {"{}{}", "end of file expected near '{'"},
+        {"{'a':1}", "string or '}' expected near '''"},
+        {R"({"a"})", "':' expected near '}'"},
+        {"{1:2}", "string or '}' expected near '1'"},
+        {R"({"a":})", "unexpected token near '}'"},
+        {R"({"a":1,})", "string or '}' expected near '}'"},
+        {R"({"a":1 "b":2})", R"('}' expected near '"b"')"},
+        {"[True]", "invalid token near 'True'"},
+        {"[nan]", "invalid token near 'nan'"},
+        {"[01]", "invalid token near '0'"},
+        {"[-]", "invalid token near '-'"},
+        {"[+1]", "invalid token near '+'"},
+        {"[.5]", "invalid token near '.'"},
+        {"[1.]", "invalid token near '1.'"},
+        {"[1e+]", "invalid token near '1e+'"},
+        {"[0x1]", "']' expected near 'x'"},
+        {"[-1e999]", "real number overflow near '-1e999'"},
+        {"[0.001e312]", "real number overflow near '0.001e312'"},
+        {"[9223372036854775808]", "too big integer near '9223372036854775808'"},
+        {"[-9223372036854775809]", "too big negative integer near '-9223372036854775809'"},
+        {"[99999999999999999999.]", "invalid token"},
+        {"[123456789012345678901]", "too big integer"},
+        {R"(["])", R"(premature end of input near '"]')"},
+        {"[\"\n\"]", R"(unexpected newline near '"')"},
+        {"[\"\t\"]", R"(control character 0x9 near '"')"},
+        {R"(["\x"])", R"(invalid escape near '"\x')"},
+        {R"(["\u12"])", R"(invalid escape near '"\u12"')"},
+        {R"(["\u0000"])", R"(\u0000 is not allowed without JSON_ALLOW_NUL near '"\u0000"')"},
+        {R"({"\u0000":1})", R"(NUL byte in object key not supported near '"\u0000"')"},
+        {R"(["\ud800"])", R"(invalid Unicode '\uD800' near '"\ud800"')"},
+        {R"(["\udc00"])", R"(invalid Unicode '\uDC00' near '"\udc00"')"},
+        {R"(["\ud800\u0041"])", R"(invalid Unicode '\uD800\u0041' near '"\ud800\u0041"')"},
+        {R"(["more than twenty bytes" 1])", "']' expected near '1'"},
+        {R"(["a" "more than twenty bytes"])", "']' expected"},
+        {"%s%n[", "'[' or '{' expected near '%'"},
+        {"[1] // no", "end of file expected near '/'"},
+        {"[\"\xff\"]", "unable to decode byte 0xff near '\"'"},
+        {"[\"\xc0\xaf\"]", "unable to decode byte 0xc0 near '\"'"},
+        {"[\"\xed\xa0\x80\"]", "unable to decode byte 0xed near '\"'"},
+        {"[\"\xf4\x90\x80\x80\"]", "unable to decode byte 0xf4 near '\"'"},
+        {"[1\xff", "unable to decode byte 0xff near '1'"},
+        {"\xff", "unable to decode byte 0xff"},
+        {"[\"\\ü\"]", "invalid escape near '\"\\\xc3'"},
+        {"\xef\xbb\xbf[]", "'[' or '{' expected near '\xef\xbb\xbf'"},
+    };
     LogCapture log;
-    for (std::string text; std::getline(texts, text, '`');) {
+    for (const auto& [text, reason] : kCases) {
         EXPECT_EQ(Serialization::deserialize(text).size(), 0U);
         EXPECT_EQ(log.take(), Lines{"5 JSON parsing error: " + text});
         EXPECT_TRUE(Serialization::deserializeArray(text).empty());
-        const std::string line = log.take().at(0);
-        EXPECT_EQ(line.rfind("5 JSON loading error: ", 0), 0U) << line;
-        EXPECT_NE(line, "5 JSON loading error: " + text);
+        EXPECT_EQ(log.take(), Lines{"5 JSON loading error: " + reason}) << text;
     }
 }
 

@@ -1,0 +1,46 @@
+#include <locale.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+#include "private/common/decimal_text.h"
+
+namespace NIVUR {
+
+namespace {
+
+/// Gives the calling thread the C locale's numbers while it lives.
+class PlainNumbers {
+  public:
+    // If memory has run out the thread keeps its locale. glibc's C locale needs none, and Android's
+    // locales all write numbers alike.
+    PlainNumbers() : _plain(::newlocale(LC_ALL_MASK, "C", nullptr)), _before(::uselocale(_plain)) {}
+    PlainNumbers(const PlainNumbers&) = delete;
+    PlainNumbers& operator=(const PlainNumbers&) = delete;
+    ~PlainNumbers() {
+        ::uselocale(_before);
+        if (_plain != nullptr) {
+            ::freelocale(_plain);
+        }
+    }
+
+  private:
+    locale_t _plain;
+    locale_t _before;
+};
+
+}  // namespace
+
+char* writeDecimal(double value, char (&text)[kDecimalSize]) {
+    const PlainNumbers plain;
+    return text + std::snprintf(text, kDecimalSize, "%.17g", value);
+}
+
+bool readDecimal(const char* begin, const char* /*end*/, double& value) {
+    const PlainNumbers plain;
+    value = std::strtod(begin, nullptr);
+    return std::isfinite(value);
+}
+
+}  // namespace NIVUR

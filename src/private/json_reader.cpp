@@ -1,0 +1,287 @@
+#include "private/json_reader.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+#include <utility>
+
+#include "private/dictionary_maps.h"
+
+namespace NIVUR {
+
+namespace {
+
+constexpr std::size_t kMostOpen = 2048;  // values within one another, as many as jansson reads
+
+std::int32_t to32Bits(long long value) {
+    using Limits = std::numeric_limits<std::int32_t>;
+    return static_cast<std::int32_t>(std::clamp<long long>(value, Limits::min(), Limits::max()));
+}
+
+/// What is left of an integer that was a double in between.
+long long throughDouble(long long value) {
+    using Limits = std::numeric_limits<long long>;
+    const auto asDouble = static_cast<double>(value);
+    return asDouble >= -static_cast<double>(Limits::min()) ? Limits::max()
+                                                           : static_cast<long long>(asDouble);
+}
+
+template <class Word>
+std::uint64_t load(const char* text) {
+    Word word;
+    std::memcpy(&word, text, sizeof(word));
+    return word;
+}
+
+/// Of a key's length and of up to eight bytes at either end.
+std::uint64_t hashOf(const JsonString& key) {
+    const char* const end = key.text + key.size;
+    std::uint64_t hash = key.size;
+    if (key.size >= 8) {
+        hash += load<std::uint64_t>(key.text) * 3 + load<std::uint64_t>(end - 8);
+    } else if (key.size >= 4) {
+        hash += load<std::uint32_t>(key.text) * 3 + (load<std::uint32_t>(end - 4) << 32);
+    } else {
+        for (const char* next = key.text; next < end; ++next) {
+            hash = (hash << 8) + load<std::uint8_t>(next);
+        }
+    }
+    constexpr std::uint64_t kGoldenRatio = 0x9E3779B97F4A7C15;  // Fibonacci hashing, Knuth 6.4
+    return hash * kGoldenRatio >> 56;
+}
+
+}  // namespace
+
+bool KnownKeys::add(const JsonString& key) {
+    if (key.shrinkage > 0) {  // the key may have other spellings
+        _bits.fill(~std::uint64_t{0});
+        return true;
+    }
+    const std::uint64_t hash = hashOf(key);
+    std::uint64_t& bits = _bits[static_cast<std::size_t>(hash / 64) % _bits.size()];
+    const std::uint64_t bit = std::uint64_t{1} << (hash % 64);
+    const bool isKnown = (bits & bit) != 0;
+    bits |= bit;
+    return isKnown;
+}
+
+bool JsonReader::read(Dictionary& record) {
+    return readText(Members{&record}, Dropped());
+}
+
+bool JsonReader::read(std::vector<Dictionary>& records) {
+    return readText(Dropped(), Records{&records});
+}
+
+bool JsonReader::refuse(const char* message) {
+    _scanner.refuse(message);
+    return false;
+}
+
+bool JsonReader::readText(Target object, Target array) {
+    const Token first = _scanner.next();
+    if (first == Token::BEGIN_OBJECT) {
+        _levels.emplace_back(Token::END_OBJECT, object);
+    } else if (first == Token::BEGIN_ARRAY) {
+        _levels.emplace_back(Token::END_ARRAY, array);
+    } else {
+        return refuse("'[' or '{' expected");
+    }
+    _isOpening = true;
+    while (!_levels.empty()) {
+        const Token token = _scanner.next();
+        if (token == _levels.back().end) {
+            _levels.pop_back();
+            _isOpening = false;
+        } else if (!readItem(token)) {
+            return false;
+        }
+    }
+    return _scanner.next() == Token::END || refuse("end of file expected");
+}
+
+/// Reads a member or an element from the token on that follows the one before it.
+bool JsonReader::readItem(Token token) {
+    const bool isMember = _levels.back().end == Token::END_OBJECT;
+    if (!_isOpening) {
+        if (token != Token::COMMA) {
+            return refuse(isMember ? "'}' expected" : "']' expected");
+        }
+        token = _scanner.next();
+    }
+    if (isMember && !readKey(token)) {
+        return false;
+    }
+    if (!isMember && token == Token::END) {
+        return refuse("']' expected");
+    }
+    return readValue(token);
+}
+
+/// Reads a key, if the token is one, and goes on to the token of its value.
+bool JsonReader::readKey(Token& token) {
+    if (token != Token::STRING) {
+        return refuse("string or '}' expected");
+    }
+    _key = _scanner.string();
+    if (_key.hasNul) {
+        return refuse("NUL byte in object key not supported");
+    }
+    if (_scanner.next() != Token::COLON) {
+        return refuse("':' expected");
+    }
+    token = _scanner.next();
+    return true;
+}
+
+bool JsonReader::readValue(Token token) {
+    if (_levels.size() >= kMostOpen) {
+        return refuse("maximum parsing depth reached");
+    }
+    Target& target = _levels.back().target;
+    if (const auto* const undecided = std::get_if<Undecided>(&target)) {
+        target = decide(*undecided->record, token);
+    }
+    _isOpening = token == Token::BEGIN_OBJECT || token == Token::BEGIN_ARRAY;
+    switch (token) {
+        case Token::BEGIN_OBJECT:
+        case Token::BEGIN_ARRAY: {
+            const Token end = token == Token::BEGIN_OBJECT ? Token::END_OBJECT : Token::END_ARRAY;
+            _levels.emplace_back(
+                end, std::visit([&](auto to) -> Target { return open(to, token); }, target));
+            return true;
+        }
+        case Token::STRING:
+            if (_scanner.string().hasNul) {
+                return refuse("\\u0000 is not allowed without JSON_ALLOW_NUL");
+            }
+            [[fallthrough]];
+        case Token::INTEGER:
+        case Token::REAL:
+        case Token::TRUE:
+        case Token::FALSE:
+        case Token::NONE:
+            std::visit([&](auto to) { store(to, token); }, target);
+            return true;
+        case Token::INVALID:
+            return refuse("invalid token");
+        default:
+            return refuse("unexpected token");
+    }
+}
+
+/// Adds a value under the current key, which the record does not have.
+template <class Group, class Map>
+typename Map::mapped_type& JsonReader::add(Dictionary& record, Map Group::*map,
+                                           typename Map::mapped_type value) {
+    Map& values = record.make<Group>().*map;
+    // Keys are often in order.
+    return values.emplace_hint(values.end(), _key.value(), std::move(value))->second;
+}
+
+template <class Map>
+JsonReader::Target JsonReader::addArray(Dictionary& record, Map Dictionary::ArrayMaps::*map) {
+    using Value = typename Map::mapped_type::value_type;
+    auto& values = add(record, map, {});
+    if constexpr (!std::is_same_v<Value, Dictionary>) {
+        values.reserve(_scanner.elementsAhead());  // growing would take three times the memory
+    }
+    return Elements<Value>{&values};
+}
+
+/// The last of equal names counts, also when nothing comes of its value.
+void JsonReader::eraseEarlier(Dictionary& record) {
+    if (_levels.back().keys.add(_key)) {
+        record.erase(_key.value());
+    }
+}
+
+/// Where the elements of an array go that begins with that token.
+JsonReader::Target JsonReader::decide(Dictionary& record, Token token) {
+    using Maps = Dictionary::ArrayMaps;
+    switch (token) {
+        case Token::BEGIN_OBJECT:
+            return addArray(record, &Maps::_objectArrayDictionary);
+        case Token::STRING:
+            return addArray(record, &Maps::_stringArrayDictionary);
+        case Token::INTEGER:
+            return addArray(record, &Maps::_integerArrayDictionary);
+        case Token::REAL:
+            return addArray(record, &Maps::_decimalArrayDictionary);
+        case Token::TRUE:
+        case Token::FALSE:
+            return addArray(record, &Maps::_booleanArrayDictionary);
+        default:
+            return Dropped();
+    }
+}
+
+void JsonReader::store(Members target, Token token) {
+    using Maps = Dictionary::Maps;
+    eraseEarlier(*target.record);
+    switch (token) {
+        case Token::STRING:
+            add(*target.record, &Maps::_stringDictionary, _scanner.string().value());
+            break;
+        case Token::INTEGER:
+            add(*target.record, &Maps::_integerDictionary, to32Bits(_scanner.integer()));
+            break;
+        case Token::REAL:
+            add(*target.record, &Maps::_decimalDictionary, _scanner.real());
+            break;
+        case Token::TRUE:
+        case Token::FALSE:
+            add(*target.record, &Maps::_booleanDictionary, token == Token::TRUE);
+            break;
+        default:
+            break;
+    }
+}
+
+void JsonReader::store(Records target, Token /*token*/) {
+    target.all->emplace_back();
+}
+
+template <class Value>
+void JsonReader::store(Elements<Value> target, Token token) {
+    if constexpr (std::is_same_v<Value, std::string>) {
+        if (token == Token::STRING) {
+            target.values->push_back(_scanner.string().value());
+        }
+    } else if constexpr (std::is_same_v<Value, long long>) {
+        if (token == Token::INTEGER) {
+            target.values->push_back(throughDouble(_scanner.integer()));
+        }
+    } else if constexpr (std::is_same_v<Value, long double>) {
+        if (token == Token::REAL) {
+            target.values->push_back(_scanner.real());
+        }
+    } else if constexpr (std::is_same_v<Value, bool>) {
+        if (token == Token::TRUE || token == Token::FALSE) {
+            target.values->push_back(token == Token::TRUE);
+        }
+    }
+}
+
+JsonReader::Target JsonReader::open(Members target, Token token) {
+    eraseEarlier(*target.record);
+    if (token == Token::BEGIN_ARRAY) {
+        return Undecided{target.record};
+    }
+    return Members{&add(*target.record, &Dictionary::Maps::_objectDictionary, {})};
+}
+
+JsonReader::Target JsonReader::open(Records target, Token token) {
+    Dictionary& record = target.all->emplace_back();
+    return token == Token::BEGIN_OBJECT ? Target(Members{&record}) : Dropped();
+}
+
+JsonReader::Target JsonReader::open(Elements<Dictionary> target, Token token) {
+    if (token == Token::BEGIN_ARRAY) {
+        return Dropped();
+    }
+    return Members{&target.values->emplace_back()};
+}
+
+}  // namespace NIVUR

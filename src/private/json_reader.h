@@ -1,0 +1,110 @@
+#ifndef NIVUR_PRIVATE_JSON_READER_H
+#define NIVUR_PRIVATE_JSON_READER_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "dictionary.h"
+#include "private/json_scanner.h"
+
+namespace NIVUR {
+
+/// Tells quickly that a key is new to a record, as most are: a Bloom filter with one hash function.
+class KnownKeys {
+  public:
+    /// Adds a key; false if it was certainly not there.
+    bool add(const JsonString& key);
+
+  private:
+    std::array<std::uint64_t, 4> _bits{};
+};
+
+/// Reads JSON text, putting each value where it stays. It keeps a list of the objects and arrays
+/// that are open, so that nesting costs no stack. Not thread-safe; one reader reads one text.
+class JsonReader {
+  public:
+    /// `text` outlives the reader.
+    explicit JsonReader(const std::string& text) : _scanner(text) {}
+
+    /// Reads an object into `record`, which is empty; what an array has is dropped. Returns false
+    /// if the text is refused: then, and after std::bad_alloc, the record may have part of it.
+    bool read(Dictionary& record);
+
+    /// Reads each element of an array into a record of its own; what an object has is dropped.
+    bool read(std::vector<Dictionary>& records);
+
+    /// Why the text was refused, at most 95 bytes; "" if it was not.
+    const char* error() const { return _scanner.error(); }
+
+  private:
+    using Token = JsonScanner::Token;
+
+    // Where the values of an object or array go.
+    struct Dropped {};
+    struct Members {
+        Dictionary* record;
+    };
+    struct Undecided {  // an array before its first element, which decides its type
+        Dictionary* record;
+    };
+    struct Records {  // the array at the top, whose every element is a record
+        std::vector<Dictionary>* all;
+    };
+    template <class Value>
+    struct Elements {
+        std::vector<Value>* values;
+    };
+    using Target = std::variant<Dropped, Members, Undecided, Records, Elements<Dictionary>,
+                                Elements<std::string>, Elements<long long>, Elements<long double>,
+                                Elements<bool>>;
+
+    struct Level {
+        Level(Token token, Target contents) : end(token), target(contents) {}
+        Token end;
+        Target target;
+        KnownKeys keys;  // of an object
+    };
+
+    bool readText(Target object, Target array);
+    bool readItem(Token token);
+    bool readKey(Token& token);
+    bool readValue(Token token);
+    bool refuse(const char* message);
+
+    template <class Group, class Map>
+    typename Map::mapped_type& add(Dictionary& record, Map Group::*map,
+                                   typename Map::mapped_type value);
+    template <class Map>
+    Target addArray(Dictionary& record, Map Dictionary::ArrayMaps::*map);
+    void eraseEarlier(Dictionary& record);
+    Target decide(Dictionary& record, Token token);
+
+    // What comes of a scalar, and where the contents of an object or array go, by the target of the
+    // object or array around it.
+    void store(Dropped /*target*/, Token /*token*/) {}
+    void store(Members target, Token token);
+    void store(Undecided /*target*/, Token /*token*/) {}
+    void store(Records target, Token token);
+    template <class Value>
+    void store(Elements<Value> target, Token token);
+    Target open(Members target, Token token);
+    Target open(Records target, Token token);
+    Target open(Elements<Dictionary> target, Token token);
+    template <class Other>
+    Target open(Other /*target*/, Token /*token*/) {
+        return Dropped();
+    }
+
+    JsonScanner _scanner;
+    std::vector<Level> _levels;
+    JsonString _key;          // of the member that is being read
+    bool _isOpening = false;  // nothing was read since the innermost object or array began
+};
+
+}  // namespace NIVUR
+
+#endif

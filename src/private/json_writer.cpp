@@ -1,0 +1,253 @@
+#include "private/json_writer.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+#include "private/common/decimal_text.h"
+#include "private/json_bytes.h"
+
+namespace NIVUR {
+
+namespace {
+
+using json::isAscii;
+using json::plainEnd;
+using json::utf8Length;
+
+/// Whether a text, which ends at its first NUL, is UTF-8.
+bool isUtf8(const std::string& text) {
+    const char* const limit = text.c_str() + text.size();
+    const char* next = plainEnd(text.c_str(), limit);
+    while (*next != '\0') {
+        const unsigned int length = isAscii(*next) ? 1 : utf8Length(next);
+        if (length == 0) {
+            return false;
+        }
+        next = plainEnd(next + length, limit);
+    }
+    return true;
+}
+
+template <class Value>
+bool fitsJson(const Value& value) {
+    if constexpr (std::is_same_v<Value, std::string>) {
+        return isUtf8(value);
+    } else if constexpr (std::is_same_v<Value, long double>) {
+        return std::isfinite(static_cast<double>(value));
+    } else {
+        return true;
+    }
+}
+
+/// Writes a number of few digits, as whole numbers and quarters are, in full: "%.17g" does the
+/// same. Returns the end, or null if the number is another, or 0.
+char* writeShort(double value, char* text) {
+    constexpr long long kParts = 1024;       // of which such a number is a multiple
+    constexpr long long kDigits = 9765625;   // of one part, behind the point
+    constexpr std::size_t kMostDigits = 10;  // of them with the zeros before them
+    if (!(std::fabs(value) < 1e6) || value == 0) {
+        return nullptr;
+    }
+    const auto parts = static_cast<long long>(std::fabs(value) * kParts);
+    if (static_cast<double>(parts) != std::fabs(value) * kParts) {
+        return nullptr;
+    }
+    if (value < 0) {
+        *text++ = '-';
+    }
+    // The digit 1 before the fraction keeps its zeros, and its place is that of the point.
+    char* const point = std::to_chars(text, text + 8, parts / kParts).ptr;
+    char* end =
+        std::to_chars(point, point + kMostDigits + 1, 10000000000 + parts % kParts * kDigits).ptr;
+    *point = '.';
+    while (end[-1] == '0') {
+        --end;
+    }
+    return end[-1] == '.' ? end - 1 : end;
+}
+
+void appendEscape(std::string& text, char byte) {
+    const char* const known = std::strchr(json::kEscapedBytes, byte);
+    text += '\\';
+    if (known != nullptr) {
+        text += json::kEscapeLetters[known - json::kEscapedBytes];
+    } else {
+        text.append("u00").append(1, byte < 0x10 ? '0' : '1');
+        text += "0123456789ABCDEF"[byte & 0xF];
+    }
+}
+
+}  // namespace
+
+std::string JsonWriter::write(const Dictionary& record) {
+    put(record);
+    return finish();
+}
+
+std::string JsonWriter::write(const std::vector<Dictionary>& records) {
+    put(records);
+    return finish();
+}
+
+std::string JsonWriter::finish() {
+    while (!_open.empty() && !_isTooDeep) {
+        std::visit([this](auto& level) { writeNext(level); }, _open.back());
+    }
+    return _isTooDeep ? std::string() : std::move(_text);
+}
+
+/// Writes members up to the next object or array of objects, which is then open, or to the end.
+void JsonWriter::writeNext(Members& members) {
+    const ArrayMaps* const arrays = members.maps != nullptr ? members.maps->_arrays.get() : nullptr;
+    if (members.maps != nullptr && members.object != members.maps->_objectDictionary.end()) {
+        const auto& [key, value] = *members.object++;
+        return writeMember(key, value);
+    }
+    if (arrays != nullptr && !members.hasArrays) {
+        members.hasArrays = true;
+        members.array = arrays->_objectArrayDictionary.begin();
+        writeMembers(arrays->_stringArrayDictionary);
+        writeMembers(arrays->_integerArrayDictionary);
+        writeMembers(arrays->_decimalArrayDictionary);
+        writeMembers(arrays->_booleanArrayDictionary);
+    }
+    if (arrays != nullptr && members.array != arrays->_objectArrayDictionary.end()) {
+        const auto& [key, value] = *members.array++;
+        return writeMember(key, value);
+    }
+    _open.pop_back();
+    end('}');
+}
+
+void JsonWriter::writeNext(Elements& elements) {
+    if (elements.next != elements.end) {
+        separate();
+        return put(*elements.next++);
+    }
+    _open.pop_back();
+    end(']');
+}
+
+template <class Map>
+void JsonWriter::writeMembers(const Map& members) {
+    for (const auto& [key, value] : members) {
+        writeMember(key, value);
+    }
+}
+
+template <class Value>
+void JsonWriter::writeMember(const std::string& key, const Value& value) {
+    if (fitsJson(key) && fitsJson(value)) {
+        separate();
+        put(key);
+        _text += ':';
+        _text += ' ';
+        put(value);
+    }
+}
+
+void JsonWriter::put(const Dictionary& value) {
+    const Maps* const maps = value.find<Maps>();
+    begin('{');
+    _open.emplace_back(Members{maps});
+    if (maps != nullptr) {
+        std::get<Members>(_open.back()).object = maps->_objectDictionary.begin();
+        writeMembers(maps->_stringDictionary);
+        writeMembers(maps->_integerDictionary);
+        writeMembers(maps->_decimalDictionary);
+        writeMembers(maps->_booleanDictionary);
+    }
+}
+
+void JsonWriter::put(const std::vector<Dictionary>& values) {
+    begin('[');
+    _open.emplace_back(Elements{values.data(), values.data() + values.size()});
+}
+
+template <class Value>
+void JsonWriter::put(const std::vector<Value>& values) {
+    begin('[');
+    for (const auto& value : values) {
+        if (fitsJson(value)) {
+            separate();
+            put(value);
+        }
+    }
+    end(']');
+}
+
+void JsonWriter::put(long long value) {
+    char digits[16];
+    const auto low = static_cast<std::int32_t>(static_cast<std::uint32_t>(value));
+    _text.append(digits, std::to_chars(digits, digits + sizeof(digits), low).ptr);
+}
+
+void JsonWriter::put(bool value) {
+    value ? _text.append("true", 4) : _text.append("false", 5);
+}
+
+/// What would look like an integer gets a fraction; exponents lose '+' and leading zeros.
+void JsonWriter::put(long double value) {
+    char decimal[kDecimalSize];
+    char* end = writeShort(static_cast<double>(value), decimal);
+    if (end == nullptr) {
+        end = writeDecimal(static_cast<double>(value), decimal);
+    }
+    char* const e = std::find(decimal, end, 'e');
+    if (e != end) {
+        const auto isDropped = [](char byte) { return byte == '+' || byte == '-' || byte == '0'; };
+        const char* const digits = std::find_if_not(e + 1, end, isDropped);
+        end = std::copy(digits, static_cast<const char*>(end), e[1] == '-' ? e + 2 : e + 1);
+    } else if (std::find(decimal, end, '.') == end) {
+        *end++ = '.';
+        *end++ = '0';
+    }
+    _text.append(decimal, end);
+}
+
+/// Writes UTF-8 up to its first NUL.
+void JsonWriter::put(const std::string& value) {
+    const char* const limit = value.c_str() + value.size();
+    const char* written = value.c_str();
+    _text += '"';
+    for (const char* next = plainEnd(written, limit);; next = plainEnd(next + 1, limit)) {
+        if (!isAscii(*next)) {
+            continue;
+        }
+        _text.append(written, next);
+        if (*next == '\0') {
+            break;
+        }
+        appendEscape(_text, *next);
+        written = next + 1;
+    }
+    _text += '"';
+}
+
+/// Puts a comma unless an object or array has just begun.
+void JsonWriter::separate() {
+    if (_text.back() != '{' && _text.back() != '[') {
+        _text += ',';
+        _text += ' ';
+    }
+}
+
+void JsonWriter::begin(char bracket) {
+    _isTooDeep = _isTooDeep || _level > kMaxLevels;
+    ++_level;
+    _text += bracket;
+}
+
+void JsonWriter::end(char bracket) {
+    --_level;
+    const bool isEmpty = _text.back() == '{' || _text.back() == '[';
+    _isTooDeep = _isTooDeep || (_level == kMaxLevels && !isEmpty);
+    _text += bracket;
+}
+
+}  // namespace NIVUR
