@@ -193,7 +193,7 @@ void measureWrite(State& state, const std::string& text) {
 }
 
 void addDocument(const char* kind, const std::string& text) {
-    const Peers<NivurJson, ConvertedJson, Limit<JanssonJson>, RapidJson, NlohmannJson> peers;
+    const Peers<NivurJson, ConvertedJson, JanssonJson, RapidJson, NlohmannJson> peers;
     const std::string size = ", " + std::string(kind) + ", " + std::to_string(text.size()) + " B";
     kFamily.add("read" + size, peers, [=](State& state, auto peer) {
         measureRead<typename decltype(peer)::Type>(state, text);
