@@ -9,6 +9,7 @@ from xml.sax.saxutils import escape
 FAMILIES = {
     "run_loop": "Run loop",
     "timers": "Timers of a run loop",
+    "watches": "Watches of a run loop",
     "runtime": "Shared pointers, locks and semaphores",
     "pool": "Buffer pool",
     "ring": "Ring buffer",
