@@ -35,6 +35,7 @@ ControlChannel::ControlChannel(std::unique_ptr<NIVUR::ClientSocket> socket, RunL
       _heardMs(SystemUtil::getCPUTime()) {
     _socket->setLogEnabled(false);
     _socket->setBlocking(false);
+    _socket->setNoDelay(true);
     _loop.addWatch(_socket->descriptor(), RunLoop::READABLE,
                    makeRunnable([this] { receive(); }, this));
     _loop.addTimer(makeRunnable([this] { keepAlive(); }, this), kAliveMs, true);

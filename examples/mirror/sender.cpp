@@ -14,6 +14,7 @@
 
 using NIVUR::Buffer;
 using NIVUR::Dictionary;
+using NIVUR::IoResult;
 using NIVUR::RunLoop;
 using NIVUR::SharedPtr;
 using NIVUR::Socket;
@@ -41,6 +42,7 @@ Sender::Sender(std::string path, NIVUR::EventCenter& events)
 
 void Sender::start(const Address& to) {
     _to = to;
+    _receiver = NIVUR::SocketAddress(to.ip, to.port);
     const std::string error = open();
     if (!error.empty()) {
         end(error);
@@ -71,34 +73,35 @@ void Sender::createSockets() {
     _udp.setLogEnabled(false);
     if (_connecting->create(_to.anyLocal(), 0) && _connecting->setBlocking(false) == 0 &&
         _udp.create(_to.anyLocal(), 0) && _udp.setBlocking(false) == 0) {
-        attemptConnection();
+        startConnection();
     } else {
         failToConnect(Socket::getError());
     }
 }
 
-/// Connects without blocking: the same call begins it and, once the socket is writable, says how it
-/// went.
-void Sender::attemptConnection() {
-    if (_connecting->connect(_to.ip, _to.port)) {
-        _loop.removeWatch(_connectWatch);
-        _loop.stopTimer(_connectTimer);
-        offer();
-        return;
+void Sender::startConnection() {
+    const IoResult result = _connecting->connect(_receiver);
+    if (result.status != IoResult::WOULD_BLOCK) {
+        return finishConnection(result);
     }
-    const int reason = Socket::getError();
-    if (reason == EINPROGRESS) {
-        awaitConnection();
-    } else if (reason != EALREADY) {
-        failToConnect(reason);
+    _connectTimer = addTimer(kConnectMs, false, [this] { failToConnect(ETIMEDOUT); });
+    _connectWatch = watch(*_connecting, RunLoop::WRITABLE,
+                          [this] { finishConnection(_connecting->finishConnect()); });
+    if (_connectWatch == 0) {
+        failToConnect(EMFILE);  // the loop has no descriptors of its own
     }
 }
 
-void Sender::awaitConnection() {
-    _connectTimer = addTimer(kConnectMs, false, [this] { failToConnect(ETIMEDOUT); });
-    _connectWatch = watch(*_connecting, RunLoop::WRITABLE, [this] { attemptConnection(); });
-    if (_connectWatch == 0) {
-        failToConnect(EMFILE);  // the loop has no descriptors of its own
+void Sender::finishConnection(const IoResult& result) {
+    if (result.status == IoResult::WOULD_BLOCK) {
+        return;
+    }
+    _loop.removeWatch(_connectWatch);
+    _loop.stopTimer(_connectTimer);
+    if (result) {
+        offer();
+    } else {
+        failToConnect(result.error);
     }
 }
 
@@ -192,8 +195,8 @@ void Sender::transmit(uint64_t index) {
     const Buffer& datagram = *_window.find(index);
     FrameHeader{_session, SystemUtil::getCPUTimeInMicroseconds(), static_cast<uint32_t>(index)}
         .write(datagram.data());
-    if (!_udp.sendto(_to.ip, _to.port, datagram.data(), datagram.usedSize(), nullptr) &&
-        Socket::getError() == EAGAIN) {
+    const IoResult sent = _udp.sendto(_receiver, datagram.data(), datagram.usedSize());
+    if (sent.status == IoResult::WOULD_BLOCK) {
         pause(index);
     } else {
         ++_datagrams;

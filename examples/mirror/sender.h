@@ -31,8 +31,8 @@ class Sender : public Endpoint {
   private:
     std::string open();
     void createSockets();
-    void attemptConnection();
-    void awaitConnection();
+    void startConnection();
+    void finishConnection(const NIVUR::IoResult& result);
     void failToConnect(int reason);
     void offer();
     void announce();
@@ -54,6 +54,7 @@ class Sender : public Endpoint {
 
     const std::string _path;
     Address _to;
+    NIVUR::SocketAddress _receiver;  // the same, as sockets take it
     NIVUR::BufferPool _pool;
     NIVUR::UDPSocket _udp;
     std::unique_ptr<NIVUR::ClientSocket> _connecting;
