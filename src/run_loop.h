@@ -17,9 +17,9 @@ namespace NIVUR {
 /// be called from any thread, also from a task of the loop itself or from a task's destructor.
 ///
 /// The loop owns a task from the call on. Tasks are deleted with no internal lock held; those that
-/// ran, before other threads pass the loop's gate: see stopTimer() and cancelTasksForObject(). A
-/// task's destructor must not add a task, timer or watch whose destructor does the same without
-/// end: stop() and the destructor of the loop drop them until none is left.
+/// ran, before other threads pass the loop's gate: see stopTimer() and cancelTasksForObject().
+/// stop() and the destructor of the loop drop tasks, timers and watches until none is left: neither
+/// returns while destructors or other threads keep adding them.
 ///
 /// What a task throws, or memory that runs out on the loop's thread while a task allocates, ends
 /// the process. A forked child must not touch a loop that its parent had running. REQUIRES for
@@ -71,9 +71,9 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     /// exhausted the task is deleted and std::bad_alloc passes through.
     long addTimer(Runnable* task, unsigned int interval, bool repeat);
 
-    /// Removes the timer with this id, if there is one. From another thread it waits for a task
-    /// that is running: never call it with a lock held that the task takes, nor from tasks of two
-    /// loops for each other.
+    /// Removes the timer with this id, if there is one. From another thread it waits for what is
+    /// running: a task, or all timers and watches of the pass. Never call it with a lock held that
+    /// a task of the loop takes, nor from tasks of two loops for each other.
     void stopTimer(long id);
 
     /// Makes the timer with this id, if it is pending, due one whole interval from now.
@@ -92,14 +92,14 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     long addWatch(int descriptor, Readiness readiness, Runnable* task);
 
     /// Removes the watch with this id, if there is one. Once it has returned the loop touches the
-    /// descriptor no more and the task neither runs nor will: from another thread it waits for a
-    /// task that is running, with the same warning as stopTimer().
+    /// descriptor no more and the task neither runs nor will: from another thread it waits for what
+    /// is running, with the same warning as stopTimer().
     void removeWatch(long id);
 
     /// Removes every task, timer and watch whose getObject() is `object`, releasing their posters;
-    /// null removes nothing. From another thread it waits for a task that is running: never call it
-    /// with a lock held that the task takes. After it returns no task of the object starts, and
-    /// those that ran are deleted, unless another thread is just removing one.
+    /// null removes nothing. From another thread it waits for what is running, with the same
+    /// warning as stopTimer(). After it returns no task of the object starts, and those that ran
+    /// are deleted, unless another thread is just removing one.
     void cancelTasksForObject(void* object);
 
     /// Logs the loop's name, the sizes of its queues and the dump() of its tasks as one warning. It

@@ -186,8 +186,9 @@ TEST_F(RunLoopTest, StopLetsASleepingLoopRunOnceMoreAndDropsTheRestInOrder) {
     post(wordAtEnd("normal"));
     post(wordAtEnd("high"), nullptr, true);
     timer(kNever, true, wordAtEnd("timer"));
+    log.take();
     std::thread stopper([&] { loop.stop(); });
-    do {
+    do {  // until the request has arrived, which shows in a refusal
         post([] {});
     } while (log.take().empty());
     release();

@@ -188,6 +188,25 @@ TEST_F(WatchTest, TasksOfOnePassMayRemoveThemselvesEachOtherAndTheLoop) {
     EXPECT_EQ(token.use_count(), 2);
 }
 
+TEST_F(WatchTest, WhatRemainsOfADescriptorsWatchesKeepsItsReadinessAlone) {
+    Ends ends;
+    std::atomic<int> reads{0}, writes{0};
+    ASSERT_TRUE(loop.start());
+    const long older = watch(ends.ends[0], [] {});
+    const long writing = watch(
+        ends.ends[0], [&] { ++writes; }, RunLoop::WRITABLE);
+    const long newest = watch(ends.ends[0], [&] { ++reads; });
+    loop.removeWatch(older);
+    loop.removeWatch(writing);
+    writes = 0;
+    poll();
+    EXPECT_EQ(reads + writes, 0);
+    ends.send();
+    poll();
+    EXPECT_GT(reads, 0);
+    loop.removeWatch(newest);
+}
+
 // As when a connection ends in the task of one of its watches, with the last reference to it.
 TEST_F(WatchTest, DestructorOfAWatchsTaskMayRemoveTheNextWatch) {
     for (const bool byCancel : {false, true}) {

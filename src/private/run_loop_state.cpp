@@ -234,7 +234,8 @@ void RunLoop::State::collectDueTimers() {
 }
 
 void RunLoop::State::collectReadyWatches() {
-    bool askAgain = !_watching;  // soon: of earlier passes none has counted
+    // At once where more may be ready, and where earlier passes have not counted.
+    bool askAgain = !_watching || _events == Poller::kMostEvents;
     for (; _events > 0; --_events) {
         askAgain =
             !_watches->collect(_poller.load()->event(_events - 1), _readyWatches) || askAgain;

@@ -7,18 +7,26 @@ namespace NIVUR {
 
 using platform::Poller;
 
-namespace {
-
-/// What all watches of a descriptor wait for.
-unsigned int readinessOf(const Watch* oldest) {
-    unsigned int all = 0;
-    for (const Watch* watch = oldest; watch != nullptr; watch = watch->_nextOfDescriptor) {
-        all |= watch->_readiness;
-    }
-    return all;
+void WatchList::Registration::append(Watch& watch) {
+    (oldest == nullptr ? oldest : newest->_nextOfDescriptor) = &watch;
+    newest = &watch;
+    ++(watch._readiness == Poller::READABLE ? readers : writers);
 }
 
-}  // namespace
+void WatchList::Registration::remove(const Watch& watch) {
+    Watch* before = nullptr;
+    for (Watch* each = oldest; each != &watch; each = each->_nextOfDescriptor) {
+        before = each;
+    }
+    (before == nullptr ? oldest : before->_nextOfDescriptor) = watch._nextOfDescriptor;
+    newest = newest == &watch ? before : newest;
+    --(watch._readiness == Poller::READABLE ? readers : writers);
+}
+
+/// What all of them wait for.
+unsigned int WatchList::Registration::readiness() const {
+    return (readers > 0 ? Poller::READABLE : 0U) | (writers > 0 ? Poller::WRITABLE : 0U);
+}
 
 int WatchList::add(Watch& watch) {
     if (_lastId == LONG_MAX) {
@@ -29,11 +37,10 @@ int WatchList::add(Watch& watch) {
     Registration& registration = _byDescriptor[descriptor];
     _byId.emplace(watch._id, &watch);
     const bool known = registration.oldest != nullptr;
-    append(registration.oldest, watch);
+    registration.append(watch);
     registration.tag = ++_lastTag;
-    const unsigned int readiness = readinessOf(registration.oldest);
-    if (known ? _poller->change(descriptor, readiness, registration.tag)
-              : _poller->add(descriptor, readiness, registration.tag)) {
+    if (known ? _poller->change(descriptor, registration.readiness(), registration.tag)
+              : _poller->add(descriptor, registration.readiness(), registration.tag)) {
         ++_lastId;
         return 0;
     }
@@ -56,7 +63,7 @@ void WatchList::remove(Watch& watch) {
     } else {
         Registration& registration = entry->second;
         registration.tag = ++_lastTag;
-        _poller->change(descriptor, readinessOf(registration.oldest), registration.tag);
+        _poller->change(descriptor, registration.readiness(), registration.tag);
     }
 }
 
@@ -74,26 +81,10 @@ bool WatchList::collect(const Poller::Event& event, Batch<Watch>& ready) const {
     return true;
 }
 
-void WatchList::append(Watch*& oldest, Watch& watch) {
-    Watch** link = &oldest;
-    while (*link != nullptr) {
-        link = &(*link)->_nextOfDescriptor;
-    }
-    *link = &watch;
-}
-
-void WatchList::unlink(Watch*& oldest, const Watch& watch) {
-    Watch** link = &oldest;
-    while (*link != &watch) {
-        link = &(*link)->_nextOfDescriptor;
-    }
-    *link = watch._nextOfDescriptor;
-}
-
 /// Takes the watch out of both indexes.
 void WatchList::forget(Watch& watch) {
     const auto entry = _byDescriptor.find(watch._descriptor);
-    unlink(entry->second.oldest, watch);
+    entry->second.remove(watch);
     if (entry->second.oldest == nullptr) {
         _byDescriptor.erase(entry);
     }

@@ -17,7 +17,7 @@ namespace NIVUR {
 /// The watches of a loop, by id and by descriptor, and their registrations with the poller.
 ///
 ///     _byId:          id -> watch, in the order of adding
-///     _byDescriptor:  descriptor -> watch -> watch   chained through the watches, oldest first
+///     _byDescriptor:  descriptor -> registration -> watch -> watch   chained, oldest first
 ///
 /// All watches of a descriptor are one registration, for the union of what they wait for. Its tag
 /// is the id of the oldest of them: since ids never recur, an event that was fetched before the
@@ -65,13 +65,19 @@ class WatchList : public NoCopyable {
     }
 
   private:
+    /// All watches of a descriptor.
     struct Registration {
+        void append(Watch& watch);
+        void remove(const Watch& watch);
+        unsigned int readiness() const;
+
         Watch* oldest = nullptr;
+        Watch* newest = nullptr;
+        size_t readers = 0;
+        size_t writers = 0;
         uint32_t tag = 0;
     };
 
-    static void append(Watch*& oldest, Watch& watch);
-    static void unlink(Watch*& oldest, const Watch& watch);
     void forget(Watch& watch);
 
     const std::unique_ptr<platform::Poller> _poller;

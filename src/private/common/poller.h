@@ -28,6 +28,7 @@ class Poller : public NoCopyable {
     };
 
     static constexpr int kNoLimit = -1;
+    static constexpr size_t kMostEvents = 256;  // of one wait; further ones are for the next
 
     /// Null, with the reason in errno, when the platform has no descriptors for it.
     static std::unique_ptr<Poller> create();

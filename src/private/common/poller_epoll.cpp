@@ -72,8 +72,6 @@ class EpollPoller : public Poller {
     }
 
   private:
-    static constexpr size_t kEvents = 256;  // further ready descriptors are for the next wait
-
     bool control(int operation, int descriptor, unsigned int readiness, uint32_t tag) {
         epoll_event event = request(descriptor, readiness, tag);
         return ::epoll_ctl(_epoll.get(), operation, descriptor, &event) == 0;
@@ -81,7 +79,7 @@ class EpollPoller : public Poller {
 
     const Descriptor _epoll;
     const Descriptor _signals;
-    std::array<epoll_event, kEvents> _events{};
+    std::array<epoll_event, kMostEvents> _events{};
 };
 
 }  // namespace
