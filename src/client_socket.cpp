@@ -115,8 +115,11 @@ IoResult ClientSocket::finishConnect() {
     if (errno != ENOTCONN) {
         return platform::failure();
     }
+    // Asked first: what fails between the two is then told by its own number.
+    const bool idle = platform::isIdle(_socket);
     const int error = platform::takeError(_socket);
-    return error == 0 ? IoResult{IoResult::WOULD_BLOCK} : IoResult{IoResult::FAILED, 0, error};
+    return error == 0 && !idle ? IoResult{IoResult::WOULD_BLOCK}
+                               : IoResult{IoResult::FAILED, 0, error != 0 ? error : ENOTCONN};
 }
 
 IoResult ClientSocket::send(const void* data, size_t length) const {

@@ -53,7 +53,8 @@ class NIVUR_EXPORT ClientSocket : public Socket {
     IoResult connect(const SocketAddress& peer);
 
     /// The outcome of a connection that was under way. DONE: connected, and the peer is recorded.
-    /// WOULD_BLOCK: not decided yet. FAILED, which is told once: not connected; close().
+    /// WOULD_BLOCK: not decided yet. FAILED: not connected; close(). The reason is told once, and
+    /// ENOTCONN afterwards.
     IoResult finishConnect();
 
     /// Sends up to `length` bytes; `count` is the number sent, which may be smaller. CLOSED when

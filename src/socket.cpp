@@ -5,6 +5,7 @@
 #include "private/common/socket_posix.h"
 #include "private/kept_error.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -101,7 +102,8 @@ int Socket::createSocket(const std::string& ip, uint16_t port, bool tcp) {
 
 IoResult Socket::createBound(const SocketAddress& local, bool reuse, bool tcp) {
     if (_socket != -1) {
-        return {IoResult::FAILED, 0, EEXIST};
+        errno = EEXIST;
+        return platform::failure();
     }
     platform::Descriptor socket(platform::open(local, tcp));
     if (socket.get() == -1 ||
@@ -232,14 +234,14 @@ int Socket::receiveBufferSize() const {
 }
 
 int Socket::setTrafficClass(unsigned int codePoint) {
-    // The lower two bits are those of congestion notification.
+    // The lower two bits are those of congestion notification. 64 and more are refused shifted,
+    // too.
     return platform::setOption(_socket, _isIPv6, platform::FamilyOption::TRAFFIC_CLASS,
-                               static_cast<int>(codePoint << 2));
+                               std::min(codePoint, 64U) << 2);
 }
 
 int Socket::setHopLimit(unsigned int hops) {
-    return platform::setOption(_socket, _isIPv6, platform::FamilyOption::HOPS,
-                               static_cast<int>(hops));
+    return platform::setOption(_socket, _isIPv6, platform::FamilyOption::HOPS, hops);
 }
 
 int Socket::setSockCOS(int cos) {

@@ -52,6 +52,7 @@ class NIVUR_EXPORT SocketAddress {
 
     /// Equal are the same address, port and scope.
     bool operator==(const SocketAddress& other) const { return view() == other.view(); }
+    /// Whether any of these differs.
     bool operator!=(const SocketAddress& other) const { return view() != other.view(); }
 
     /// An order for containers, without further meaning.

@@ -35,8 +35,7 @@ int UDPSocket::leaveGroup(const SocketAddress& group, unsigned int interfaceInde
 }
 
 int UDPSocket::setMulticastHopLimit(unsigned int hops) {
-    return platform::setOption(_socket, _isIPv6, platform::FamilyOption::MULTICAST_HOPS,
-                               static_cast<int>(hops));
+    return platform::setOption(_socket, _isIPv6, platform::FamilyOption::MULTICAST_HOPS, hops);
 }
 
 IoResult UDPSocket::connect(const SocketAddress& peer) {
@@ -63,6 +62,10 @@ IoResult UDPSocket::recvfrom(SocketAddress& sender, void* data, size_t length) c
 IoResult UDPSocket::sendDatagrams(const SocketAddress& receiver, const void* data, size_t length,
                                   size_t datagram) const {
     NIVUR_ASSERT(datagram > 0);
+    if (_socket == -1) {
+        errno = EBADF;
+        return platform::failure();
+    }
     return platform::sendDatagrams(_socket, receiver, data, length, datagram);
 }
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <map>
 #include <string>
+#include <utility>
 
 using NIVUR::IoResult;
 using NIVUR::SocketAddress;
@@ -17,8 +18,8 @@ class LineServer {
         _listener.create(SocketAddress("127.0.0.1", 0));
         _listener.listen(8);
         _listener.setBlocking(false);
-        watch(_listener.descriptor(), [this] { accept(); });
-        _loop.addTimer(NIVUR::makeRunnable([this] { hangUpOnSilent(); }, this), 20, true);
+        listen();
+        _loop.addTimer(NIVUR::makeRunnable([this] { onTimer(); }, this), 20, true);
     }
 
     // After this nothing of the server runs, so that its sockets may close.
@@ -40,14 +41,22 @@ class LineServer {
                               NIVUR::makeRunnable(task, this));
     }
 
+    void listen() {
+        _listening = watch(_listener.descriptor(), [this] { accept(); });
+    }
+
     void accept() {
         Client client;
-        while (_listener.accept(client.socket)) {
+        IoResult result;
+        while ((result = _listener.accept(client.socket))) {
             const int descriptor = client.socket.descriptor();
             client.socket.setBlocking(false);
             client.watch = watch(descriptor, [this, descriptor] { onReadable(descriptor); });
             _clients[descriptor] = std::move(client);
             client = Client();
+        }
+        if (result.status == IoResult::FAILED) {  // no descriptor is left: the timer tries again
+            _loop.removeWatch(std::exchange(_listening, 0));
         }
     }
 
@@ -66,7 +75,10 @@ class LineServer {
         }
     }
 
-    void hangUpOnSilent() {
+    void onTimer() {
+        if (_listening == 0) {
+            listen();
+        }
         const uint64_t now = SystemUtil::getCPUTime();
         for (auto next = _clients.begin(); next != _clients.end();) {
             const auto& [descriptor, client] = *next++;
@@ -83,6 +95,7 @@ class LineServer {
 
     NIVUR::RunLoop& _loop;
     NIVUR::ServerSocket _listener;
+    long _listening = 0;
     std::map<int, Client> _clients;  // touched on the loop's thread alone
 };
 

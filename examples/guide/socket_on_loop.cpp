@@ -31,7 +31,7 @@ class Connection {
     void send(const std::string& data) {
         post([this, data] {
             _unsent += data;
-            watchWritable(true);
+            watchWritable(!_over);
         });
     }
 
@@ -96,6 +96,7 @@ class Connection {
         if (result.status == IoResult::FAILED) {
             std::printf("the connection failed: error %d\n", result.error);
         }
+        _over = true;
         watchWritable(false);
         _loop.removeWatch(_readable);
         _ended.notify();
@@ -105,6 +106,7 @@ class Connection {
     NIVUR::ClientSocket _socket;
     long _readable = 0;  // ids of watches; 0 is none
     long _writable = 0;
+    bool _over = false;
     std::string _unsent;
     std::string _received;
     NIVUR::Semaphore _ended;

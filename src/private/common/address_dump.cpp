@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -66,7 +67,7 @@ bool visitAttributes(Bytes body, Visit visit) {
     return true;
 }
 
-bool visitAddresses(Bytes body, AddressVisitor& visitor) {
+bool visitAddresses(Bytes body, bool changed, AddressVisitor& visitor) {
     if (body.size() < sizeof(ifaddrmsg)) {
         return true;
     }
@@ -80,15 +81,22 @@ bool visitAddresses(Bytes body, AddressVisitor& visitor) {
         local = type == IFA_LOCAL ? payload : local;
         return true;
     });
-    return visitAttributes(body, [&](int type, AddressBytes payload) {
-        return type != IFA_ADDRESS || visitor.visit({message.ifa_family, message.ifa_index,
-                                                     message.ifa_prefixlen, payload, local});
+    bool none = true;
+    const auto visit = [&](AddressBytes address) {
+        none = false;
+        return visitor.visit({message.ifa_family, message.ifa_index, message.ifa_prefixlen, changed,
+                              address, local});
+    };
+    const bool goOn = visitAttributes(body, [&](int type, AddressBytes payload) {
+        return type != IFA_ADDRESS || visit(payload);
     });
+    return goOn && (!none || local.data == nullptr || visit({}));
 }
 
 // The number that an error message of the kernel begins with, negated.
 int errorOf(Bytes body) {
-    return body.size() < sizeof(int) ? EIO : -body.read<int>();
+    const int error = body.size() < sizeof(int) ? 0 : body.read<int>();
+    return error < 0 && error != INT_MIN ? -error : EIO;
 }
 
 bool requestDump(int socket) {
@@ -120,7 +128,8 @@ DumpState walkAddressDump(const void* received, size_t length, AddressVisitor& v
                 errno = errorOf(bytes.body(header.nlmsg_len, sizeof(nlmsghdr)));
                 return DumpState::FAILED;
             case RTM_NEWADDR:
-                if (!visitAddresses(bytes.body(header.nlmsg_len, sizeof(nlmsghdr)), visitor)) {
+                if (!visitAddresses(bytes.body(header.nlmsg_len, sizeof(nlmsghdr)),
+                                    (header.nlmsg_flags & NLM_F_DUMP_INTR) != 0, visitor)) {
                     return DumpState::STOPPED;
                 }
                 break;

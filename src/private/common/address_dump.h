@@ -17,7 +17,8 @@ struct DumpedAddress {
     int family;  ///< AF_INET or AF_INET6
     unsigned int interfaceIndex;
     unsigned int prefixLength;
-    AddressBytes address;  ///< on a point-to-point link the peer's
+    bool changed;          ///< the kernel says that what it lists changed meanwhile
+    AddressBytes address;  ///< on a point-to-point link the peer's; none if that is not known
     AddressBytes local;    ///< the interface's own, if the kernel tells it apart
 };
 

@@ -19,8 +19,8 @@ constexpr int kUdpGro = 104;
 constexpr size_t kMostSegments = 64;
 constexpr size_t kMostBytes = 65507;
 
-/// A message of one piece of memory with one number beside it.
-template <class Number>
+/// A message of one piece of memory, with room for what stands beside it.
+template <size_t kControl>
 struct Message {
     Message(void* data, size_t length) : piece{data, length} {
         header.msg_iov = &piece;
@@ -33,7 +33,7 @@ struct Message {
 
     iovec piece;
     msghdr header{};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(Number))] = {};
+    alignas(cmsghdr) char control[kControl] = {};
 };
 
 /// Older kernels would send all segments as one datagram.
@@ -46,7 +46,7 @@ bool knowsSegments(int socket) {
 ptrdiff_t sendSegments(int socket, const SocketAddress& receiver, const char* data, size_t length,
                        size_t datagram) {
     const auto size = static_cast<uint16_t>(datagram);
-    Message<uint16_t> message(const_cast<char*>(data), length);
+    Message<CMSG_SPACE(sizeof(size))> message(const_cast<char*>(data), length);
     message.header.msg_name = const_cast<void*>(receiver.data());
     message.header.msg_namelen = static_cast<socklen_t>(receiver.size());
     cmsghdr* const control = CMSG_FIRSTHDR(&message.header);
@@ -90,7 +90,7 @@ IoResult sendDatagrams(int socket, const SocketAddress& receiver, const void* da
 
 IoResult receiveDatagrams(int socket, SocketAddress& sender, void* data, size_t length,
                           size_t& datagram) {
-    Message<int> message(data, length);
+    Message<256> message(data, length);
     sockaddr_in6 from{};
     message.header.msg_name = &from;
     message.header.msg_namelen = sizeof(from);
@@ -103,9 +103,11 @@ IoResult receiveDatagrams(int socket, SocketAddress& sender, void* data, size_t 
         return {IoResult::FAILED, 0, EMSGSIZE};
     }
     int size = 0;
-    const cmsghdr* const control = CMSG_FIRSTHDR(&message.header);
-    if (control != nullptr && control->cmsg_level == IPPROTO_UDP && control->cmsg_type == kUdpGro) {
-        std::memcpy(&size, CMSG_DATA(control), sizeof(size));
+    for (cmsghdr* control = CMSG_FIRSTHDR(&message.header); control != nullptr;
+         control = CMSG_NXTHDR(&message.header, control)) {
+        if (control->cmsg_level == IPPROTO_UDP && control->cmsg_type == kUdpGro) {
+            std::memcpy(&size, CMSG_DATA(control), sizeof(size));
+        }
     }
     datagram = size > 0 ? static_cast<size_t>(size) : received.count;
     return received;

@@ -68,6 +68,9 @@ class AddressList final : public AddressVisitor {
     ifaddrs* release() { return std::exchange(_head, nullptr); }
 
     bool visit(const DumpedAddress& address) override {
+        if (address.address.data == nullptr) {
+            return true;
+        }
         if (!_interface.read(address.interfaceIndex)) {
             return false;
         }

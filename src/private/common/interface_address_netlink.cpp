@@ -38,16 +38,19 @@ SocketAddress makeIPv6(AddressBytes bytes, unsigned int interfaceIndex) {
 class AddressCollector final : public platform::AddressVisitor {
   public:
     std::vector<InterfaceAddress> list;
+    bool changed = false;
 
     bool visit(const DumpedAddress& found) override {
         const unsigned int index = found.interfaceIndex;
+        changed = changed || found.changed;
         if (!_interface.read(index)) {
             return errno == ENXIO || errno == ENODEV;  // it is gone
         }
         const auto make = [&](AddressBytes bytes) {
             return found.family == AF_INET ? makeIPv4(bytes) : makeIPv6(bytes, index);
         };
-        SocketAddress own = make(found.address);
+        const bool known = found.address.data != nullptr;
+        SocketAddress own = known ? make(found.address) : SocketAddress();
         SocketAddress peer;
         if (found.local.data != nullptr) {
             peer = std::exchange(own, make(found.local));
@@ -65,12 +68,17 @@ class AddressCollector final : public platform::AddressVisitor {
 }  // namespace
 
 IoResult getInterfaceAddresses(std::vector<InterfaceAddress>& list) {
-    AddressCollector collector;
-    if (platform::dumpAddresses(collector) != platform::DumpState::DONE) {
-        return {IoResult::FAILED, 0, errno};
+    // Again when addresses came or went meanwhile, as others may be missing then.
+    for (int left = 8;; --left) {
+        AddressCollector collector;
+        if (platform::dumpAddresses(collector) != platform::DumpState::DONE) {
+            return {IoResult::FAILED, 0, errno};
+        }
+        if (!collector.changed || left == 0) {
+            list = std::move(collector.list);
+            return {IoResult::DONE, list.size()};
+        }
     }
-    list = std::move(collector.list);
-    return {IoResult::DONE, list.size()};
 }
 
 }  // namespace NIVUR

@@ -170,6 +170,11 @@ int accept(int socket, SocketAddress& peer) {
     });
 }
 
+bool isIdle(int socket) {
+    pollfd entry{socket, 0, 0};
+    return ::poll(&entry, 1, 0) == 1 && (entry.revents & POLLHUP) != 0;
+}
+
 int shutdown(int socket) {
     return ::shutdown(socket, SHUT_RDWR);
 }
@@ -242,13 +247,20 @@ int setNoDelay(int socket, bool noDelay) {
     return ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value));
 }
 
-int setOption(int socket, bool isIPv6, FamilyOption option, int value) {
+int setOption(int socket, bool isIPv6, FamilyOption option, unsigned int number) {
+    if (number > 255 || (number == 0 && option == FamilyOption::HOPS)) {
+        errno = EINVAL;
+        return -1;
+    }
+    const int value = static_cast<int>(number);
     // In the order of FamilyOption.
     static constexpr int kNames[][2] = {{IP_TOS, IPV6_TCLASS},
                                         {IP_TTL, IPV6_UNICAST_HOPS},
                                         {IP_MULTICAST_TTL, IPV6_MULTICAST_HOPS}};
-    return ::setsockopt(socket, isIPv6 ? IPPROTO_IPV6 : IPPROTO_IP,
-                        kNames[static_cast<int>(option)][isIPv6 ? 1 : 0], &value, sizeof(value));
+    const int(&names)[2] = kNames[static_cast<int>(option)];
+    // An IPv6 socket sends to IPv4-mapped addresses too, with the options of IPv4.
+    const int ipv4 = ::setsockopt(socket, IPPROTO_IP, names[0], &value, sizeof(value));
+    return isIPv6 ? ::setsockopt(socket, IPPROTO_IPV6, names[1], &value, sizeof(value)) : ipv4;
 }
 
 int setMembership(int socket, const SocketAddress& group, unsigned int interfaceIndex,

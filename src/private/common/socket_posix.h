@@ -38,6 +38,9 @@ int listen(int socket, unsigned int count);
 int accept(int socket, SocketAddress& peer);
 int shutdown(int socket);
 
+/// Whether a TCP socket is neither connected nor on the way to it.
+bool isIdle(int socket);
+
 /// Never raises SIGPIPE.
 ptrdiff_t send(int socket, const void* data, size_t length);
 ptrdiff_t recv(int socket, void* data, size_t length);
@@ -82,7 +85,7 @@ int setNoDelay(int socket, bool noDelay);
 
 /// Options that IPv4 and IPv6 have under different names.
 enum class FamilyOption { TRAFFIC_CLASS, HOPS, MULTICAST_HOPS };
-int setOption(int socket, bool isIPv6, FamilyOption option, int value);
+int setOption(int socket, bool isIPv6, FamilyOption option, unsigned int number);
 int setMembership(int socket, const SocketAddress& group, unsigned int interfaceIndex, bool member);
 
 /// Waits until the socket is readable or `timeout` milliseconds, if given, have passed: 1 or 0.
