@@ -92,6 +92,7 @@ bool JsonReader::readText(Target object, Target array) {
     while (!_levels.empty()) {
         const Token token = _scanner.next();
         if (token == _levels.back().end) {
+            std::visit([](auto to) { close(to); }, _levels.back().target);
             _levels.pop_back();
             _isOpening = false;
         } else if (!readItem(token)) {

@@ -99,6 +99,16 @@ class JsonReader {
         return Dropped();
     }
 
+    // What is done at the end of an object or array. Elements of other types took part in the guess.
+    template <class Value>
+    static void close(Elements<Value> target) {
+        if (target.values->size() < target.values->capacity() / 2) {
+            target.values->shrink_to_fit();
+        }
+    }
+    template <class Other>
+    static void close(Other /*target*/) {}
+
     JsonScanner _scanner;
     std::vector<Level> _levels;
     JsonString _key;          // of the member that is being read

@@ -125,15 +125,13 @@ JsonScanner::JsonScanner(const std::string& text)
     : _next(text.c_str()), _token(_next), _textEnd(_next + text.size()) {}
 
 std::size_t JsonScanner::elementsAhead() const {
-    const char* const end = std::strchr(_token, END_ARRAY);
-    if (end == nullptr) {
+    const bool areStrings = *_token == STRING;
+    const char* const end = _token + std::strcspn(_token, areStrings ? "]{[\\" : "]{[\"");
+    if (*end == '\0') {
         return 0;  // the text will be refused
     }
-    if (*_token == STRING) {
-        return static_cast<std::size_t>(std::count(_token, end, '"')) / 2;
-    }
-    return static_cast<std::size_t>(
-        std::min(std::count(_token, end, ',') + 1, (end - _token + 1) / 2));
+    return static_cast<std::size_t>(areStrings ? (std::count(_token, end, '"') + 1) / 2
+                                               : std::count(_token, end, ',') + 1);
 }
 
 JsonScanner::Token JsonScanner::scanLonger() {

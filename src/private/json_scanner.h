@@ -17,8 +17,7 @@ struct JsonString {
 };
 
 /// Splits JSON text, which ends at its first NUL, into tokens. Which texts are refused, and with
-/// which messages, is jansson 2.14's choice. It allocates nothing. Not
-/// thread-safe.
+/// which messages, is jansson 2.14's choice. It allocates nothing. Not thread-safe.
 class JsonScanner {
   public:
     /// A token that has but one spelling of one byte is that byte.
@@ -71,7 +70,7 @@ class JsonScanner {
     ///@}
 
     /// The last token is the first element of an array: how many elements come with it if all are
-    /// numbers and words, or strings. Otherwise any number that so much text has room for.
+    /// numbers and words, or strings without escapes and brackets; fewer if not.
     std::size_t elementsAhead() const;
 
     /// Refuses the text with `message` and the last token. The first refusal stays.

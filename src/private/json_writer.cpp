@@ -140,9 +140,37 @@ void JsonWriter::writeMembers(const Map& members) {
     }
 }
 
+/// The record if some keys have a NUL, where their names end: members may have one name then.
+const Dictionary* JsonWriter::withCutKeys(const Dictionary& record) {
+    bool found = false;
+    record.eachMap([&found](const auto& map) {
+        for (const auto& member : map) {
+            found = found || std::memchr(member.first.data(), 0, member.first.size()) != nullptr;
+        }
+    });
+    return found ? &record : nullptr;
+}
+
+/// Whether a later member has the name of this one.
+bool JsonWriter::isReplaced(const Dictionary& record, const std::string& key, const void* value) {
+    const std::string name = key.c_str();
+    const void* last = nullptr;
+    record.eachMap([&](const auto& map) {
+        for (auto next = map.lower_bound(name + '\1');
+             next != map.begin() && (--next)->first.c_str() == name;) {
+            if (fitsJson(next->second)) {
+                last = &next->second;
+                break;
+            }
+        }
+    });
+    return last != value;
+}
+
 template <class Value>
 void JsonWriter::writeMember(const std::string& key, const Value& value) {
-    if (fitsJson(key) && fitsJson(value)) {
+    const Dictionary* const cut = std::get<Members>(_open.back()).cut;
+    if (fitsJson(key) && fitsJson(value) && (cut == nullptr || !isReplaced(*cut, key, &value))) {
         separate();
         put(key);
         _text += ':';
@@ -156,6 +184,7 @@ void JsonWriter::put(const Dictionary& value) {
     begin('{');
     _open.emplace_back(Members{maps});
     if (maps != nullptr) {
+        std::get<Members>(_open.back()).cut = withCutKeys(value);
         std::get<Members>(_open.back()).object = maps->_objectDictionary.begin();
         writeMembers(maps->_stringDictionary);
         writeMembers(maps->_integerDictionary);

@@ -34,6 +34,7 @@ class JsonWriter {
         decltype(Maps::_objectDictionary)::const_iterator object{};
         decltype(ArrayMaps::_objectArrayDictionary)::const_iterator array{};
         bool hasArrays = false;  // the arrays have been reached
+        const Dictionary* cut = nullptr;  // the record, if any of its keys has a NUL
     };
     struct Elements {
         const Dictionary* next;
@@ -47,6 +48,9 @@ class JsonWriter {
     void writeMembers(const Map& members);
     template <class Value>
     void writeMember(const std::string& key, const Value& value);
+
+    static const Dictionary* withCutKeys(const Dictionary& record);
+    static bool isReplaced(const Dictionary& record, const std::string& key, const void* value);
 
     // Writes a value, or the beginning of one that may nest.
     void put(const std::string& value);

@@ -34,12 +34,16 @@ int niceValue(Thread::ThreadPriority priority) {
 
 struct Thread::Run {
     /// Whether the caller is this thread, which it may also be in the destructors of its
-    /// thread-locals. The handle of a joined thread may be another's by now.
-    bool isCaller() const { return !joined && ::pthread_equal(handle, ::pthread_self()) != 0; }
+    /// thread-locals. The handle is another's once the thread is joined, which others learn later,
+    /// and the kernel's id once it has ended: only together they tell.
+    bool isCaller() const {
+        return ::pthread_equal(handle, ::pthread_self()) != 0 && id == getCurrentThreadID();
+    }
 
     pthread_t handle{};
-    std::atomic<bool> joined{false};  // written with `joining` held
+    std::atomic<int> id{INVALID_THREAD_ID};
     Mutex joining;  // held during the join: whoever else waits for this thread waits here
+    bool joined NIVUR_GUARDED_BY(joining) = false;
 };
 
 Thread::Thread() = default;
@@ -175,6 +179,7 @@ void* Thread::threadProc(void* thread) {
 void Thread::runTask() {
     _mutex.lock();
     _threadID = getCurrentThreadID();
+    _thread->id = _threadID;
     const char* const name = _name.c_str();  // stays as long as the thread runs
     setThreadName(name);
     const ThreadPriority priority = _priority;
