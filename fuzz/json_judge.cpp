@@ -14,18 +14,12 @@ namespace {
 using NIVUR::Dictionary;
 using Tree = std::unique_ptr<json_t, decltype(&json_decref)>;
 
-json_t* tree(long long value) {
-    return json_integer(static_cast<int32_t>(static_cast<uint32_t>(value)));
-}
-json_t* tree(bool value) {
-    return json_boolean(value);
-}
-json_t* tree(long double value) {
-    return json_real(static_cast<double>(value));
-}
-json_t* tree(const std::string& value) {
-    return json_string(value.c_str());
-}
+// clang-format off
+json_t* tree(long long value) { return json_integer(static_cast<int32_t>(static_cast<uint32_t>(value))); }
+json_t* tree(bool value) { return json_boolean(value); }
+json_t* tree(long double value) { return json_real(static_cast<double>(value)); }
+json_t* tree(const std::string& value) { return json_string(value.c_str()); }
+// clang-format on
 json_t* tree(const Dictionary& record);
 template <class Value>
 json_t* tree(const std::vector<Value>& values) {
@@ -36,30 +30,21 @@ json_t* tree(const std::vector<Value>& values) {
 }
 
 json_t* tree(const Dictionary& d, const std::string& key) {
+    // clang-format off
     switch (d.getType(key)) {
-        case Dictionary::TYPE_INTEGER:
-            return tree(d.getInteger(key));
-        case Dictionary::TYPE_STRING:
-            return tree(d.getString(key));
-        case Dictionary::TYPE_DECIMAL:
-            return tree(d.getDecimal(key));
-        case Dictionary::TYPE_BOOLEAN:
-            return tree(d.getBoolean(key));
-        case Dictionary::TYPE_OBJECT:
-            return tree(d.getObject(key));
-        case Dictionary::TYPE_INTEGER_ARRAY:
-            return tree(d.getIntegerArray(key));
-        case Dictionary::TYPE_STRING_ARRAY:
-            return tree(d.getStringArray(key));
-        case Dictionary::TYPE_DECIMAL_ARRAY:
-            return tree(d.getDecimalArray(key));
-        case Dictionary::TYPE_BOOLEAN_ARRAY:
-            return tree(d.getBooleanArray(key));
-        case Dictionary::TYPE_OBJECT_ARRAY:
-            return tree(d.getObjectArray(key));
-        default:
-            return nullptr;
+        case Dictionary::TYPE_INTEGER: return tree(d.getInteger(key));
+        case Dictionary::TYPE_STRING: return tree(d.getString(key));
+        case Dictionary::TYPE_DECIMAL: return tree(d.getDecimal(key));
+        case Dictionary::TYPE_BOOLEAN: return tree(d.getBoolean(key));
+        case Dictionary::TYPE_OBJECT: return tree(d.getObject(key));
+        case Dictionary::TYPE_INTEGER_ARRAY: return tree(d.getIntegerArray(key));
+        case Dictionary::TYPE_STRING_ARRAY: return tree(d.getStringArray(key));
+        case Dictionary::TYPE_DECIMAL_ARRAY: return tree(d.getDecimalArray(key));
+        case Dictionary::TYPE_BOOLEAN_ARRAY: return tree(d.getBooleanArray(key));
+        case Dictionary::TYPE_OBJECT_ARRAY: return tree(d.getObjectArray(key));
+        default: return nullptr;
     }
+    // clang-format on
 }
 
 json_t* tree(const Dictionary& record) {
@@ -97,17 +82,10 @@ auto array(json_t* json, Convert convert) {
     return values;
 }
 
-std::string string(json_t* json) {
-    return json_string_value(json);
-}
-long double decimal(json_t* json) {
-    return json_real_value(json);
-}
-bool boolean(json_t* json) {
-    return json_is_true(json);
-}
-
 void setArray(Dictionary& d, const std::string& key, json_t* json) {
+    const auto string = [](json_t* each) { return std::string(json_string_value(each)); };
+    const auto decimal = [](json_t* each) -> long double { return json_real_value(each); };
+    const auto boolean = [](json_t* each) { return json_is_true(each); };
     json_t* const first = json_array_get(json, 0);
     if (json_is_object(first)) d.setObjectArray(key, array(json, record));
     if (json_is_string(first)) d.setStringArray(key, array(json, string));
@@ -123,10 +101,10 @@ Dictionary record(json_t* json) {
     json_object_foreach(json, key, value) {
         if (json_is_object(value)) d.setObject(key, record(value));
         if (json_is_array(value)) setArray(d, key, value);
-        if (json_is_string(value)) d.setString(key, string(value));
+        if (json_is_string(value)) d.setString(key, json_string_value(value));
         if (json_is_integer(value)) d.setInteger(key, integer<int32_t>(value));
-        if (json_is_real(value)) d.setDecimal(key, decimal(value));
-        if (json_is_boolean(value)) d.setBoolean(key, boolean(value));
+        if (json_is_real(value)) d.setDecimal(key, json_real_value(value));
+        if (json_is_boolean(value)) d.setBoolean(key, json_is_true(value));
     }
     return d;
 }

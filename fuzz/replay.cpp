@@ -14,8 +14,7 @@ int main(int argc, char** argv) {
         std::cout << entry.path() << std::endl;
         std::ifstream file(entry.path(), std::ios::binary);
         const std::string input(std::istreambuf_iterator<char>(file), {});
-        for (size_t size = argc > 2 ? 0 : input.size(); size <= input.size(); ++size) {
+        for (size_t size = argc > 2 ? 0 : input.size(); size <= input.size(); ++size)
             LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.data()), size);
-        }
     }
 }

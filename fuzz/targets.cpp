@@ -1,15 +1,12 @@
 // What the fuzzers look for: inputs on which the library and a model of it disagree.
 
-#include <nivur/log.h>
-#include <nivur/ring_buffer.h>
-#include <nivur/serialization.h>
-#include <nivur/string_util.h>
+#include <nivur/nivur.h>
 
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <map>
 
+#include "../tests/support/log_capture.h"
 #include "json_judge.h"
 #include "private/common/address_dump.h"
 #include "private/common/socket_posix.h"
@@ -104,30 +101,22 @@ void checkRoundTrip(const Dictionary& record) {
 }
 
 void json(Input& input) {
-    static std::string lines;
-    Log::setCB([](int, const char* format, va_list arguments) {
-        char line[4096];
-        std::vsnprintf(line, sizeof(line), format, arguments);
-        lines += line;
-    });
-    lines.clear();
+    LogCapture log;
     const std::string text = input.rest();
     const Dictionary record = Serialization::deserialize(text);
     const std::vector<Dictionary> records = Serialization::deserializeArray(text);
     const judge::Reading right = judge::read(text);
-    const bool refused = !right.error.empty();
-    check(lines == (refused ? std::string("JSON parsing error: ") + text.c_str() +
-                                  "JSON loading error: " + right.error
-                            : ""),
+    const Lines refusal{std::string("5 JSON parsing error: ") + text.c_str(),
+                        "5 JSON loading error: " + right.error};
+    check(log.take() == (right.error.empty() ? Lines{} : refusal),
           "the judge refuses the same with the same message");
     check(print(record, false) == print(right.record, false), "the judge reads the same");
     check(print(records, false) == print(right.records, false), "the judge reads the same records");
-    lines.clear();
     checkRoundTrip(record);
     const std::string written = Serialization::serializeArray(records);
     const std::string again = print(Serialization::deserializeArray(written), false);
     check(again == (records.empty() ? "[]" : print(records, true)), "records are read again");
-    check(lines.empty(), "what is written can be read");
+    check(log.take().empty(), "what is written can be read");
 }
 
 template <class Make>

@@ -34,9 +34,9 @@ class NIVUR_EXPORT BufferList : public BufferOwner, public NoCopyable {
 
     /// The free buffer that was made first, in use and with used size 0, or an empty pointer when
     /// none is free. Other threads at work may get in between: it is then one of the first. Its
-    /// parameter() still holds what its last holder stored. Finding one takes no lock and no memory,
-    /// and hardly longer in a long list than in a short one; finding that none is free reads a word
-    /// for every 62 buffers (30 on 32-bit machines). `size` is ignored.
+    /// parameter() still holds what its last holder stored. Finding one takes no lock and no
+    /// memory, and hardly longer in a long list than in a short one; finding that none is free
+    /// reads a word for every 62 buffers (30 on 32-bit machines). `size` is ignored.
     SharedPtr<Buffer> getBuffer(unsigned int size);
 
     /// Makes one of the list's buffers free again; one that is free stays so. The pointers that the

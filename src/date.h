@@ -50,8 +50,8 @@ class NIVUR_EXPORT Date {
     /// end of the range; operator-() still gives the difference.
     Date operator+(int milliseconds) const;
 
-    /// The milliseconds from `other` to this date. A plain number is a date here: to go back by some
-    /// milliseconds add a negative number.
+    /// The milliseconds from `other` to this date. A plain number is a date here: to go back by
+    /// some milliseconds add a negative number.
     long long operator-(const Date& other) const;
 
     /// "MM-DD hh:mm:ss.mmm" on a clock that is `timeZone` whole hours ahead of UTC.

@@ -397,13 +397,9 @@ void ping(Driver& driver) {
         std::atomic<bool> arrived{false};
         const Plan notify{second, 0, nullptr, [&] { arrived = true; }};
         const uint64_t begin = SystemUtil::getCPUTime();
-        if (random.oneIn(3)) {
-            addTimer(random, notify);
-        } else if (random.oneIn(2)) {
-            post(random, {first, 0, nullptr, [&] { post(random, notify); }});
-        } else {
-            wait(random, notify);
-        }
+        random.oneIn(3)   ? (void)addTimer(random, notify)
+        : random.oneIn(2) ? post(random, {first, 0, nullptr, [&] { post(random, notify); }})
+                          : (void)wait(random, notify);
         while (!arrived)
             std::this_thread::yield();
         late.add(SystemUtil::getCPUTime() - begin >= kLateMs);

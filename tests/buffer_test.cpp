@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
-#include <nivur/buffer_pool.h>
-#include <nivur/ring_buffer.h>
+#include <nivur/nivur.h>
 
 #include <climits>
 #include <cstring>
+#include <functional>
 #include <random>
 #include <set>
 
@@ -34,21 +34,17 @@ TEST(Parameter, OwnsItsValues) {
 
 TEST(Parameter, MayBeAskedByTheValuesThatEndWithIt) {
     struct Asking : ParameterValue {
-        ~Asking() override {
-            EXPECT_EQ(buffer->parameter().get(key), nullptr);
-            EXPECT_EQ(buffer->parameter().size(), --left);
-        }
-        Buffer* buffer = nullptr;
-        std::string key;
-        size_t left = 0;
+        ~Asking() override { ask(); }
+        std::function<void()> ask;
     };
     Buffer buffer(0, nullptr, nullptr);
     size_t left = 3;
     for (const char* const key : {"a", "b", "c"}) {
         auto* const value = new Asking;
-        value->buffer = &buffer;
-        value->key = key;
-        value->left = left--;
+        value->ask = [&buffer, key, rest = --left] {
+            EXPECT_EQ(buffer.parameter().get(key), nullptr);
+            EXPECT_EQ(buffer.parameter().size(), rest);
+        };
         buffer.parameter().set(key, value);
     }
 }

@@ -27,22 +27,13 @@ class Script {
         Handler* const handler = &_handlers[_random() % _handlers.size()];
         const auto found = std::find(_list.begin(), _list.end(), handler);
         const auto what = _random() % 20;
-        if (what == 0) {
-            _center.unregisterAllEventHandlers();
-        } else if (what == 1) {
-            _center.unregisterAllEventHandlers("x");
-        } else if (what < 8) {
-            _center.unregisterEventHandler("x", handler);
-        } else {
-            _center.registerEventHandler("x", handler);
-        }
-        if (what < 2) {
-            _list.clear();
-        } else if (what < 8 && found != _list.end()) {
-            _list.erase(found);
-        } else if (what >= 8 && found == _list.end()) {
-            _list.push_back(handler);
-        }
+        what == 0   ? _center.unregisterAllEventHandlers()
+        : what == 1 ? _center.unregisterAllEventHandlers("x")
+        : what < 8  ? _center.unregisterEventHandler("x", handler)
+                    : _center.registerEventHandler("x", handler);
+        if (what >= 8 && found == _list.end()) _list.push_back(handler);
+        if (what >= 2 && what < 8 && found != _list.end()) _list.erase(found);
+        if (what < 2) _list.clear();
     }
 
   private:
@@ -66,9 +57,8 @@ class Script {
     void isCalled(Handler* handler) {
         ASSERT_EQ(handler, next());
         _called.back().push_back(handler);
-        for (auto changes = _random() % 4 / 2; changes > 0; --changes) {
+        for (auto changes = _random() % 4 / 2; changes > 0; --changes)
             _random() % 20 == 0 ? std::thread([this] { change(); }).join() : change();
-        }
         if (_called.size() < 3 && _random() % 10 == 0) send();
     }
 
@@ -84,9 +74,8 @@ class Script {
 TEST(EventCenter, CallsEachHandlerOnceInOrderWhateverTheyDoMeanwhile) {
     for (unsigned seed = 0; seed < 300; ++seed) {
         Script script(seed);
-        for (unsigned i = 0; i < seed % 30; ++i) {
+        for (unsigned i = 0; i < seed % 30; ++i)
             script.change();
-        }
         script.send();
         script.send();
         if (HasFailure()) FAIL() << "seed " << seed;

@@ -28,6 +28,7 @@ struct CountingDisposer : PtrDisposer<Node> {
 };
 
 TEST(SharedPtr, LastReferenceDisposesOnce) {
+    SharedPtr<Runnable>(makeRunnable([] {}))->run();  // with the library's own default disposer
     int alive = 0;
     {
         SharedPtr<Node> a(new Node(alive));

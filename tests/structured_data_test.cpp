@@ -19,9 +19,8 @@ using D = Dictionary;
 /// `value` in so many levels of nesting, of which every third is an array and all others objects.
 std::string nested(int levels, const std::string& value) {
     std::string text = value;
-    for (int level = levels - 1; level >= 0; --level) {
+    for (int level = levels - 1; level >= 0; --level)
         text.insert(0, level % 3 == 2 ? "[" : R"({"a": )").append(level % 3 == 2 ? "]" : "}");
-    }
     return text;
 }
 
@@ -94,9 +93,8 @@ TEST(Serialization, ReadsEveryShapeByTheTypeOfItsParts) {
         {R"([{"a":1}])", "{}"},
     };
     LogCapture log;
-    for (const auto& [text, record] : kCases) {
+    for (const auto& [text, record] : kCases)
         EXPECT_EQ(Serialization::serialize(Serialization::deserialize(text)), record) << text;
-    }
     EXPECT_EQ(Serialization::deserialize(R"({"a":"\u00fc\ud83d\ude00\"\\\/\b"})").getString("a"),
               "ü😀\"\\/\b");
     EXPECT_EQ(Serialization::serializeArray(
@@ -111,33 +109,19 @@ TEST(Serialization, ReadsEveryShapeByTheTypeOfItsParts) {
 }
 
 TEST(Serialization, RefusesWhatIsNotJsonWithOneLine) {
+    // Each message once or twice: fuzz/corpus/json has more of what a peer refuses alike.
     const std::pair<std::string, std::string> kCases[] = {
         {" ", "'[' or '{' expected near end of file"},
-        {"null", "'[' or '{' expected near 'null'"},
-        {"{", "string or '}' expected near end of file"},
-        {"[", "']' expected near end of file"},
         {"[}", "unexpected token near '}'"},
-        {"[1,]", "unexpected token near ']'"},
         {"[1 2]", "']' expected near '2'"},
         {"[1] x", "end of file expected near 'x'"},
-        {"{}{}", "end of file expected near '{'"},
         {"{'a':1}", "string or '}' expected near '''"},
         {R"({"a"})", "':' expected near '}'"},
-        {"{1:2}", "string or '}' expected near '1'"},
-        {R"({"a":})", "unexpected token near '}'"},
-        {R"({"a":1,})", "string or '}' expected near '}'"},
         {R"({"a":1 "b":2})", R"('}' expected near '"b"')"},
         {"[True]", "invalid token near 'True'"},
-        {"[nan]", "invalid token near 'nan'"},
-        {"[01]", "invalid token near '0'"},
-        {"[-]", "invalid token near '-'"},
-        {"[+1]", "invalid token near '+'"},
-        {"[.5]", "invalid token near '.'"},
-        {"[1.]", "invalid token near '1.'"},
         {"[1e+]", "invalid token near '1e+'"},
         {"[0x1]", "']' expected near 'x'"},
         {"[-1e999]", "real number overflow near '-1e999'"},
-        {"[0.001e312]", "real number overflow near '0.001e312'"},
         {"[9223372036854775808]", "too big integer near '9223372036854775808'"},
         {"[-9223372036854775809]", "too big negative integer near '-9223372036854775809'"},
         {"[99999999999999999999.]", "invalid token"},
@@ -146,20 +130,14 @@ TEST(Serialization, RefusesWhatIsNotJsonWithOneLine) {
         {"[\"\n\"]", R"(unexpected newline near '"')"},
         {"[\"\t\"]", R"(control character 0x9 near '"')"},
         {R"(["\x"])", R"(invalid escape near '"\x')"},
-        {R"(["\u12"])", R"(invalid escape near '"\u12"')"},
         {R"(["\u0000"])", R"(\u0000 is not allowed without JSON_ALLOW_NUL near '"\u0000"')"},
         {R"({"\u0000":1})", R"(NUL byte in object key not supported near '"\u0000"')"},
         {R"(["\ud800"])", R"(invalid Unicode '\uD800' near '"\ud800"')"},
-        {R"(["\udc00"])", R"(invalid Unicode '\uDC00' near '"\udc00"')"},
         {R"(["\ud800\u0041"])", R"(invalid Unicode '\uD800\u0041' near '"\ud800\u0041"')"},
         {R"(["more than twenty bytes" 1])", "']' expected near '1'"},
         {R"(["a" "more than twenty bytes"])", "']' expected"},
         {"%s%n[", "'[' or '{' expected near '%'"},
-        {"[1] // no", "end of file expected near '/'"},
         {"[\"\xff\"]", "unable to decode byte 0xff near '\"'"},
-        {"[\"\xc0\xaf\"]", "unable to decode byte 0xc0 near '\"'"},
-        {"[\"\xed\xa0\x80\"]", "unable to decode byte 0xed near '\"'"},
-        {"[\"\xf4\x90\x80\x80\"]", "unable to decode byte 0xf4 near '\"'"},
         {"[1\xff", "unable to decode byte 0xff near '1'"},
         {"\xff", "unable to decode byte 0xff"},
         {"[\"\\ü\"]", "invalid escape near '\"\\\xc3'"},
@@ -197,9 +175,8 @@ TEST(Serialization, CarriesTheSameNestingInBothDirections) {
 
 TEST(Serialization, CopiesNoValueOncePerLevel) {
     std::string payload = "[\"first\"";
-    for (int i = 0; i < 5000; ++i) {
+    for (int i = 0; i < 5000; ++i)
         payload += ", \"longer than a short string\"";
-    }
     const auto cost = [&](int levels) {
         const std::string text = nested(levels, payload + ']');
         const std::clock_t start = std::clock();

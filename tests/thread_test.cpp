@@ -26,14 +26,12 @@ ptrdiff_t threadCount() {
 }
 
 TEST(Thread, RunsItsTaskUnderItsNameIdAndPriority) {
-    struct {
-        Thread::ThreadPriority priority;
-        int nice;
-    } const rows[] = {{Thread::THREAD_PRIORITY_HIGH, -16},
-                      {Thread::THREAD_PRIORITY_LOW, 10},
-                      {Thread::THREAD_PRIORITY_NORMAL, 0},
-                      {static_cast<Thread::ThreadPriority>(9), 0}};
-    for (const auto& row : rows) {
+    const std::pair<Thread::ThreadPriority, int> rows[] = {
+        {Thread::THREAD_PRIORITY_HIGH, -16},
+        {Thread::THREAD_PRIORITY_LOW, 10},
+        {Thread::THREAD_PRIORITY_NORMAL, 0},
+        {static_cast<Thread::ThreadPriority>(9), 0}};
+    for (const auto& [priority, nice] : rows) {
         LogCapture log;
         Thread thread;
         Latch checked;
@@ -43,10 +41,10 @@ TEST(Thread, RunsItsTaskUnderItsNameIdAndPriority) {
                                      EXPECT_TRUE(thread.isStarted());
                                      checked.wait();
                                  }),
-                                 "fifteen-bytes-and-more", row.priority));
+                                 "fifteen-bytes-and-more", priority));
         EXPECT_EQ(thread.getName(), "fifteen-bytes-and-more");
-        const int nice = getpriority(PRIO_PROCESS, static_cast<id_t>(thread.getThreadID()));
-        if (nice != row.nice) {  // not everybody may raise a priority
+        const int found = getpriority(PRIO_PROCESS, static_cast<id_t>(thread.getThreadID()));
+        if (found != nice) {  // not everybody may raise a priority
             EXPECT_EQ(log.take(), Lines{"4 Change the thread priority failed: "
                                         "fifteen-bytes-and-more, err=13"});
         }
@@ -54,8 +52,7 @@ TEST(Thread, RunsItsTaskUnderItsNameIdAndPriority) {
         checked.count();
         thread.waitForStop();
         EXPECT_EQ(thread.getThreadID(), Thread::INVALID_THREAD_ID);
-        EXPECT_EQ(thread.getName(), "");
-        EXPECT_FALSE(thread.isStarted());
+        EXPECT_TRUE(thread.getName().empty() && !thread.isStarted());
         thread.waitForStop();
     }
 }
@@ -65,12 +62,11 @@ TEST(Thread, StopIsARequestThatAnIdleThreadIgnores) {
     thread.stop();
     EXPECT_FALSE(thread.isStopping());
     for (int round = 0; round < 2; ++round) {
-        ASSERT_TRUE(thread.start(makeRunnable([&] {
-                                     while (!thread.isStopping()) {
-                                         std::this_thread::yield();
-                                     }
-                                 }),
-                                 "polling"));
+        const auto poll = [&] {
+            while (!thread.isStopping())
+                std::this_thread::yield();
+        };
+        ASSERT_TRUE(thread.start(makeRunnable(poll), "polling"));
         thread.stop();
         thread.waitForStop();
         EXPECT_FALSE(thread.isStopping());
@@ -87,43 +83,29 @@ TEST(Thread, RestartJoinsWhatNobodyJoined) {
     }
 }
 
-struct AtThreadEnd {
-    ~AtThreadEnd() {
-        if (function) {
-            function();
-        }
-    }
-    std::function<void()> function;
-};
-thread_local AtThreadEnd atEnd;
+thread_local std::shared_ptr<void> atEnd;
 
 TEST(Thread, KnowsItselfUntilItsThreadLocalsAreGone) {
     LogCapture log;
     Thread thread;
     bool asked = false;
-    ASSERT_TRUE(thread.start(makeRunnable([&] {
-                                 atEnd.function = [&] {
-                                     thread.waitForStop();
-                                     EXPECT_FALSE(thread.start(makeRunnable([] {}), "self"));
-                                     asked = true;
-                                 };
-                             }),
-                             "ending"));
+    const auto askItself = [&](void*) {
+        thread.waitForStop();
+        EXPECT_FALSE(thread.start(makeRunnable([] {}), "self"));
+        asked = true;
+    };
+    ASSERT_TRUE(thread.start(makeRunnable([&] { atEnd = {nullptr, askItself}; }), "ending"));
     thread.waitForStop();
     EXPECT_TRUE(asked);
     EXPECT_EQ(log.take(), Lines{"4 starting thread self failed: thread already started as "});
 }
 
 TEST(Thread, TaskDestructorMayAskItsThread) {
-    static bool answered = false;
-    struct Asking {
-        explicit Asking(Thread& asked) : _asked(asked) {}
-        ~Asking() { answered = _asked.isStarted() && _asked.getName() == "asked"; }
-        Thread& _asked;
-    };
     Thread thread;
-    ASSERT_TRUE(
-        thread.start(makeRunnable([asking = std::make_shared<Asking>(thread)] {}), "asked"));
+    bool answered = false;
+    std::shared_ptr<void> asking(
+        nullptr, [&](void*) { answered = thread.isStarted() && thread.getName() == "asked"; });
+    ASSERT_TRUE(thread.start(makeRunnable([held = std::move(asking)] {}), "asked"));
     thread.waitForStop();
     EXPECT_TRUE(answered);
 }

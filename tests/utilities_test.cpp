@@ -1,9 +1,5 @@
 #include <gtest/gtest.h>
-#include <nivur/date.h>
-#include <nivur/stop_watch.h>
-#include <nivur/string_util.h>
-#include <nivur/system_property.h>
-#include <nivur/system_util.h>
+#include <nivur/nivur.h>
 
 #include <chrono>
 #include <climits>

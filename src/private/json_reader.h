@@ -99,7 +99,8 @@ class JsonReader {
         return Dropped();
     }
 
-    // What is done at the end of an object or array. Elements of other types took part in the guess.
+    // What is done at the end of an object or array. Elements of other types took part in the
+    // guess.
     template <class Value>
     static void close(Elements<Value> target) {
         if (target.values->size() < target.values->capacity() / 2) {

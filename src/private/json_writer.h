@@ -33,7 +33,7 @@ class JsonWriter {
         const Maps* maps;  // null if there are none
         decltype(Maps::_objectDictionary)::const_iterator object{};
         decltype(ArrayMaps::_objectArrayDictionary)::const_iterator array{};
-        bool hasArrays = false;  // the arrays have been reached
+        bool hasArrays = false;           // the arrays have been reached
         const Dictionary* cut = nullptr;  // the record, if any of its keys has a NUL
     };
     struct Elements {

@@ -1,0 +1,95 @@
+#ifndef NIVUR_TESTS_SUPPORT_FAULT_WORLD_H
+#define NIVUR_TESTS_SUPPORT_FAULT_WORLD_H
+
+#include <gtest/gtest.h>
+#include <nivur/ifaddrs.h>
+#include <nivur/nivur.h>
+
+#include <filesystem>
+
+#include "fault_injector.h"
+#include "io_results.h"
+
+namespace NIVUR {
+
+const char* const kLocal = "127.0.0.1";
+const SocketAddress kAnyPort(kLocal, 0);
+
+inline ptrdiff_t openDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+inline std::atomic<int> living{0}, runs{0}, events{0};
+inline std::atomic<RunLoop*> called{nullptr};  // by what is deleted: it must not have its lock
+
+struct Counted : BaseBufferParam, ParameterValue, Runnable, EventHandler {
+    Counted() { ++living; }
+    ~Counted() override {
+        --living;
+        if (RunLoop* const loop = called) loop->resetTimer(0);
+    }
+    void run() override { ++runs; }
+    std::string dump() override { return "text that is too long for a string's own room"; }
+    void onEvent(const Event& /*event*/, Parameter* /*parameter*/) override { ++events; }
+};
+
+/// What the faults meet: a running loop and sockets, of which two are connected.
+struct World {
+    World() {
+        const bool made = loop.start() && udp.create(kLocal, 0) && client.create(kLocal, 0) &&
+                          listener.create(kLocal, 0) && listener.listen(9) &&
+                          client.connect(kLocal, listener.port());
+        accepted.reset(made ? listener.accept() : nullptr);
+    }
+    IoResult connectAndAccept() {
+        ClientSocket other, taken;
+        IoResult result = other.create(kAnyPort, true);
+        if (result) result = other.connect(listener.localAddress());
+        return result ? listener.accept(taken) : result;
+    }
+    IoResult exchange() {  // the datagrams arrive one by one, whichever way they went
+        SocketAddress sender;
+        char data[8];
+        const IoResult sent = udp.sendDatagrams(udp.localAddress(), "aabbc", 5, 2);
+        if (!sent) return sent;
+        for (const size_t size : {2U, 2U, 1U}) {
+            EXPECT_EQ(udp.recvfrom(sender, data, 8), done(size));
+        }
+        return sent;
+    }
+    IoResult list() {
+        addresses.assign(1, {});
+        const IoResult listed = getInterfaceAddresses(addresses);
+        EXPECT_EQ(addresses.size(), listed ? listed.count : 1);
+        return listed;
+    }
+    UDPSocket udp;
+    ServerSocket listener;
+    ClientSocket client;
+    std::unique_ptr<ClientSocket> accepted;
+    std::vector<InterfaceAddress> addresses;
+    Semaphore semaphore;
+    RunLoop loop{"loop"};
+};
+
+// 1: listed, 0: null, -1: left alone.
+inline int listInterfaces() {
+    ifaddrs none{};
+    ifaddrs* list = &none;
+    const bool listed = getifaddrs(&list) == 0;
+    if (list != &none) freeifaddrs(list);
+    return list == &none ? -1 : listed ? 1 : 0;
+}
+
+inline bool startLoop() {
+    RunLoop loop("loop");
+    loop.addTimer(new Counted, 0, true);
+    if (!loop.start()) return false;
+    const int before = runs;
+    loop.postItem(new Counted, false, true);
+    return runs > before;
+}
+
+}  // namespace NIVUR
+
+#endif
