@@ -258,11 +258,14 @@ struct Visitor final : platform::AddressVisitor {
     bool visit(const platform::DumpedAddress& found) override {
         check(most > 0, "a walk ends when its visitor says so");
         check(found.family == AF_INET || found.family == AF_INET6, "addresses have a family");
-        const auto [bytes, length] = found.address;
-        check(bytes >= next && bytes + length <= end, "addresses are received");
         const auto [local, localLength] = found.local;
         check(local == nullptr || (local >= begin && local + localLength <= end), "own ones too");
-        next = bytes + length;
+        const auto [bytes, length] = found.address;
+        check(bytes != nullptr || local != nullptr, "there is one of both");
+        if (bytes != nullptr) {
+            check(bytes >= next && bytes + length <= end, "addresses are received");
+            next = bytes + length;
+        }
         return --most > 0;
     }
     const uint8_t *begin, *next, *end;

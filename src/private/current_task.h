@@ -58,8 +58,7 @@ class CurrentTask : public NoCopyable {
     static constexpr uintptr_t kWatched = 1;
 
     static Runnable* taskOf(uintptr_t word) {
-        // NOLINTNEXTLINE(performance-no-int-to-ptr): the address, and a bit that alignment leaves
-        // free
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): an address, and a bit that it does not use
         return reinterpret_cast<Runnable*>(word & ~kWatched);
     }
 

@@ -364,7 +364,8 @@ uint64_t RunLoop::State::prepareSleep() {
         passed = letThrough();
         _gate.open();
         if (_items.empty() && _highPriorityItems.empty() && _sleepPlace == _poller.load()) {
-            due = _timers.empty() ? kNever : _timers.first()->_nextTime;
+            const Timer* const first = _timers.first();
+            due = first == nullptr ? kNever : first->_nextTime;
         }
     }
     Gate::signal(passed);
