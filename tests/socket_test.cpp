@@ -53,13 +53,14 @@ struct Refusal {
 
 // The error number that a refusal leaves behind, as far as its line tells; else -1.
 int errorOf(const std::string& line) {
-    const std::pair<const char*, int> numbers[] = {{"err", std::atoi(&line[line.rfind('=') + 1])},
-                                                   {"not created", EBADF},
-                                                   {"not connected", ENOTCONN},
-                                                   {"already connected", EISCONN},
-                                                   {"already created", EEXIST},
-                                                   {"invalid", EINVAL},
-                                                   {"closed", 0}};
+    const std::pair<const char*, int> numbers[] = {
+        {"err", static_cast<int>(std::strtol(&line[line.rfind('=') + 1], nullptr, 10))},
+        {"not created", EBADF},
+        {"not connected", ENOTCONN},
+        {"already connected", EISCONN},
+        {"already created", EEXIST},
+        {"invalid", EINVAL},
+        {"closed", 0}};
     for (const auto& [words, number] : numbers)
         if (line.find(words) < line.size()) return number;
     return -1;

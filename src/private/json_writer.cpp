@@ -145,7 +145,7 @@ const Dictionary* JsonWriter::withCutKeys(const Dictionary& record) {
     bool found = false;
     record.eachMap([&found](const auto& map) {
         for (const auto& member : map) {
-            found = found || std::memchr(member.first.data(), 0, member.first.size()) != nullptr;
+            found = found || member.first.find('\0') != std::string::npos;
         }
     });
     return found ? &record : nullptr;
