@@ -9,11 +9,12 @@
 #include <condition_variable>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
-/// What the families share. A measurement is called FAMILY/SERVICE/PEER, which report.py takes
-/// apart: a row of its table for each service, a column for each peer. A cell is the time of one
-/// item, or, if the measurement sets counters, those, in nanoseconds.
+/// What the families share. A measurement is called FAMILY/SERVICE/PEER, which report.py splits:
+/// each service is a row of the table. Its value is the time of one item or, if the measurement
+/// sets counters, each of those: in nanoseconds, or a plain number if the name begins with '#'.
 namespace bench {
 
 using benchmark::State;
@@ -23,20 +24,18 @@ inline double nanoseconds(Clock::duration duration) {
     return std::chrono::duration<double, std::nano>(duration).count();
 }
 
-/// Tells a measurement which adapter to use.
+/// Selects the adapter that a measuring function uses.
 template <class Adapter>
-struct Peer {
-    using Type = Adapter;
-};
+struct Peer {};
 
-/// A peer that promises less, or something else: shown, but no yardstick.
+/// A peer that promises less, or something else: shown, but not compared with.
 template <class Adapter>
 struct Other : Adapter {
     using Adapter::Adapter;
     static std::string name() { return "other:" + Adapter::name(); }
 };
 
-/// What no implementation could be faster than.
+/// What the work costs without the library: no implementation could be faster.
 template <class Adapter>
 struct Limit : Adapter {
     using Adapter::Adapter;
@@ -47,16 +46,16 @@ struct Limit : Adapter {
 template <class... Adapters>
 struct Peers {};
 
-/// Keeps this thread, and those that it starts, on one processor, its own or one that is named: to
-/// wake another one takes up to ten times as long as all the rest, or does not, as chance places
-/// the threads.
+/// Pins this thread, and those that it starts meanwhile, to one processor. Waking a thread on
+/// another processor can take ten times as long as the rest, so that times of threads that the
+/// system places cannot be compared.
 class OneProcessor {
   public:
-    explicit OneProcessor(int processor = sched_getcpu()) {
+    explicit OneProcessor(int processor) {
         sched_getaffinity(0, sizeof(_before), &_before);
         cpu_set_t one;
         CPU_ZERO(&one);
-        CPU_SET(processor, &one);
+        CPU_SET(static_cast<unsigned>(processor) % std::thread::hardware_concurrency(), &one);
         sched_setaffinity(0, sizeof(one), &one);
     }
     ~OneProcessor() { sched_setaffinity(0, sizeof(_before), &_before); }
@@ -70,22 +69,28 @@ class Family {
     explicit Family(std::string name) : _name(std::move(name)) {}
 
     /// Measures body(state, Peer<Adapter>) for each of the adapters: the processor time of the one
-    /// thread that does all the work, which other programs disturb less than they do a clock, on
-    /// one processor, whose caches it does not lose.
+    /// thread that does all the work, which other programs disturb less than the clock.
     template <class... Adapters, class Body>
     void add(const std::string& service, Peers<Adapters...>, Body body) const {
-        const auto onOneProcessor = [body](State& state, auto peer) {
-            const OneProcessor processor;
-            body(state, peer);
-        };
-        (addOne<Adapters>(service, onOneProcessor), ...);
+        (addOne<Adapters>(service, body), ...);
     }
 
-    /// Measures, by the clock, what is run on so many threads or has others work for it.
+    /// Measures by the clock. Each of the threads is pinned to a processor of its own as long as
+    /// there are enough; threads that they start share it.
     template <class... Adapters, class Body>
     void addThreaded(const std::string& service, Peers<Adapters...>, Body body,
                      int threads = 1) const {
         (addOne<Adapters>(service, body)->UseRealTime()->Threads(threads), ...);
+    }
+
+    /// Measures body(state, peer, processor) by the clock twice: with the other thread to be placed
+    /// on the measuring thread's processor, which is 0, and on processor 1.
+    template <class AnyPeers, class Body>
+    void addPlaced(const std::string& service, AnyPeers peers, Body body) const {
+        for (const int processor : {0, 1}) {
+            addThreaded(service + (processor == 0 ? ", one processor" : ", two processors"), peers,
+                        [=](State& state, auto peer) { body(state, peer, processor); });
+        }
     }
 
     /// Measures what each of so many threads does.
@@ -103,8 +108,10 @@ class Family {
     template <class Adapter, class Body>
     benchmark::internal::Benchmark* addOne(const std::string& service, Body body) const {
         const std::string name = _name + "/" + service + "/" + Adapter::name();
-        return benchmark::RegisterBenchmark(name.c_str(),
-                                            [body](State& state) { body(state, Peer<Adapter>()); });
+        return benchmark::RegisterBenchmark(name.c_str(), [body](State& state) {
+            const OneProcessor processor(state.thread_index());
+            body(state, Peer<Adapter>());
+        });
     }
 
     std::string _name;

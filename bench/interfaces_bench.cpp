@@ -62,7 +62,7 @@ bool makeNetwork(int addresses) {
 }
 
 template <class Interfaces>
-void measure(State& state, int addresses) {
+void measure(State& state, Peer<Interfaces>, int addresses) {
     std::thread([&] {
         if (!makeNetwork(addresses)) {
             state.SkipWithError("a network namespace needs root");
@@ -79,13 +79,10 @@ void addInterfaces() {
     for (const int addresses : {2, 300}) {
         kFamily.addThreaded("list " + std::to_string(addresses) + " addresses",
                             Peers<NivurInterfaces, PlainInterfaces>(),
-                            [=](State& state, auto peer) {
-                                measure<typename decltype(peer)::Type>(state, addresses);
-                            });
+                            [=](State& state, auto peer) { measure(state, peer, addresses); });
         kFamily.addThreaded("list " + std::to_string(addresses) + " addresses as values",
-                            Peers<NivurValues, PlainInterfaces>(), [=](State& state, auto peer) {
-                                measure<typename decltype(peer)::Type>(state, addresses);
-                            });
+                            Peers<NivurValues, PlainInterfaces>(),
+                            [=](State& state, auto peer) { measure(state, peer, addresses); });
     }
 }
 

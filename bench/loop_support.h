@@ -22,6 +22,13 @@ namespace bench {
 using Action = std::function<void()>;
 constexpr unsigned int kTimerInterval = 3600 * 1000;  // ms, of timers that are only pending
 
+/// Makes a loop whose thread runs on a processor.
+template <class Loop>
+Loop startOn(int processor) {
+    const OneProcessor there(processor);
+    return Loop();
+}
+
 template <class Loop, class Task>
 void callThroughPost(Loop& loop, Task task) {
     Signal done;

@@ -1,5 +1,6 @@
 #include <sys/resource.h>
 
+#include <QCoreApplication>
 #include <thread>
 
 #include "bench.h"
@@ -21,6 +22,7 @@ int main(int argc, char** argv) {
     // thread.
     std::thread([] {}).join();
     raiseDescriptorLimit();
+    const QCoreApplication application(argc, argv);
     bench::addRunLoop();
     bench::addTimers();
     bench::addWatches();

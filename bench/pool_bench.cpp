@@ -77,7 +77,7 @@ struct BoostPool {
 
 /// Takes one and gives it back, with half of the pool in use elsewhere.
 template <class Pool>
-void measure(State& state, unsigned int count) {
+void measure(State& state, Peer<Pool>, unsigned int count) {
     // They stay until the next measurement: std::pmr's pool may not end before its threads have.
     static std::unique_ptr<Pool> pool;
     static std::vector<typename Pool::Taken> inUse;
@@ -102,9 +102,7 @@ void addPool() {
     const Peers<NivurPool, PlainPool<Malloc>, PlainPool<PmrPool>, PlainPool<BoostPool>> peers;
     for (const unsigned int count : {16U, 256U, 4096U}) {
         const std::string service = "take and return, " + std::to_string(count) + " buffers";
-        const auto body = [=](State& state, auto peer) {
-            measure<typename decltype(peer)::Type>(state, count);
-        };
+        const auto body = [=](State& state, auto peer) { measure(state, peer, count); };
         for (const int threads : {1, 2, 4}) {
             kFamily.addOnThreads(threads, service, peers, body);
         }

@@ -79,7 +79,7 @@ struct Memcpy {
 };
 
 template <class Ring>
-void measureOneThread(State& state, unsigned int length) {
+void measureOneThread(State& state, Peer<Ring>, unsigned int length) {
     Ring ring;
     std::vector<char> block(length, 'x');
     for (auto _ : state) {
@@ -88,15 +88,14 @@ void measureOneThread(State& state, unsigned int length) {
     }
 }
 
-/// A block counts when it is read; a thread that finds no room or no data lets others run. Chance
-/// does not place the threads: the producer is on processor 0, the consumer on one of 0 and 1.
+/// A block counts when it is read. A thread that finds no room or no data lets others run. The
+/// producer runs on `processor`.
 template <class Ring>
-void measureTwoThreads(State& state, unsigned int length, int consumer) {
+void measureTwoThreads(State& state, Peer<Ring>, unsigned int length, int processor) {
     Ring ring;
     std::atomic<bool> stopped{false};
-    const OneProcessor here(consumer);
     std::thread producer([&] {
-        const OneProcessor there(0);
+        const OneProcessor there(processor);
         const std::vector<char> block(length, 'x');
         while (!stopped) {
             if (!ring.write(block.data(), length)) {
@@ -122,25 +121,11 @@ void addRing() {
         const std::string bytes = std::to_string(length) + " B, ";
         kFamily.add(bytes + "1 thread",
                     Peers<NivurRing, DequeRing, Other<SpscRing>, Limit<Memcpy>>(),
-                    [=](State& state, auto peer) {
-                        measureOneThread<typename decltype(peer)::Type>(state, length);
-                    });
-        for (const int processors : {1, 2}) {
-            const std::string service =
-                bytes + "2 threads on " + std::to_string(processors) + " processor(s)";
-            kFamily.addThreaded(service, Peers<NivurRing, DequeRing, Other<SpscRing>>(),
-                                [=](State& state, auto peer) {
-                                    using Ring = typename decltype(peer)::Type;
-                                    measureTwoThreads<Ring>(state, length, processors - 1);
-                                });
-            kFamily.add(service, Peers<Limit<Memcpy>>(), [=](State& state, auto peer) {
-                typename decltype(peer)::Type memory;
-                std::vector<char> block(length);
-                for (auto _ : state) {
-                    memory.read(block.data(), length);
-                }
-            });
-        }
+                    [=](State& state, auto peer) { measureOneThread(state, peer, length); });
+        kFamily.addPlaced(bytes + "2 threads", Peers<NivurRing, DequeRing, Other<SpscRing>>(),
+                          [=](State& state, auto peer, int processor) {
+                              measureTwoThreads(state, peer, length, processor);
+                          });
     }
 }
 

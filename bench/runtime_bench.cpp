@@ -70,13 +70,51 @@ class PlainSemaphore {
     sem_t _semaphore;
 };
 
+template <class Pointers>
+void measureMake(State& state, Peer<Pointers>) {
+    for (auto _ : state) {
+        const typename Pointers::Pointer pointer(new Object);
+        benchmark::DoNotOptimize(pointer.get());
+    }
+}
+
+template <class Pointers>
+void measureCopy(State& state, Peer<Pointers>) {
+    static const typename Pointers::Pointer original(new Object);
+    for (auto _ : state) {
+        const auto copy = original;
+        benchmark::DoNotOptimize(copy.get());
+    }
+    setItems(state, 1);
+}
+
+template <class Mutex>
+void measureLock(State& state, Peer<Mutex>) {
+    Mutex mutex;
+    long guarded = 0;
+    for (auto _ : state) {
+        mutex.lock();
+        benchmark::DoNotOptimize(++guarded);
+        mutex.unlock();
+    }
+}
+
 template <class Semaphore>
-void measurePingPong(State& state) {
-    const OneProcessor processor;
+void measureNotify(State& state, Peer<Semaphore>) {
+    Semaphore semaphore;
+    for (auto _ : state) {
+        semaphore.notify();
+        semaphore.wait();
+    }
+}
+
+template <class Semaphore>
+void measurePingPong(State& state, Peer<Semaphore>, int processor) {
     Semaphore ping;
     Semaphore pong;
     bool stopped = false;  // written before a signal and read after it
     std::thread partner([&] {
+        const OneProcessor there(processor);
         for (ping.wait(); !stopped; ping.wait()) {
             pong.notify();
         }
@@ -93,52 +131,24 @@ void measurePingPong(State& state) {
 
 void addPointers() {
     const Peers<NivurPointer, StdPointer> peers;
-    kFamily.add("SharedPtr, make and drop", peers, [](State& state, auto peer) {
-        for (auto _ : state) {
-            const typename decltype(peer)::Type::Pointer pointer(new Object);
-            benchmark::DoNotOptimize(pointer.get());
-        }
-    });
+    kFamily.add("SharedPtr, make and drop", peers,
+                [](State& state, auto peer) { measureMake(state, peer); });
     for (const int threads : {1, 2}) {
-        const auto body = [](State& state, auto peer) {
-            static const typename decltype(peer)::Type::Pointer original(new Object);
-            for (auto _ : state) {
-                const auto copy = original;
-                benchmark::DoNotOptimize(copy.get());
-            }
-            setItems(state, 1);
-        };
-        kFamily.addOnThreads(threads, "SharedPtr, copy and drop", peers, body);
+        kFamily.addOnThreads(threads, "SharedPtr, copy and drop", peers,
+                             [](State& state, auto peer) { measureCopy(state, peer); });
     }
 }
 
 void addLocks() {
     const Peers<NivurMutex, StdMutex, Limit<PlainMutex>> peers;
-    for (const int threads : {1, 2}) {
-        const auto body = [](State& state, auto peer) {
-            static typename decltype(peer)::Type mutex;
-            static long guarded = 0;
-            for (auto _ : state) {
-                mutex.lock();
-                benchmark::DoNotOptimize(++guarded);
-                mutex.unlock();
-            }
-            setItems(state, 1);
-        };
-        kFamily.addOnThreads(threads, "Mutex, lock and unlock", peers, body);
-    }
-
+    kFamily.add("Mutex, lock and unlock", peers,
+                [](State& state, auto peer) { measureLock(state, peer); });
     const Peers<NivurSemaphore, StdSemaphore, PlainSemaphore> semaphores;
-    kFamily.add("Semaphore, notify and wait", semaphores, [](State& state, auto peer) {
-        typename decltype(peer)::Type semaphore;
-        for (auto _ : state) {
-            semaphore.notify();
-            semaphore.wait();
-        }
-    });
-    kFamily.addThreaded(
-        "Semaphore, ping-pong of 2 threads", semaphores,
-        [](State& state, auto peer) { measurePingPong<typename decltype(peer)::Type>(state); });
+    kFamily.add("Semaphore, notify and wait", semaphores,
+                [](State& state, auto peer) { measureNotify(state, peer); });
+    kFamily.addPlaced(
+        "Semaphore, ping-pong", semaphores,
+        [](State& state, auto peer, int processor) { measurePingPong(state, peer, processor); });
 }
 
 }  // namespace

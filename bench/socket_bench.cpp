@@ -5,16 +5,13 @@
 #include <arpa/inet.h>
 #include <nivur/client_socket.h>
 #include <nivur/udp_socket.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <uv.h>
 
 #include <array>
 #include <boost/asio.hpp>
-#include <deque>
 #include <memory>
-#include <set>
 
 #include "bench.h"
 
@@ -120,7 +117,7 @@ class PocoTcp {
 
 /// One message into one end and out of the other, on one thread: the cost of the calls.
 template <class Tcp>
-void measureTcp(State& state, size_t length) {
+void measureTcp(State& state, Peer<Tcp>, size_t length) {
     const auto [client, server] = connectTcp();
     Tcp sender(client);
     Tcp receiver(server);
@@ -155,7 +152,6 @@ class PlainUdp {
         char text[INET_ADDRSTRLEN];
         return ::inet_ntop(AF_INET, &from.sin_addr, text, sizeof text);
     }
-    int descriptor() const { return _descriptor; }
 
   private:
     int _descriptor = makeBound(SOCK_DGRAM);
@@ -179,7 +175,6 @@ class NivurUdp {
         _socket.recvfrom(ip, port, data, received);
         return ip;
     }
-    NIVUR::Socket* socket() { return &_socket; }
 
   private:
     NIVUR::UDPSocket _socket;
@@ -225,7 +220,7 @@ class PocoUdp {
 };
 
 template <class Udp>
-void measureUdp(State& state, size_t length) {
+void measureUdp(State& state, Peer<Udp>, size_t length) {
     Udp sender;
     Udp receiver;
     const std::string ip = kLoopback;
@@ -409,7 +404,7 @@ class UvDatagrams {
 };
 
 template <class Udp>
-void measureDatagrams(State& state) {
+void measureDatagrams(State& state, Peer<Udp>) {
     Udp sender;
     Udp receiver;
     const auto address = receiver.address();
@@ -421,114 +416,19 @@ void measureDatagrams(State& state) {
     setItems(state, kDatagrams);
 }
 
-// Waiting: which of many sockets has a message? It is read, so that it is gone the next time.
-
-class NivurWait {
-  public:
-    static std::string name() { return "nivur"; }
-    explicit NivurWait(size_t count) : _sockets(count) {
-        for (NivurUdp& socket : _sockets) {
-            _set.insert(socket.socket());
-        }
-    }
-    uint16_t port() const { return _sockets.back().port(); }
-    void takeMessage() {
-        for (NIVUR::Socket* socket : NIVUR::Socket::waitMultipleSocket(_set, 1000)) {
-            std::string ip;
-            uint16_t from = 0;
-            char byte = 0;
-            unsigned int length = 1;
-            static_cast<NIVUR::UDPSocket*>(socket)->recvfrom(ip, from, &byte, length);
-        }
-    }
-
-  private:
-    std::vector<NivurUdp> _sockets;
-    std::set<NIVUR::Socket*> _set;
-};
-
-/// The array is filled anew for each call, as whoever has a set of sockets has to.
-class PollWait {
-  public:
-    static std::string name() { return "poll"; }
-    explicit PollWait(size_t count) : _sockets(count) {}
-    uint16_t port() const { return _sockets.back().port(); }
-    void takeMessage() {
-        std::vector<pollfd> polled;
-        polled.reserve(_sockets.size());
-        for (const PlainUdp& socket : _sockets) {
-            polled.push_back({socket.descriptor(), POLLIN, 0});
-        }
-        ::poll(polled.data(), polled.size(), 1000);
-        for (size_t i = 0; i < polled.size(); ++i) {
-            if (polled[i].revents != 0) {
-                char byte = 0;
-                _sockets[i].recv(&byte, 1);
-            }
-        }
-    }
-
-  private:
-    std::vector<PlainUdp> _sockets;
-};
-
-/// The sockets stay registered with the kernel from one wait to the next.
-class AsioWait {
-  public:
-    static std::string name() { return "Asio"; }
-    explicit AsioWait(size_t count) {
-        for (size_t i = 0; i < count; ++i) {
-            arm(_sockets.emplace_back(_io, asio::ip::udp::v4(), makeBound(SOCK_DGRAM)));
-        }
-    }
-    uint16_t port() const { return _sockets.back().local_endpoint().port(); }
-    void takeMessage() { _io.run_one(); }
-
-  private:
-    void arm(asio::ip::udp::socket& socket) {
-        socket.async_wait(asio::socket_base::wait_read, [&](boost::system::error_code error) {
-            if (!error) {
-                char byte = 0;
-                asio::ip::udp::endpoint from;
-                socket.receive_from(asio::buffer(&byte, 1), from);
-                arm(socket);
-            }
-        });
-    }
-
-    asio::io_context _io;
-    std::deque<asio::ip::udp::socket> _sockets;
-};
-
-/// All sockets are idle but one.
-template <class Wait>
-void measureWait(State& state, size_t count) {
-    Wait wait(count);
-    PlainUdp sender;
-    const uint16_t port = wait.port();
-    for (auto _ : state) {
-        sender.send(kLoopback, port, "x", 1);
-        wait.takeMessage();
-    }
-}
-
 }  // namespace
 
 void addSockets() {
     const Peers<NivurTcp, AsioTcp, PocoTcp, Limit<PlainTcp>> tcp;
     const Peers<NivurUdp, AsioUdp, PocoUdp, Limit<PlainUdp>> udp;
-    for (const size_t length : {64, 1500, 16384, 65536}) {
-        kFamily.add("TCP, " + std::to_string(length) + " B", tcp, [=](State& state, auto peer) {
-            measureTcp<typename decltype(peer)::Type>(state, length);
-        });
+    for (const size_t length : {64, 1500, 65536}) {
+        kFamily.add("TCP, " + std::to_string(length) + " B", tcp,
+                    [=](State& state, auto peer) { measureTcp(state, peer, length); });
         const size_t datagram = std::min<size_t>(length, 65507);
-        kFamily.add("UDP, " + std::to_string(datagram) + " B", udp, [=](State& state, auto peer) {
-            measureUdp<typename decltype(peer)::Type>(state, datagram);
-        });
+        kFamily.add("UDP, " + std::to_string(datagram) + " B", udp,
+                    [=](State& state, auto peer) { measureUdp(state, peer, datagram); });
     }
-    const auto datagrams = [](State& state, auto peer) {
-        measureDatagrams<typename decltype(peer)::Type>(state);
-    };
+    const auto datagrams = [](State& state, auto peer) { measureDatagrams(state, peer); };
     kFamily.add("UDP, 1200 B, address kept",
                 Peers<NivurDatagrams, AsioDatagrams, UvDatagrams, Limit<PlainDatagrams>>(),
                 datagrams);
@@ -536,13 +436,6 @@ void addSockets() {
         "UDP, 32 of 1200 B at once",
         Peers<NivurSegments, AsioDatagrams, UvDatagrams, MessageDatagrams, Other<PlainDatagrams>>(),
         datagrams);
-    for (const size_t count : {10, 100, 1000}) {
-        kFamily.add("wait on " + std::to_string(count) + " sockets",
-                    Peers<NivurWait, Limit<PollWait>, Other<AsioWait>>(),
-                    [=](State& state, auto peer) {
-                        measureWait<typename decltype(peer)::Type>(state, count);
-                    });
-    }
 }
 
 }  // namespace bench

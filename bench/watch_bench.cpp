@@ -1,8 +1,11 @@
+#include <nivur/udp_socket.h>
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
+#include <set>
 
 #include "loops.h"
 
@@ -15,6 +18,7 @@ using AllLoops = Peers<NivurLoop, UvLoop, AsioLoop, EventLoop, GlibLoop, LooperL
 constexpr int kRounds = 500;
 constexpr size_t kWatched = 1000;
 constexpr size_t kBatch = 500;
+constexpr int kPatience = 10;  // ms, after which a waiting thread looks whether it is to end
 
 /// The two connected ends of a socket pair.
 class Ends {
@@ -55,10 +59,9 @@ void removeWatch(Loop& loop, const Watch& watch) {
 
 /// From the write until the task runs.
 template <class Loop>
-void measureByte(State& state) {
-    const OneProcessor processor;
+void measureByte(State& state, Peer<Loop>, int processor) {
     const Ends ends;
-    Loop loop;
+    Loop loop = startOn<Loop>(processor);
     Signal done;
     Clock::time_point ran;
     const auto watch = addWatch(loop, ends[0], [&] {
@@ -73,16 +76,15 @@ void measureByte(State& state) {
         done.wait();
         times.add(ran - begin);
     });
-    state.counters["median"] = times.at(0.5);
+    state.counters["time"] = times.at(0.5);
     removeWatch(loop, watch);
 }
 
 /// A byte goes back and forth between two loops: the time of one way.
 template <class Loop>
-void measureBackAndForth(State& state) {
-    const OneProcessor processor;
+void measureBackAndForth(State& state, Peer<Loop>, int processor) {
     const Ends ends;
-    std::array<Loop, 2> loops;
+    std::array<Loop, 2> loops{startOn<Loop>(0), startOn<Loop>(processor)};
     Signal done;
     int left = 0;
     const auto pass = [&](size_t end) {
@@ -107,8 +109,7 @@ void measureBackAndForth(State& state) {
 
 /// So many of a thousand descriptors become ready again and again: the time of one of them.
 template <class Loop>
-void measureReady(State& state, size_t ready) {
-    const OneProcessor processor;
+void measureReady(State& state, Peer<Loop>, size_t ready) {
     std::vector<int> descriptors;
     Loop loop;
     Signal done;
@@ -147,7 +148,7 @@ void measureReady(State& state, size_t ready) {
 }
 
 template <class Loop>
-void measureAddAndRemove(State& state) {
+void measureAddAndRemove(State& state, Peer<Loop>) {
     const Ends ends;
     Loop loop;
     for (auto _ : state) {
@@ -161,24 +162,139 @@ void measureAddAndRemove(State& state) {
     setItems(state, kBatch);
 }
 
+using Sockets = std::vector<NIVUR::UDPSocket>;
+using Take = std::function<void(const NIVUR::UDPSocket&)>;
+
+/// Waits for datagrams with a watch for each socket.
+template <class Loop>
+class Watching {
+  public:
+    static std::string name() { return Loop::name(); }
+    Watching(Sockets& sockets, const Take& take) {
+        for (const NIVUR::UDPSocket& socket : sockets) {
+            _watches.push_back(addWatch(_loop, socket.descriptor(), [&] { take(socket); }));
+        }
+    }
+    ~Watching() {
+        for (auto& watch : _watches) {
+            removeWatch(_loop, watch);
+        }
+        _loop.call([] {});  // some peers let go of a descriptor a pass later
+    }
+
+  private:
+    Loop _loop;
+    std::vector<decltype(_loop.addWatch(0, {}))> _watches;
+};
+
+/// Waits for datagrams with a thread that hands the kernel all sockets for each wait.
+template <class Wait>
+class Waiting {
+  public:
+    static std::string name() { return Wait::name(); }
+    Waiting(Sockets& sockets, const Take& take) {
+        _thread = std::thread([&, this] {
+            Wait wait(sockets);
+            while (!_stopped) {
+                wait.once(take);
+            }
+        });
+    }
+    ~Waiting() {
+        _stopped = true;
+        _thread.join();
+    }
+
+  private:
+    std::atomic<bool> _stopped{false};
+    std::thread _thread;
+};
+
+class NivurWait {
+  public:
+    static std::string name() { return "nivur's waitMultipleSocket"; }
+    explicit NivurWait(Sockets& sockets) {
+        for (NIVUR::UDPSocket& socket : sockets) {
+            _set.insert(&socket);
+        }
+    }
+    void once(const Take& take) {
+        for (NIVUR::Socket* socket : NIVUR::Socket::waitMultipleSocket(_set, kPatience)) {
+            take(*static_cast<NIVUR::UDPSocket*>(socket));
+        }
+    }
+
+  private:
+    std::set<NIVUR::Socket*> _set;
+};
+
+class PollWait {
+  public:
+    static std::string name() { return "poll"; }
+    explicit PollWait(Sockets& sockets) : _sockets(sockets) {
+        for (const NIVUR::UDPSocket& socket : sockets) {
+            _polled.push_back({socket.descriptor(), POLLIN, 0});
+        }
+    }
+    void once(const Take& take) {
+        ::poll(_polled.data(), _polled.size(), kPatience);
+        for (size_t i = 0; i < _polled.size(); ++i) {
+            if (_polled[i].revents != 0) {
+                take(_sockets[i]);
+            }
+        }
+    }
+
+  private:
+    const Sockets& _sockets;
+    std::vector<pollfd> _polled;
+};
+
+/// From the sending of a datagram to one of so many sockets until it has been received.
+template <class Waiter>
+void measureDatagram(State& state, Peer<Waiter>, size_t count) {
+    Sockets sockets(count);
+    for (NIVUR::UDPSocket& socket : sockets) {
+        socket.create("127.0.0.1", 0);
+    }
+    const NIVUR::SocketAddress receiver = sockets[count / 2].localAddress();
+    NIVUR::UDPSocket sender;
+    sender.create("127.0.0.1", 0);
+    Signal taken;
+    const Take take = [&](const NIVUR::UDPSocket& socket) {
+        char byte = 0;
+        socket.receive(&byte, 1);
+        taken.set();
+    };
+    const Waiter waiter(sockets, take);
+    for (auto _ : state) {
+        sender.sendto(receiver, "x", 1);
+        taken.wait();
+    }
+}
+
 }  // namespace
 
 void addWatches() {
-    kFamily.addThreaded("byte to a task", AllLoops(), [](State& state, auto peer) {
-        measureByte<typename decltype(peer)::Type>(state);
+    kFamily.addPlaced("byte to a task", AllLoops(), [](State& state, auto peer, int processor) {
+        measureByte(state, peer, processor);
     });
-    kFamily.addThreaded("byte between two loops", AllLoops(), [](State& state, auto peer) {
-        measureBackAndForth<typename decltype(peer)::Type>(state);
-    });
-    for (const size_t ready : {size_t{1}, size_t{100}}) {
-        kFamily.addThreaded(std::to_string(ready) + " of 1000 ready", AllLoops(),
-                            [=](State& state, auto peer) {
-                                measureReady<typename decltype(peer)::Type>(state, ready);
-                            });
+    kFamily.addPlaced("byte between two loops", AllLoops(),
+                      [](State& state, auto peer, int processor) {
+                          measureBackAndForth(state, peer, processor);
+                      });
+    kFamily.addThreaded("100 of 1000 ready", AllLoops(),
+                        [](State& state, auto peer) { measureReady(state, peer, 100); });
+    for (const size_t sockets : {10, 1000}) {
+        kFamily.addThreaded(
+            "datagram to 1 of " + std::to_string(sockets) + " sockets",
+            Peers<Watching<NivurLoop>, Watching<UvLoop>, Watching<AsioLoop>, Watching<EventLoop>,
+                  Watching<GlibLoop>, Watching<LooperLoop>, Other<Waiting<NivurWait>>,
+                  Other<Waiting<PollWait>>>(),
+            [=](State& state, auto peer) { measureDatagram(state, peer, sockets); });
     }
-    kFamily.addThreaded("add and remove", AllLoops(), [](State& state, auto peer) {
-        measureAddAndRemove<typename decltype(peer)::Type>(state);
-    });
+    kFamily.addThreaded("add and remove", AllLoops(),
+                        [](State& state, auto peer) { measureAddAndRemove(state, peer); });
 }
 
 }  // namespace bench
