@@ -52,10 +52,12 @@ struct Peers {};
 class OneProcessor {
   public:
     explicit OneProcessor(int processor) {
+        // Asked once, as some systems count only those that the thread may use.
+        static const unsigned int all = std::max(1U, std::thread::hardware_concurrency());
         sched_getaffinity(0, sizeof(_before), &_before);
         cpu_set_t one;
         CPU_ZERO(&one);
-        CPU_SET(static_cast<unsigned>(processor) % std::thread::hardware_concurrency(), &one);
+        CPU_SET(static_cast<unsigned int>(processor) % all, &one);
         sched_setaffinity(0, sizeof(one), &one);
     }
     ~OneProcessor() { sched_setaffinity(0, sizeof(_before), &_before); }

@@ -110,8 +110,9 @@ def write(docs, rows, remarks, context):
         with open(os.path.join(docs, "performance", family + ".svg"), "w") as file:
             file.write(chart.draw(members))
     page += [remarks["method"].replace("MACHINE", machine(context))]
+    processes = str(max(len(row.nivur) for row in rows))
     with open(os.path.join(docs, "performance.md"), "w") as file:
-        file.write("\n\n".join(filter(None, page)) + "\n")
+        file.write("\n\n".join(filter(None, page)).replace("PROCESSES", processes) + "\n")
 
 
 def main():

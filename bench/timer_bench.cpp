@@ -153,8 +153,7 @@ void measureBusy(State& state, Peer<Loop>) {
     for (auto _ : state) {
         tasks += busy.tasksBeforeTimer(20);
     }
-    state.counters["# of tasks that still run first"] =
-        tasks / static_cast<double>(state.iterations());
+    state.counters["# of tasks before it"] = tasks / static_cast<double>(state.iterations());
 }
 
 template <class Loops>
@@ -175,7 +174,7 @@ void addTimers() {
     addCounts(ManyTimersLoops(), 1000);  // the Looper's times grow with the number of its timers
     addCounts(ManyTimersLoops(), 10000);
     // Not for libevent, whose timers wait for as long as tasks post further tasks.
-    kFamily.addThreaded("a timer is due while 10 tasks are queued", PunctualLoops(),
+    kFamily.addThreaded("timer due among 10 queued tasks", PunctualLoops(),
                         [](State& state, auto peer) { measureBusy(state, peer); });
 }
 
