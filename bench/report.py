@@ -65,31 +65,33 @@ def count(rows, verdict):
     return sum(row.verdict == verdict for row in rows)
 
 
+def ranges(rows):
+    return span([ratio for row in rows for ratio in row.ratios("peer")])
+
+
 def behind(rows, remarks):
     """The rows in which nivur is behind, those with the same reason together."""
     reasons = {}
     for row in rows:
-        if row.verdict == "behind":
-            reasons.setdefault(remark(row, remarks), []).append(row)
+        reasons.setdefault(remark(row, remarks), []).append(row)
     parts = []
     for words, members in reasons.items():
-        ranges = span([ratio for row in members for ratio in row.ratios("peer")])
-        names = members[0].service if len(members) == 1 else f"{len(members)} rows"
-        parts.append(f"{names} ({ranges})" + (f": {words}" if words else ""))
-    return "; ".join(parts)
+        name = members[0].service if len(members) == 1 else f"{len(members)} rows"
+        parts.append(f"Behind in {name} ({ranges(members)})" + (f": {words}." if words else "."))
+    return " ".join(parts)
 
 
 def summary(rows, remarks):
     ahead, level, worse = (count(rows, verdict) for verdict in VERDICTS)
-    lines = [f"Of {ahead + level + worse} rows, nivur is **ahead** of the best peer in {ahead}, **level** with it in "
-             f"{level} and **behind** it in {worse}.", "",
-             "| | Ahead | Level | Behind | Behind in (nivur's time as a multiple of the best peer's), and why |",
-             "|---|---:|---:|---:|---|"]
+    lines = [f"Of {ahead + level + worse} rows, nivur is **ahead** of the best peer in {ahead}, **level** with it in {level} and "
+             f"**behind** it in {worse}. In brackets: nivur's time as a multiple of the best peer's.", "",
+             "| | Ahead | Level | Behind | Why |", "|---|---|---|---|---|"]
     for family, title in FAMILIES.items():
-        members = [row for row in rows if row.family == family]
-        counts = [str(count(members, verdict)) for verdict in VERDICTS]
+        groups = [[row for row in rows if row.family == family and row.verdict == verdict] for verdict in VERDICTS]
+        counts = [f"{len(group)} ({ranges(group)})" if group else "" for group in groups]
+        why = [remarks["ahead"].get(family, "") if groups[0] else "", behind(groups[2], remarks)]
         anchor = "".join(c for c in title.lower().replace(" ", "-") if c.isalnum() or c == "-")
-        lines.append(f"| [{title}](#{anchor}) | " + " | ".join(counts + [behind(members, remarks)]) + " |")
+        lines.append(f"| [{title}](#{anchor}) | " + " | ".join(counts + [" ".join(filter(None, why))]) + " |")
     return "\n".join(lines)
 
 
