@@ -22,7 +22,7 @@ foreach(line IN LISTS lines)
     string(APPEND c_names "    ${line};\n")
   endif()
 endforeach()
-file(CONFIGURE OUTPUT ${script} @ONLY
+file(GENERATE OUTPUT ${script}
   CONTENT "{\n  global:\n${c_names}  extern \"C++\" {\n${patterns}  };\n  local: *;\n};\n")
 target_link_options(nivur PRIVATE LINKER:--version-script=${script})
 set_property(TARGET nivur APPEND PROPERTY LINK_DEPENDS ${script})

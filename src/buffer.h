@@ -56,7 +56,7 @@ enum BufferState : unsigned int {
 class NIVUR_EXPORT Buffer : public NoCopyable {
   public:
     /// The disposer of pointers to owned buffers: calls release(), and does nothing for null.
-    class NIVUR_EXPORT SharedBufferDisposer : public PtrDisposer<Buffer> {
+    class NIVUR_EXPORT SharedBufferDisposer final : public PtrDisposer<Buffer> {
       public:
         constexpr SharedBufferDisposer() = default;
         void dispose(Buffer* buffer) override;

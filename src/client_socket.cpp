@@ -10,7 +10,7 @@ namespace NIVUR {
 
 namespace {
 
-const char kNotCreated[] = "CHECK_CLIENT_SOCKET failed because socket is not created";
+const char kClientNotCreated[] = "CHECK_CLIENT_SOCKET failed because socket is not created";
 
 }  // namespace
 
@@ -70,7 +70,7 @@ void ClientSocket::close() {
 }
 
 bool ClientSocket::connect(const std::string& ip, uint16_t port) {
-    if (!checkCreated(kNotCreated)) {
+    if (!checkCreated(kClientNotCreated)) {
         return false;
     }
     if (!_remoteIP.empty() || _remotePort != 0) {
@@ -137,7 +137,7 @@ int ClientSocket::setNoDelay(bool noDelay) {
 }
 
 bool ClientSocket::checkConnected() const {
-    if (!checkCreated(kNotCreated)) {
+    if (!checkCreated(kClientNotCreated)) {
         return false;
     }
     if (_remoteIP.empty() || _remotePort == 0) {

@@ -38,5 +38,6 @@
 #include "system_util.h"
 #include "thread.h"
 #include "udp_socket.h"
+#include "version.h"
 
 #endif

@@ -9,7 +9,7 @@ namespace NIVUR {
 
 namespace {
 
-const char kNotCreated[] = "CHECK_SERVER_SOCKET failed because socket is not created";
+const char kServerNotCreated[] = "CHECK_SERVER_SOCKET failed because socket is not created";
 
 }  // namespace
 
@@ -26,7 +26,7 @@ void ServerSocket::close() {
 }
 
 bool ServerSocket::listen(unsigned int count) const {
-    if (!checkCreated(kNotCreated)) {
+    if (!checkCreated(kServerNotCreated)) {
         return false;
     }
     NIVUR_ASSERT(count > 0);
@@ -38,7 +38,7 @@ bool ServerSocket::listen(unsigned int count) const {
 }
 
 ClientSocket* ServerSocket::accept() {
-    if (!checkCreated(kNotCreated)) {
+    if (!checkCreated(kServerNotCreated)) {
         return nullptr;
     }
     SocketAddress peer;

@@ -58,7 +58,7 @@ template <class T>
 class SharedPtr {
   public:
     /// The disposer of pointers that were given none: deletes the object.
-    class DefaultPtrDisposer : public PtrDisposer<T> {
+    class DefaultPtrDisposer final : public PtrDisposer<T> {
       public:
         constexpr DefaultPtrDisposer() = default;
         void dispose(T* object) override { delete object; }
@@ -77,12 +77,18 @@ class SharedPtr {
         if (object == nullptr && disposer == &_kDefaultPtrDisposer) {
             return;  // nothing to count, so that an empty pointer never needs memory
         }
-        try {
-            _sharedCount = new SharedCount<T>(object, disposer);
-        } catch (...) {
-            disposer->dispose(object);
-            throw;
-        }
+        // Without try, which callers that do without exceptions could not compile.
+        struct Uncounted {
+            ~Uncounted() {
+                if (disposer != nullptr) {
+                    disposer->dispose(object);
+                }
+            }
+            T* object;
+            PtrDisposer<T>* disposer;
+        } uncounted{object, disposer};
+        _sharedCount = new SharedCount<T>(object, disposer);
+        uncounted.disposer = nullptr;
     }
 
     /// The first pointer to an object that holds its own `count`: it needs no memory.

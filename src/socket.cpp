@@ -14,7 +14,7 @@ namespace NIVUR {
 
 namespace {
 
-const char kNotCreated[] = "CHECK_SOCKET failed because socket is not created";
+const char kSocketNotCreated[] = "CHECK_SOCKET failed because socket is not created";
 
 }  // namespace
 
@@ -148,13 +148,14 @@ void Socket::vlogLine(LogLevel level, const char* fmt, va_list args) const {
 }
 
 std::string Socket::address() const {
-    const SocketAddress address = checkCreated(kNotCreated) ? localAddress() : SocketAddress();
+    const SocketAddress address =
+        checkCreated(kSocketNotCreated) ? localAddress() : SocketAddress();
     platform::AddressText text;
     return address.isValid() ? platform::addressText(address, text) : "";
 }
 
 uint16_t Socket::port() const {
-    return checkCreated(kNotCreated) ? localAddress().port() : uint16_t{0};
+    return checkCreated(kSocketNotCreated) ? localAddress().port() : uint16_t{0};
 }
 
 SocketAddress Socket::localAddress() const {
@@ -174,7 +175,7 @@ int Socket::select(unsigned int timeout) const {
 }
 
 int Socket::wait(const unsigned int* timeout) const {
-    if (!checkCreated(kNotCreated)) {
+    if (!checkCreated(kSocketNotCreated)) {
         return -1;
     }
     const int readable = platform::waitReadable(_socket, timeout);
@@ -215,7 +216,7 @@ int Socket::setReuse(bool reuse) {
 }
 
 int Socket::setBufLength(unsigned int length) {
-    if (!checkCreated(kNotCreated)) {
+    if (!checkCreated(kSocketNotCreated)) {
         return 0;
     }
     const int value = static_cast<int>(length);
@@ -245,7 +246,7 @@ int Socket::setHopLimit(unsigned int hops) {
 }
 
 int Socket::setSockCOS(int cos) {
-    if (!checkCreated(kNotCreated)) {
+    if (!checkCreated(kSocketNotCreated)) {
         return 0;
     }
     logLine(LOG_ERROR, "setSockCOS cos=%d", cos);

@@ -10,7 +10,7 @@ namespace NIVUR {
 
 namespace {
 
-const char kNotCreated[] = "CHECK_UDP_SOCKET failed because socket is not created";
+const char kUdpNotCreated[] = "CHECK_UDP_SOCKET failed because socket is not created";
 
 }  // namespace
 
@@ -80,7 +80,7 @@ IoResult UDPSocket::receiveDatagrams(SocketAddress& sender, void* data, size_t l
 
 bool UDPSocket::sendto(const std::string& ip, uint16_t port, const void* data, unsigned long length,
                        unsigned int* sent) const {
-    if (!checkCreated(kNotCreated)) {
+    if (!checkCreated(kUdpNotCreated)) {
         return false;
     }
     NIVUR_ASSERT(data);
@@ -105,7 +105,7 @@ bool UDPSocket::sendto(const std::string& ip, uint16_t port, const void* data, u
 }
 
 bool UDPSocket::recvfrom(std::string& ip, uint16_t& port, void* data, unsigned int& length) const {
-    if (!checkCreated(kNotCreated)) {
+    if (!checkCreated(kUdpNotCreated)) {
         return false;
     }
     NIVUR_ASSERT(data);

@@ -5,6 +5,12 @@
 #include <memory>
 
 int main() {
+    if (NIVUR::version() != NIVUR_VERSION) return 7;
+#ifdef PACKAGE_VERSION  // by CMake, as "1.2.3"
+    int major = 0, minor = 0, patch = 0;
+    std::sscanf(PACKAGE_VERSION, "%d.%d.%d", &major, &minor, &patch);
+    if (NIVUR_VERSION != major * 10000 + minor * 100 + patch) return 8;
+#endif
     NIVUR::Dictionary record;
     NIVUR::RunLoop loop("consumer");
     if (!loop.start()) return 1;

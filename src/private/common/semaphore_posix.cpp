@@ -11,7 +11,7 @@ namespace NIVUR {
 namespace {
 
 template <size_t kSize>
-sem_t* platform(unsigned char (&signals)[kSize]) {
+sem_t* semaphoreIn(unsigned char (&signals)[kSize]) {
     static_assert(sizeof(sem_t) <= kSize && alignof(sem_t) <= alignof(long));
     return std::launder(reinterpret_cast<sem_t*>(signals));
 }
@@ -23,11 +23,11 @@ Semaphore::Semaphore() : _signals{} {
 }
 
 Semaphore::~Semaphore() {
-    ::sem_destroy(platform(_signals));
+    ::sem_destroy(semaphoreIn(_signals));
 }
 
 int Semaphore::wait() {
-    while (::sem_wait(platform(_signals)) != 0) {
+    while (::sem_wait(semaphoreIn(_signals)) != 0) {
         if (errno != EINTR) {
             return -1;
         }
@@ -36,16 +36,16 @@ int Semaphore::wait() {
 }
 
 int Semaphore::wait(unsigned int timeoutMs) {
-    if (::sem_trywait(platform(_signals)) == 0) {
+    if (::sem_trywait(semaphoreIn(_signals)) == 0) {
         return 0;
     }
     if (timeoutMs == 0) {
         return 1;
     }
     const timespec deadline = deadlineAfter(timeoutMs);
-    while (!waitUntil(platform(_signals), deadline)) {
+    while (!waitUntil(semaphoreIn(_signals), deadline)) {
         if (errno == ETIMEDOUT) {
-            return ::sem_trywait(platform(_signals)) == 0 ? 0 : 1;
+            return ::sem_trywait(semaphoreIn(_signals)) == 0 ? 0 : 1;
         }
         if (errno != EINTR) {
             return -1;
@@ -55,7 +55,7 @@ int Semaphore::wait(unsigned int timeoutMs) {
 }
 
 int Semaphore::notify() {
-    return ::sem_post(platform(_signals)) == 0 ? 0 : errno;
+    return ::sem_post(semaphoreIn(_signals)) == 0 ? 0 : errno;
 }
 
 }  // namespace NIVUR

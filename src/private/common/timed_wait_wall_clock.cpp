@@ -1,0 +1,31 @@
+#include <cerrno>
+
+#include "private/common/monotonic_clock.h"
+
+namespace NIVUR {
+
+// This platform has no call that names the clock: the wall clock stands in for one wait at a time,
+// and the monotonic clock tells whether the time is really up.
+bool waitUntil(sem_t* semaphore, const timespec& deadline) {
+    for (;;) {
+        const timespec now = monotonicNow();
+        const timespec left =
+            normalized(deadline.tv_sec - now.tv_sec, deadline.tv_nsec - now.tv_nsec);
+        if (left.tv_sec < 0) {
+            errno = ETIMEDOUT;
+            return false;
+        }
+        timespec wall{};
+        ::clock_gettime(CLOCK_REALTIME, &wall);
+        const timespec wallDeadline =
+            normalized(wall.tv_sec + left.tv_sec, wall.tv_nsec + left.tv_nsec);
+        if (::sem_timedwait(semaphore, &wallDeadline) == 0) {
+            return true;
+        }
+        if (errno != ETIMEDOUT) {
+            return false;
+        }
+    }
+}
+
+}  // namespace NIVUR
