@@ -1,10 +1,13 @@
-"""gdb shows nivur's pointers, buffers, dictionaries and loops by what they hold.
+"""gdb shows nivur's pointers, buffers, pools, rings, dictionaries, events, sockets and loops by what they hold.
 
 gdb loads this by itself with the library. What stands in the standard library's containers is read
-by that library's printers, which gdb loads likewise.
+by that library's printers, which gdb loads likewise. Where they or the library's debug information
+are missing, an object is shown by its address.
 """
 
+import ipaddress
 import re
+import struct
 
 import gdb
 import gdb.printing
@@ -141,8 +144,7 @@ class BufferPrinter:
         text = f"Buffer, {BUFFER_STATES.get(state, state)}"
         if int(self._data) == 0:
             return text
-        memory = gdb.selected_inferior().read_memory(int(self._data) + self._used, 4)
-        guard = bytes(memory).hex()
+        guard = memory(int(self._data) + self._used, 4).hex()
         intact = guard in ("dbbaad0b", "0badbadb")  # in either order of bytes
         return (f"{text}, {self._used} of {self._buffer['_capacity']} bytes, "
                 + ("guard intact" if intact else f"guard overwritten: {guard}"))
@@ -196,12 +198,130 @@ class RunLoopPrinter:
                 yield f"{name}[{i}]", f"{own_type(own)[0]} at {int(own):#x}"
 
 
+def memory(address, size):
+    return bytes(gdb.selected_inferior().read_memory(int(address), size))
+
+
+class BufferPoolPrinter:
+    def __init__(self, value):
+        self._name = value["_name"]
+        self._lists = [each.dereference() for owner in children(value["_lists"]) for each in children(owner)]
+        self._fallbacks = number(value["_fallbacks"])
+
+    def to_string(self):
+        return f"BufferPool {self._name}, lists: {len(self._lists)}, fallbacks: {self._fallbacks}"
+
+    def children(self):
+        for i, each in enumerate(self._lists):
+            buffers = [buffer for owner in children(each["_buffers"]) for buffer in children(owner)]
+            free = sum(int(buffer["_state"]) == 1 for buffer in buffers)
+            yield str(i), f"{len(buffers)} buffers of {each['_bufferSize']} bytes, free: {free}"
+
+
+class RingBufferPrinter:
+    def __init__(self, value):
+        self._ring = value
+
+    def to_string(self):
+        written, read = (number(self._ring[side]["total"]) for side in ("_writer", "_reader"))
+        stored = (written - read) % 2**32
+        return f"RingBuffer {self._ring['_name']}, {stored} of {self._ring['_size']} bytes"
+
+    def children(self):
+        return ()
+
+
+class EventPrinter:
+    def __init__(self, value):
+        self._event = value
+
+    def to_string(self):
+        return f"Event {self._event['_id']}"
+
+    def children(self):
+        values = self._event["_parameter"]["_entries"]
+        if children(values):
+            yield "parameter", values
+
+
+class EventCenterPrinter:
+    def __init__(self, value):
+        found = children(value["_handlers"])
+        self._handlers = list(zip(found[::2], found[1::2]))
+
+    def to_string(self):
+        return f"EventCenter, names: {len(self._handlers)}"
+
+    def children(self):
+        for name, handlers in self._handlers:
+            for i, each in enumerate(children(handlers["registrations"])):
+                handler = each["handler"]
+                yield f"{name}[{i}]", f"{own_type(handler)[0]} at {int(handler):#x}"
+
+
+class SocketAddressPrinter:
+    def __init__(self, value):
+        self._bytes = memory(value["_bytes"].address, 28)
+
+    def to_string(self):
+        family, = struct.unpack_from("=H", self._bytes)
+        port, = struct.unpack_from(">H", self._bytes, 2)
+        if family == 2:
+            return f"{ipaddress.IPv4Address(self._bytes[4:8])}:{port}"
+        if family == 10:
+            scope, = struct.unpack_from("=I", self._bytes, 24)
+            return f"[{ipaddress.IPv6Address(self._bytes[8:24])}{f'%{scope}' if scope else ''}]:{port}"
+        return "no address"
+
+    def children(self):
+        return ()
+
+
+class SocketPrinter:
+    def __init__(self, value):
+        self._socket = value
+
+    def to_string(self):
+        name = str(self._socket.type.strip_typedefs().unqualified())[len("NIVUR::"):]
+        descriptor = int(self._socket["_socket"])
+        if descriptor < 0:
+            return f"{name}, not created"
+        return f"{name}, descriptor {descriptor}, {'IPv6' if self._socket['_isIPv6'] else 'IPv4'}"
+
+    def children(self):
+        return ()
+
+
+class Shown:
+    """What a printer found when it was asked for all of it, or the address of an object that it cannot read."""
+
+    def __init__(self, printer, value):
+        try:
+            made = printer(value)
+            self._text, self._children = made.to_string(), list(made.children())
+            if hasattr(made, "display_hint"):
+                self.display_hint = made.display_hint
+        except (gdb.error, gdb.GdbError):
+            where = "" if value.address is None else f" at {int(value.address):#x}"
+            self._text, self._children = f"{value.type}{where}", []
+
+    def to_string(self):
+        return self._text
+
+    def children(self):
+        return iter(self._children)
+
+
+PRINTERS = {"SharedPtr<.*>": SharedPtrPrinter, "Buffer": BufferPrinter, "BufferPool": BufferPoolPrinter,
+            "RingBuffer": RingBufferPrinter, "Dictionary": DictionaryPrinter, "Event": EventPrinter,
+            "EventCenter": EventCenterPrinter, "SocketAddress": SocketAddressPrinter,
+            "(Client|Server|UDP)?Socket": SocketPrinter, "RunLoop": RunLoopPrinter}
+
+
 def printers():
     collection = gdb.printing.RegexpCollectionPrettyPrinter("nivur")
-    collection.add_printer("SharedPtr", "^NIVUR::SharedPtr<.*>$", SharedPtrPrinter)
-    collection.add_printer("Buffer", "^NIVUR::Buffer$", BufferPrinter)
-    collection.add_printer("Dictionary", "^NIVUR::Dictionary$", DictionaryPrinter)
-    collection.add_printer("RunLoop", "^NIVUR::RunLoop$", RunLoopPrinter)
+    for name, printer in PRINTERS.items():
+        collection.add_printer(name, f"^NIVUR::{name}$", lambda value, made=printer: Shown(made, value))
     return collection
 
 

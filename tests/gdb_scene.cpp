@@ -10,6 +10,9 @@ struct Normal : NIVUR::Runnable {
     std::string dump() override { return ""; }
 };
 struct Urgent : Normal {};
+struct Handler : NIVUR::EventHandler {
+    void onEvent(const NIVUR::Event& /*event*/, NIVUR::Parameter* /*parameter*/) override {}
+};
 
 extern "C" __attribute__((noinline)) void allIsSet() {
     asm volatile("");
@@ -41,6 +44,13 @@ int main() {
     NIVUR::UDPSocket socket;
     socket.create("127.0.0.1", 0);
     loop.addWatch(socket.descriptor(), NIVUR::RunLoop::READABLE, new Normal);
+    NIVUR::RingBuffer ring(100, "ring");
+    ring.write("abc", 3);
+    NIVUR::Event event("opened");
+    NIVUR::EventCenter center;
+    Handler handler;
+    center.registerEventHandler("opened", &handler);
+    const NIVUR::SocketAddress address("fe80::1", 80);
     allIsSet();
     buffer->data()[6] = '!';  // a stray write
     allIsSet();
