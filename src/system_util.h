@@ -33,7 +33,8 @@ class NIVUR_EXPORT SystemUtil {
     /// The id of the calling process.
     static int getpid();
 
-    /// The folder for the application's data files, with its trailing slash: "/mnt/sdcard/".
+    /// The folder for an Android application's data files, with its trailing slash:
+    /// "/mnt/sdcard/", on every platform. Elsewhere no such folder need exist.
     static std::string getAppDataFolder();
 
     /// The device's manufacturer and model in lower case, from the system properties

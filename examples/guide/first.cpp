@@ -2,14 +2,24 @@
 
 #include <cstdio>
 
+// The library writes nothing itself: without a sink it refuses in silence.
+static void printLine(int level, const char* format, va_list arguments) {
+    if (level >= NIVUR::LOG_WARN) {
+        std::vprintf(format, arguments);
+        std::putchar('\n');
+    }
+}
+
 int main() {
+    NIVUR::Log::setCB(printLine);
     NIVUR::RunLoop loop("worker");
+    int answer = 0;
+    const auto compute = [&] { return NIVUR::makeRunnable([&] { answer += 42; }); };
+    loop.postItem(compute(), false, true);  // refused: the loop does not run yet
     if (!loop.start()) {
         return 1;
     }
-    int answer = 0;
-    loop.postItem(NIVUR::makeRunnable([&] { answer = 42; }), false,
-                  true);  // waits until it has run
+    loop.postItem(compute(), false, true);  // waits until it has run
     std::printf("the loop says %d\n", answer);
 
     NIVUR::Semaphore rung;
