@@ -47,7 +47,6 @@ seen=$(run "$folder" "$timers" -ex 'break Heart::beat' -ex run -ex 'print -prett
 [[ -n $shown && $(sed 's/0x[0-9a-f]*/0x/g' <<<"$seen") == *"$shown"* ]] || { echo "the guide shows: $shown"; echo "$seen"; failed=1; }
 
 cp -a "$folder"/libnivur.so* "$work"
-cp -L "$folder"/libnivur.so*-gdb.py "$work"
 objcopy --strip-debug "$(realpath "$work/libnivur.so")"
 expect "$(run "$work" "$scene" -ex 'break allIsSet' -ex run -ex up \
     -ex 'print loop' -ex 'print buffer' -ex 'print *buffer._ptr')" <<'END'
