@@ -2,6 +2,7 @@
 // is asked to do follows from the seed; only how they meet does not. Much here has no lock on
 // purpose: the order is the library's to give, and the thread sanitizer's to miss.
 
+#include <malloc.h>
 #include <nivur/nivur.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -14,36 +15,21 @@
 #include <random>
 #include <thread>
 
+#include "promise.h"
+#include "services.h"
+
 namespace NIVUR {
 namespace {
 
 constexpr unsigned kLoops = 4, kDrivers = 8;
 constexpr unsigned kOperations = 150, kPings = 100;  // of each driver in a round
 constexpr uint64_t kHangMs = 20000;                  // without any progress
-constexpr uint64_t kLateMs = 90;                     // from a post to an idle loop to its task
+constexpr uint64_t kLateMs = 1000;                   // from a post to an idle loop to its task
 
 // Loops that wait for each other do so for ever: a thread waits for loops from its level up.
 constexpr unsigned kOwnLoop = kLoops;  // the number of a loop that one driver makes for itself
 constexpr unsigned kNoLevel = kLoops + 1;
 thread_local unsigned level = kNoLevel;
-
-uint64_t seed = 0;
-
-void check(bool holds, const char* promise) {
-    if (holds) return;
-    std::fprintf(stderr, "stress: broken with seed %" PRIu64 ": %s\n", seed, promise);
-    std::abort();
-}
-
-struct Random : std::minstd_rand {
-    using std::minstd_rand::minstd_rand;
-    unsigned below(unsigned end) { return static_cast<unsigned>((*this)() >> 8) % end; }
-    bool oneIn(unsigned n) { return below(n) == 0; }
-};
-
-struct Counter : std::atomic<uint64_t> {
-    void add(uint64_t more = 1) { fetch_add(more, std::memory_order_relaxed); }
-};
 
 /// What tasks act on and are cancelled by. Its place serves the next such object at once.
 struct Object {
@@ -348,6 +334,8 @@ void useOwn(Random& random) {
     endWithBuffersOut(random);
 }
 
+constexpr unsigned kTasksOperations = 10;
+
 // clang-format off
 struct Operation {
     const char* name;
@@ -371,11 +359,13 @@ struct Operation {
     {"watches", [](const Actor& a) { useWatch(a.random); }},
     {"own loops", [](const Actor& a) { useOwn(a.random); }},
     {"lists", [](const Actor& a) { useMany(*a.driver); }},
+    {"services", [](const Actor& a) { useServices(a.random); }},
 };
 // clang-format on
 
 void perform(const Actor& actor) {
-    Operation& operation = operations[actor.random.below(actor.driver == nullptr ? 10 : 15)];
+    Operation& operation = operations[actor.random.below(
+        actor.driver == nullptr ? kTasksOperations : unsigned{std::size(operations)})];
     operation.perform(actor);
     operation.done.add();
 }
@@ -459,7 +449,17 @@ void watch() {
     }
 }
 
-void run(uint64_t seconds) {
+/// Tells between two rounds, when only the main thread and the watchdog are there, how many bytes
+/// are allocated, and goes on at the next line of input.
+void pauseForInspection() {
+    const struct mallinfo2 heap = mallinfo2();
+    std::printf("%zu\n", heap.uordblks + heap.hblkhd);
+    std::fflush(stdout);
+    while (std::getchar() != '\n') {
+    }
+}
+
+void run(uint64_t seconds, bool inspected) {
     for (Driver& driver : drivers) {
         const auto number = static_cast<unsigned>(&driver - drivers.data());
         driver.name = std::to_string(number);
@@ -472,8 +472,12 @@ void run(uint64_t seconds) {
     std::thread watchdog(watch);
     const uint64_t end = SystemUtil::getCPUTime() + seconds * 1000;
     uint64_t rounds = 0;
-    for (; rounds < 2 || SystemUtil::getCPUTime() < end; ++rounds)
+    for (; rounds < 2 || SystemUtil::getCPUTime() < end; ++rounds) {
         round(rounds % 2 == 1);
+        for (RunLoop& loop : loops)
+            loop.stop();
+        if (inspected) pauseForInspection();
+    }
     over = true;
     watchdog.join();
     std::printf("%" PRIu64 " rounds, %" PRIu64 " tasks, %" PRIu64 " dropped, %" PRIu64
@@ -487,8 +491,8 @@ void run(uint64_t seconds) {
 }  // namespace
 }  // namespace NIVUR
 
-/// stress SECONDS SEED
-int main(int /*argc*/, char** argv) {
+/// stress SECONDS SEED [inspected]
+int main(int argc, char** argv) {
     NIVUR::seed = std::strtoul(argv[2], nullptr, 10);
-    NIVUR::run(std::strtoul(argv[1], nullptr, 10));
+    NIVUR::run(std::strtoul(argv[1], nullptr, 10), argc > 3);
 }

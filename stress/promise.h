@@ -1,0 +1,33 @@
+#ifndef NIVUR_STRESS_PROMISE_H
+#define NIVUR_STRESS_PROMISE_H
+
+#include <atomic>
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+
+namespace NIVUR {
+
+inline uint64_t seed = 0;
+
+inline void check(bool holds, const char* promise) {
+    if (holds) return;
+    std::fprintf(stderr, "stress: broken with seed %" PRIu64 ": %s\n", seed, promise);
+    std::abort();
+}
+
+struct Random : std::minstd_rand {
+    using std::minstd_rand::minstd_rand;
+    unsigned below(unsigned end) { return static_cast<unsigned>((*this)() >> 8) % end; }
+    bool oneIn(unsigned n) { return below(n) == 0; }
+};
+
+struct Counter : std::atomic<uint64_t> {
+    void add(uint64_t more = 1) { fetch_add(more, std::memory_order_relaxed); }
+};
+
+}  // namespace NIVUR
+
+#endif
