@@ -6,7 +6,7 @@
 
 #include <array>
 
-#include "promise.h"
+#include "basics.h"
 
 // What the services beside the loops are for, done once.
 

@@ -2,7 +2,6 @@
 // is asked to do follows from the seed; only how they meet does not. Much here has no lock on
 // purpose: the order is the library's to give, and the thread sanitizer's to miss.
 
-#include <malloc.h>
 #include <nivur/nivur.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -15,7 +14,7 @@
 #include <random>
 #include <thread>
 
-#include "promise.h"
+#include "basics.h"
 #include "services.h"
 
 namespace NIVUR {
@@ -449,13 +448,13 @@ void watch() {
     }
 }
 
-/// Tells between two rounds, when only the main thread and the watchdog are there, how many bytes
-/// are allocated, and goes on at the next line of input.
-void pauseForInspection() {
-    const struct mallinfo2 heap = mallinfo2();
-    std::printf("%zu\n", heap.uordblks + heap.hblkhd);
-    std::fflush(stdout);
-    while (std::getchar() != '\n') {
+/// Lets each loop have more timers at once than a round ever leaves: it keeps the room.
+void fillOnce() {
+    for (RunLoop& loop : loops) {
+        for (int timers = 0; timers < 1 << 14; ++timers)
+            loop.addTimer(makeRunnable([] {}), 0, false);
+        loop.start();
+        loop.postItem(makeRunnable([] {}), false, true);
     }
 }
 
@@ -472,6 +471,7 @@ void run(uint64_t seconds, bool inspected) {
     std::thread watchdog(watch);
     const uint64_t end = SystemUtil::getCPUTime() + seconds * 1000;
     uint64_t rounds = 0;
+    if (inspected) fillOnce();
     for (; rounds < 2 || SystemUtil::getCPUTime() < end; ++rounds) {
         round(rounds % 2 == 1);
         for (RunLoop& loop : loops)

@@ -1,5 +1,7 @@
-#ifndef NIVUR_STRESS_PROMISE_H
-#define NIVUR_STRESS_PROMISE_H
+#ifndef NIVUR_STRESS_BASICS_H
+#define NIVUR_STRESS_BASICS_H
+
+#include <malloc.h>
 
 #include <atomic>
 #include <cinttypes>
@@ -27,6 +29,16 @@ struct Random : std::minstd_rand {
 struct Counter : std::atomic<uint64_t> {
     void add(uint64_t more = 1) { fetch_add(more, std::memory_order_relaxed); }
 };
+
+/// Tells between two rounds, when only the main thread and the watchdog are there, how many bytes
+/// are allocated, and goes on at the next line of input.
+inline void pauseForInspection() {
+    const struct mallinfo2 heap = mallinfo2();
+    std::printf("%zu\n", heap.uordblks + heap.hblkhd);
+    std::fflush(stdout);
+    while (std::getchar() != '\n') {
+    }
+}
 
 }  // namespace NIVUR
 
