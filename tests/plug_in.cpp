@@ -11,3 +11,27 @@ extern const void* const all[];
 const void* const all[] = {&NIVUR::Buffer::_checkByte, NIVUR::Buffer::_kParameterKey,
                            &NIVUR::Thread::INVALID_THREAD_ID,
                            &NIVUR::SharedPtr<Own>::_kDefaultPtrDisposer};
+
+/// Prepares what needs memory, and then calls on a thread that has none what can do without. True
+/// if all returned, but for the waiting post, which threw.
+extern "C" NIVUR_EXPORT bool runWithoutMemory(void (*run)(void (*)())) {
+    using namespace NIVUR;
+    static RunLoop loop("loop");
+    static Thread thread;
+    static Runnable* task = makeRunnable([] {});
+    static bool threw = false;
+    bool ready = loop.start() && thread.start(makeRunnable([] {}), "thread");
+    ready = ready && loop.addTimer(makeRunnable([] {}), 1, true) != 0;
+    run([] {
+        loop.stopTimer(1);
+        loop.cancelTasksForObject(&loop);
+        try {
+            loop.postItem(task, false, true);
+        } catch (const std::bad_alloc&) {
+            threw = true;
+        }
+        loop.stop();
+        thread.waitForStop();
+    });
+    return ready && threw;
+}
