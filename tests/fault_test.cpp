@@ -250,7 +250,10 @@ TEST(Memory, MayRunOutForTheFirstWatchOfASleepingLoop) {
         } catch (const std::bad_alloc&) {
         }
         Semaphore ran;
-        loop.addWatch(w.udp.descriptor(), RunLoop::WRITABLE, makeRunnable([&] { ran.notify(); }));
+        const int descriptor = skipped % 2 == 0 ? w.udp.descriptor() : w.accepted->descriptor();
+        loop.addWatch(descriptor, RunLoop::READABLE, makeRunnable([&] { ran.notify(); }));
+        const faults::Memory none("memory", 0, 0, INT_MAX, true);  // what is ready needs none
+        w.udp.sendto(w.udp.localAddress(), "x", 1), w.client.send("x", size_t{1});
         EXPECT_EQ(ran.wait(20000), 0) << skipped;
         loop.stop();
     }

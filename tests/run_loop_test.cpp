@@ -198,6 +198,20 @@ TEST_F(RunLoopTest, StopLetsASleepingLoopRunOnceMoreAndDropsTheRestInOrder) {
     EXPECT_EQ(trace.text, "timer high normal");
 }
 
+TEST_F(RunLoopTest, CancelWaitsForWhatAnEndingLoopDeletes) {
+    ASSERT_TRUE(loop.start());
+    Latch deleting;
+    std::atomic<bool> deleted{false};
+    const auto end = [&] { deleting.count(), SystemUtil::sleep(20), deleted = true; };
+    timer(
+        kNever, true, [end = atDestruction(end)] {}, &trace);
+    std::thread stopper([this] { loop.stop(); });
+    deleting.wait();
+    loop.cancelTasksForObject(&trace);
+    EXPECT_TRUE(deleted);
+    stopper.join();
+}
+
 TEST_F(RunLoopTest, TaskDestructorsMayCallTheLoop) {
     const auto caller = [this] {
         return [end = atDestruction([this] {

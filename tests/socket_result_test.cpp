@@ -235,13 +235,19 @@ TEST(Socket, SetsOptionsOfBothFamilies) {
         ClientSocket client;
         ASSERT_TRUE(udp.create(anyPort) && client.create(anyPort));
         EXPECT_EQ(udp.setTrafficClass(46) + udp.setHopLimit(7) + udp.setMulticastHopLimit(0), 0);
-        EXPECT_EQ(client.setNoDelay(true) + udp.setBufLength(20000), 0);
+        EXPECT_EQ(udp.setBufLength(20000), 0);
         const int rows[][3] = {{IP_TOS, IPV6_TCLASS, 46 << 2},
                                {IP_TTL, IPV6_UNICAST_HOPS, 7},
                                {IP_MULTICAST_TTL, IPV6_MULTICAST_HOPS, 0}};
         for (const auto& row : rows)
             EXPECT_EQ(option(udp, levels[family], row[family]), row[2]);
-        EXPECT_TRUE(udp.setHopLimit(256) == -1 && option(client, IPPROTO_TCP, TCP_NODELAY) == 1);
+        EXPECT_EQ(udp.setHopLimit(256), -1);
+        for (const bool on : {true, false}) {
+            EXPECT_EQ(udp.setBroadcast(on) + client.setReuse(on) + client.setNoDelay(on), 0);
+            EXPECT_EQ(option(udp, SOL_SOCKET, SO_BROADCAST), on);
+            EXPECT_EQ(option(client, SOL_SOCKET, SO_REUSEADDR), on);
+            EXPECT_EQ(option(client, IPPROTO_TCP, TCP_NODELAY), on);
+        }
         EXPECT_TRUE(udp.sendBufferSize() == 40000 && udp.receiveBufferSize() == 40000);
     }
     EXPECT_TRUE(UDPSocket().sendBufferSize() == -1 && ClientSocket().setNoDelay(true) == -1);

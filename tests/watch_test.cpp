@@ -201,7 +201,14 @@ TEST_F(WatchTest, WhatRemainsOfADescriptorsWatchesKeepsItsReadinessAlone) {
     ends.send();
     poll();
     EXPECT_GT(reads, 0);
-    loop.removeWatch(newest);
+    Ends other;
+    ASSERT_EQ(dup2(other.ends[0], ends.ends[0]), ends.ends[0]);  // under the watch, which is stale
+    const long renewed = watch(ends.ends[0], [&] { ++writes; });
+    EXPECT_NE(renewed, 0);
+    other.send();
+    poll();
+    EXPECT_GT(writes, 0);
+    loop.removeWatch(newest), loop.removeWatch(renewed);
 }
 
 // As when a connection ends in the task of one of its watches, with the last reference to it.
@@ -404,6 +411,9 @@ TEST_F(WatchTest, LoopThatHasNothingToDoDoesNotWake) {
         ASSERT_TRUE(loop.start());
         if (watching) watch(ends.ends[0], fail);
         loop.addTimer(makeRunnable(fail), 3600 * 1000, true);
+        const clock_t used = clock();  // of a loop that nobody has posted to yet
+        SystemUtil::sleep(300);
+        EXPECT_LT(clock() - used, CLOCKS_PER_SEC / 30);
         const auto switches = [this] {
             rusage usage{};
             call([&] { getrusage(RUSAGE_THREAD, &usage); });
