@@ -95,8 +95,11 @@ TEST(Serialization, ReadsEveryShapeByTheTypeOfItsParts) {
         {R"([{"a":1}])", "{}"},
     };
     LogCapture log;
-    for (const auto& [text, record] : kCases)
-        EXPECT_EQ(Serialization::serialize(Serialization::deserialize(text)), record) << text;
+    for (const auto& [text, record] : kCases) {
+        const D read = Serialization::deserialize(text);
+        EXPECT_EQ(Serialization::serialize(read), record) << text;
+        EXPECT_TRUE(!read.hasKey("none") && read.getType("none") == D::TYPE_NONE) << text;
+    }
     EXPECT_EQ(Serialization::deserialize(R"({"a":"\u00fc\ud83d\ude00\"\\\/\b"})").getString("a"),
               "ü😀\"\\/\b");
     EXPECT_EQ(Serialization::serializeArray(
