@@ -119,6 +119,7 @@ class Task : public Runnable {
             _plan.object->here.fetch_sub(1, std::memory_order_relaxed);
         }
         if (_plan.budget > 0 && _random.oneIn(4)) operate(0, nullptr);
+        _plan.body = nullptr;  // with what it holds, which is expected back
         deleted.fetch_add(1, std::memory_order_release);
     }
     void run() override {
@@ -144,7 +145,7 @@ class Task : public Runnable {
         perform({_random, _plan.home, budget, object, nullptr});
     }
 
-    const Plan _plan;
+    Plan _plan;
     Random _random;
     const unsigned _generation;
     uint64_t _due;
@@ -358,7 +359,7 @@ struct Operation {
     {"watches", [](const Actor& a) { useWatch(a.random); }},
     {"own loops", [](const Actor& a) { useOwn(a.random); }},
     {"lists", [](const Actor& a) { useMany(*a.driver); }},
-    {"services", [](const Actor& a) { useServices(a.random); }},
+    {"services", [](const Actor& a) { useServices(std::string(1 + a.random.below(100), 'b')); }},
 };
 // clang-format on
 
