@@ -158,18 +158,22 @@ class BufferPrinter:
             yield "parameter", values
 
 
+def in_blocks(block):
+    """The entries of a dictionary, from its first block on."""
+    while int(block) != 0:
+        order = (block + 1).cast(gdb.lookup_type("unsigned char").pointer()) + int(block["_capacity"])
+        yield from (block["_entries"][int(order[i])] for i in range(int(block["_count"])))
+        block = block["_next"]
+
+
 class DictionaryPrinter:
     def __init__(self, value):
         self._entries = []  # keys and values in turn
-        for maps in filter(None, children(value["_maps"])):  # the pointer to all, perhaps null
-            self._add(maps.dereference())
-            for arrays in filter(None, children(maps["_arrays"])):
-                self._add(arrays.dereference())
-
-    def _add(self, maps):
-        for each in maps.type.fields():
-            if each.name.endswith("Dictionary"):
-                self._entries += children(maps[each.name].cast(each.type.fields()[0].type))
+        first = children(value["_blocks"])  # the pointer to it, perhaps null
+        entries = in_blocks(first[0]) if first else []
+        for entry in sorted(entries, key=lambda entry: int(entry["value"]["_M_index"])):
+            held = gdb.default_visualizer(entry["value"]).contained_value  # the printer's of variants
+            self._entries += [entry["key"], held]
 
     def to_string(self):
         return f"Dictionary, keys: {len(self._entries) // 2}"

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "export.h"
@@ -96,27 +97,31 @@ class NIVUR_EXPORT Dictionary {
   private:
     friend class JsonReader;
     friend class JsonWriter;
-    template <class Value, ValueType kTag>
-    struct TypedMap;
-    struct Maps;
-    struct ArrayMaps;
-
-    template <class Group>
-    Group* find() const;
-    template <class Group>
-    Group& make();
-    void eraseOriginalValue(const std::string& key, const void* exceptIn = nullptr);
-    template <class Visitor>
-    void eachMap(Visitor visit) const;
-    template <class Group, class Map>
-    typename Map::mapped_type valueOf(Map Group::*map, const std::string& key) const;
-    template <class Group, class Map>
-    void store(Map Group::*map, const std::string& key, typename Map::mapped_type value);
-
+    struct Entry;
+    class Block;
+    struct Place;
+    struct NestedCopies;
+    class Walk;
     struct Drop {
-        void operator()(Maps* maps) const noexcept;
+        void operator()(Block* blocks) const noexcept;
     };
-    std::unique_ptr<Maps, Drop> _maps;  // null when nothing was stored yet
+
+    Block* blockOf(std::string_view key) const;
+    Entry* find(std::string_view key) const;
+    template <class Value>
+    Value valueOf(const std::string& key) const;
+    template <class Value>
+    Value& put(std::string_view key, Value&& value);
+    Place makeRoom(Block* block, std::string_view key);
+    Place makeRoomAt(Place place, std::string_view key);
+    Block* grow();
+    Place split(Place place, std::string_view key);
+    void eraseKey(std::string_view key);
+    void removeBlock(std::string_view key);
+    void copyEntries(const Dictionary& from, NestedCopies& pending);
+    void copyEntry(const Entry& entry, const Place& to, NestedCopies& pending);
+
+    std::unique_ptr<Block, Drop> _blocks;  // the first; null when nothing was stored yet
 };
 
 }  // namespace NIVUR

@@ -29,13 +29,15 @@ struct Objects : World {
     Objects() {
         center.registerEventHandler("x", &first);
         called = &loop;
+        for (int i = 0; i < 64; ++i)
+            full.setBoolean("key " + std::to_string(10 + i), true);
     }
     ~Objects() { called = nullptr; }
     /// What an operation changes wholly or not at all.
     std::string state() {
         events = 0;
         center.sendEvent(Event("x"), nullptr);
-        return Serialization::serialize(record) + std::to_string(events) + ' ' +
+        return Serialization::serializeArray({record, full}) + std::to_string(events) + ' ' +
                std::to_string(bytes.size() * 100 + size_t{10} * buffers.freeCount() +
                               parameter.size());
     }
@@ -45,6 +47,7 @@ struct Objects : World {
     EventCenter center;
     Parameter parameter;
     Dictionary record = everyType();
+    Dictionary full;  // of as many keys as one block has room for
     std::vector<uint8_t> bytes;
 };
 
@@ -73,6 +76,8 @@ const std::pair<const char*, const char* (*)(Objects&)> kScenarios[] = {
      }},
     {"ring", [](Objects&) { return either(RingBuffer(64, kLong).write("x", 1) == 0, true); }},
     {"record", [](Objects& w) { return w.record.setObjectArray("string", {w.record}), "done"; }},
+    {"record, within", [](Objects& w) { return w.full.setString("key 1" + kLong, kLong), "done"; }},
+    {"record, at the end", [](Objects& w) { return w.full.setString("z" + kLong, kLong), "done"; }},
     {"copy", [](Objects& w) { return w.record = Dictionary(everyType()), "done"; }},
     {"keys", [](Objects& w) { return either(w.record.allKeys().size() >= 10); }},
     {"write JSON",

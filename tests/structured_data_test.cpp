@@ -9,6 +9,7 @@
 #include <clocale>
 #include <cmath>
 #include <ctime>
+#include <map>
 
 #include "support/log_capture.h"
 
@@ -23,6 +24,39 @@ std::string nested(int levels, const std::string& value) {
     for (int level = levels - 1; level >= 0; --level)
         text.insert(0, level % 3 == 2 ? "[" : R"({"a": )").append(level % 3 == 2 ? "]" : "}");
     return text;
+}
+
+TEST(Dictionary, KeepsManyKeysInOrderHoweverTheyComeAndGo) {
+    using Model = std::map<std::string, long long>;
+    const auto isSame = [](const D& record, const Model& model) {
+        auto next = model.begin();
+        for (const std::string& key : record.allKeys()) {
+            if (next == model.end() || *next != Model::value_type(key, record.getInteger(key)))
+                return false;
+            ++next;
+        }
+        return next == model.end() && record.size() == model.size();
+    };
+    for (const int step : {1, 999, 389}) {  // upwards, downwards, scattered
+        D record, copy;
+        Model model, modelOfCopy;
+        for (int i = 0; i < 4000; ++i) {  // all keys are set, most erased, all set, all erased
+            const std::string key = std::to_string(10000 + i * step % 1000);
+            if (i / 1000 % 2 == 0) {
+                record.setInteger(key, i);
+                model[key] = i;
+            } else if (i >= 3000 || i % 100 != 0) {
+                record.erase(key);
+                model.erase(key);
+            }
+            if (i % 500 == 0) {
+                EXPECT_TRUE(isSame(record, model) && isSame(copy, modelOfCopy)) << step << ',' << i;
+                copy = record;
+                modelOfCopy = model;
+            }
+        }
+        EXPECT_TRUE(isSame(record, Model()) && isSame(copy, modelOfCopy));
+    }
 }
 
 TEST(Serialization, NestingCostsNoStackInAnyDirection) {

@@ -1,12 +1,11 @@
 #include "private/json_reader.h"
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 #include <type_traits>
 #include <utility>
 
-#include "private/dictionary_maps.h"
+#include "private/dictionary_entries.h"
 
 namespace NIVUR {
 
@@ -27,44 +26,7 @@ long long throughDouble(long long value) {
                                                            : static_cast<long long>(asDouble);
 }
 
-template <class Word>
-std::uint64_t load(const char* text) {
-    Word word;
-    std::memcpy(&word, text, sizeof(word));
-    return word;
-}
-
-/// Of a key's length and of up to eight bytes at either end.
-std::uint64_t hashOf(const JsonString& key) {
-    const char* const end = key.text + key.size;
-    std::uint64_t hash = key.size;
-    if (key.size >= 8) {
-        hash += load<std::uint64_t>(key.text) * 3 + load<std::uint64_t>(end - 8);
-    } else if (key.size >= 4) {
-        hash += load<std::uint32_t>(key.text) * 3 + (load<std::uint32_t>(end - 4) << 32);
-    } else {
-        for (const char* next = key.text; next < end; ++next) {
-            hash = (hash << 8) + load<std::uint8_t>(next);
-        }
-    }
-    constexpr std::uint64_t kGoldenRatio = 0x9E3779B97F4A7C15;  // Fibonacci hashing, Knuth 6.4
-    return hash * kGoldenRatio >> 56;
-}
-
 }  // namespace
-
-bool KnownKeys::add(const JsonString& key) {
-    if (key.shrinkage > 0) {  // the key may have other spellings
-        _bits.fill(~std::uint64_t{0});
-        return true;
-    }
-    const std::uint64_t hash = hashOf(key);
-    std::uint64_t& bits = _bits[static_cast<std::size_t>(hash / 64) % _bits.size()];
-    const std::uint64_t bit = std::uint64_t{1} << (hash % 64);
-    const bool isKnown = (bits & bit) != 0;
-    bits |= bit;
-    return isKnown;
-}
 
 bool JsonReader::read(Dictionary& record) {
     return readText(Members{&record}, Dropped());
@@ -172,70 +134,61 @@ bool JsonReader::readValue(Token token) {
     }
 }
 
-/// Adds a value under the current key, which the record does not have.
-template <class Group, class Map>
-typename Map::mapped_type& JsonReader::add(Dictionary& record, Map Group::*map,
-                                           typename Map::mapped_type value) {
-    Map& values = record.make<Group>().*map;
-    // Keys are often in order.
-    return values.emplace_hint(values.end(), _key.value(), std::move(value))->second;
+/// The key of the member that is being read.
+std::string_view JsonReader::key() {
+    if (_key.shrinkage == 0) {
+        return {_key.text, _key.size};
+    }
+    _unescaped = _key.value();
+    return _unescaped;
 }
 
-template <class Map>
-JsonReader::Target JsonReader::addArray(Dictionary& record, Map Dictionary::ArrayMaps::*map) {
-    using Value = typename Map::mapped_type::value_type;
-    auto& values = add(record, map, {});
+template <class Value>
+JsonReader::Target JsonReader::addArray(Dictionary& record) {
+    auto& values = record.put(key(), std::vector<Value>());
     if constexpr (!std::is_same_v<Value, Dictionary>) {
         values.reserve(_scanner.elementsAhead());  // growing would take three times the memory
     }
     return Elements<Value>{&values};
 }
 
-/// The last of equal names counts, also when nothing comes of its value.
-void JsonReader::eraseEarlier(Dictionary& record) {
-    if (_levels.back().keys.add(_key)) {
-        record.erase(_key.value());
-    }
-}
-
 /// Where the elements of an array go that begins with that token.
 JsonReader::Target JsonReader::decide(Dictionary& record, Token token) {
-    using Maps = Dictionary::ArrayMaps;
     switch (token) {
         case Token::BEGIN_OBJECT:
-            return addArray(record, &Maps::_objectArrayDictionary);
+            return addArray<Dictionary>(record);
         case Token::STRING:
-            return addArray(record, &Maps::_stringArrayDictionary);
+            return addArray<std::string>(record);
         case Token::INTEGER:
-            return addArray(record, &Maps::_integerArrayDictionary);
+            return addArray<long long>(record);
         case Token::REAL:
-            return addArray(record, &Maps::_decimalArrayDictionary);
+            return addArray<long double>(record);
         case Token::TRUE:
         case Token::FALSE:
-            return addArray(record, &Maps::_booleanArrayDictionary);
+            return addArray<bool>(record);
         default:
             return Dropped();
     }
 }
 
 void JsonReader::store(Members target, Token token) {
-    using Maps = Dictionary::Maps;
-    eraseEarlier(*target.record);
+    Dictionary& record = *target.record;
     switch (token) {
         case Token::STRING:
-            add(*target.record, &Maps::_stringDictionary, _scanner.string().value());
+            record.put(key(), _scanner.string().value());
             break;
         case Token::INTEGER:
-            add(*target.record, &Maps::_integerDictionary, to32Bits(_scanner.integer()));
+            record.put<long long>(key(), to32Bits(_scanner.integer()));
             break;
         case Token::REAL:
-            add(*target.record, &Maps::_decimalDictionary, _scanner.real());
+            record.put<long double>(key(), _scanner.real());
             break;
         case Token::TRUE:
         case Token::FALSE:
-            add(*target.record, &Maps::_booleanDictionary, token == Token::TRUE);
+            record.put(key(), token == Token::TRUE);
             break;
         default:
+            record.eraseKey(key());
             break;
     }
 }
@@ -266,11 +219,11 @@ void JsonReader::store(Elements<Value> target, Token token) {
 }
 
 JsonReader::Target JsonReader::open(Members target, Token token) {
-    eraseEarlier(*target.record);
     if (token == Token::BEGIN_ARRAY) {
+        target.record->eraseKey(key());  // the last of equal names counts, also when it is dropped
         return Undecided{target.record};
     }
-    return Members{&add(*target.record, &Dictionary::Maps::_objectDictionary, {})};
+    return Members{&target.record->put(key(), Dictionary())};
 }
 
 JsonReader::Target JsonReader::open(Records target, Token token) {

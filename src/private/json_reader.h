@@ -1,10 +1,9 @@
 #ifndef NIVUR_PRIVATE_JSON_READER_H
 #define NIVUR_PRIVATE_JSON_READER_H
 
-#include <array>
 #include <cstddef>
-#include <cstdint>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -12,16 +11,6 @@
 #include "private/json_scanner.h"
 
 namespace NIVUR {
-
-/// Tells quickly that a key is new to a record, as most are: a Bloom filter with one hash function.
-class KnownKeys {
-  public:
-    /// Adds a key; false if it was certainly not there.
-    bool add(const JsonString& key);
-
-  private:
-    std::array<std::uint64_t, 4> _bits{};
-};
 
 /// Reads JSON text, putting each value where it stays. It keeps a list of the objects and arrays
 /// that are open, so that nesting costs no stack. Not thread-safe; one reader reads one text.
@@ -66,7 +55,6 @@ class JsonReader {
         Level(Token token, Target contents) : end(token), target(contents) {}
         Token end;
         Target target;
-        KnownKeys keys;  // of an object
     };
 
     bool readText(Target object, Target array);
@@ -75,12 +63,9 @@ class JsonReader {
     bool readValue(Token token);
     bool refuse(const char* message);
 
-    template <class Group, class Map>
-    typename Map::mapped_type& add(Dictionary& record, Map Group::*map,
-                                   typename Map::mapped_type value);
-    template <class Map>
-    Target addArray(Dictionary& record, Map Dictionary::ArrayMaps::*map);
-    void eraseEarlier(Dictionary& record);
+    std::string_view key();
+    template <class Value>
+    Target addArray(Dictionary& record);
     Target decide(Dictionary& record, Token token);
 
     // What comes of a scalar, and where the contents of an object or array go, by the target of the
@@ -113,6 +98,7 @@ class JsonReader {
     JsonScanner _scanner;
     std::vector<Level> _levels;
     JsonString _key;          // of the member that is being read
+    std::string _unescaped;   // the key, if it has escapes
     bool _isOpening = false;  // nothing was read since the innermost object or array began
 };
 

@@ -101,24 +101,28 @@ std::string JsonWriter::finish() {
     return _isTooDeep ? std::string() : std::move(_text);
 }
 
+/// Whether JSON can carry a member.
+bool JsonWriter::isCarried(const Dictionary::Entry& entry) {
+    return fitsJson(entry.key) &&
+           std::visit([](const auto& value) { return fitsJson(value); }, entry.value);
+}
+
 /// Writes members up to the next object or array of objects, which is then open, or to the end.
 void JsonWriter::writeNext(Members& members) {
-    const ArrayMaps* const arrays = members.maps != nullptr ? members.maps->_arrays.get() : nullptr;
-    if (members.maps != nullptr && members.object != members.maps->_objectDictionary.end()) {
-        const auto& [key, value] = *members.object++;
-        return writeMember(key, value);
-    }
-    if (arrays != nullptr && !members.hasArrays) {
-        members.hasArrays = true;
-        members.array = arrays->_objectArrayDictionary.begin();
-        writeMembers(arrays->_stringArrayDictionary);
-        writeMembers(arrays->_integerArrayDictionary);
-        writeMembers(arrays->_decimalArrayDictionary);
-        writeMembers(arrays->_booleanArrayDictionary);
-    }
-    if (arrays != nullptr && members.array != arrays->_objectArrayDictionary.end()) {
-        const auto& [key, value] = *members.array++;
-        return writeMember(key, value);
+    const std::size_t depth = _open.size();
+    while (const Dictionary::Entry* const entry = members.rest.next()) {
+        const Names* const names = members.names.get();
+        if (!isCarried(*entry) || (names != nullptr && names->at(entry->key.c_str()) != entry)) {
+            continue;
+        }
+        separate();
+        put(entry->key);
+        _text += ':';
+        _text += ' ';
+        std::visit([this](const auto& value) { put(value); }, entry->value);
+        if (_open.size() > depth) {
+            return;  // `members` may have moved
+        }
     }
     _open.pop_back();
     end('}');
@@ -133,63 +137,34 @@ void JsonWriter::writeNext(Elements& elements) {
     end(']');
 }
 
-template <class Map>
-void JsonWriter::writeMembers(const Map& members) {
-    for (const auto& [key, value] : members) {
-        writeMember(key, value);
-    }
-}
-
-/// The record if some keys have a NUL, where their names end: members may have one name then.
-const Dictionary* JsonWriter::withCutKeys(const Dictionary& record) {
-    bool found = false;
-    record.eachMap([&found](const auto& map) {
-        for (const auto& member : map) {
-            found = found || member.first.find('\0') != std::string::npos;
-        }
-    });
-    return found ? &record : nullptr;
-}
-
-/// Whether a later member has the name of this one.
-bool JsonWriter::isReplaced(const Dictionary& record, const std::string& key, const void* value) {
-    const std::string name = key.c_str();
-    const void* last = nullptr;
-    record.eachMap([&](const auto& map) {
-        for (auto next = map.lower_bound(name + '\1');
-             next != map.begin() && (--next)->first.c_str() == name;) {
-            if (fitsJson(next->second)) {
-                last = &next->second;
-                break;
+bool JsonWriter::hasCutNames(const Dictionary& record) {
+    const Dictionary::Block* block = record._blocks.get();
+    for (; block != nullptr; block = block->_next) {
+        for (unsigned int place = 0; place < block->count(); ++place) {
+            if ((*block)[place].key.find('\0') != std::string::npos) {
+                return true;
             }
         }
-    });
-    return last != value;
+    }
+    return false;
 }
 
-template <class Value>
-void JsonWriter::writeMember(const std::string& key, const Value& value) {
-    const Dictionary* const cut = std::get<Members>(_open.back()).cut;
-    if (fitsJson(key) && fitsJson(value) && (cut == nullptr || !isReplaced(*cut, key, &value))) {
-        separate();
-        put(key);
-        _text += ':';
-        _text += ' ';
-        put(value);
+JsonWriter::Names JsonWriter::namesOf(const Dictionary& record) {
+    Names names;
+    Dictionary::Walk walk(record);
+    while (const Dictionary::Entry* const entry = walk.next()) {
+        if (isCarried(*entry)) {
+            names[entry->key.c_str()] = entry;
+        }
     }
+    return names;
 }
 
 void JsonWriter::put(const Dictionary& value) {
-    const Maps* const maps = value.find<Maps>();
     begin('{');
-    _open.emplace_back(Members{maps});
-    if (maps != nullptr) {
-        std::get<Members>(_open.back()).cut = withCutKeys(value);
-        std::get<Members>(_open.back()).object = maps->_objectDictionary.begin();
-        writeMembers(maps->_stringDictionary);
-        writeMembers(maps->_integerDictionary);
-        writeMembers(maps->_decimalDictionary);
-        writeMembers(maps->_booleanDictionary);
+    _open.emplace_back(Members{Dictionary::Walk(value), nullptr});
+    if (hasCutNames(value)) {
+        std::get<Members>(_open.back()).names = std::make_unique<Names>(namesOf(value));
     }
 }
 

@@ -1,12 +1,15 @@
 #ifndef NIVUR_PRIVATE_JSON_WRITER_H
 #define NIVUR_PRIVATE_JSON_WRITER_H
 
+#include <map>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
 #include "dictionary.h"
-#include "private/dictionary_maps.h"
+#include "private/dictionary_entries.h"
 
 namespace NIVUR {
 
@@ -25,16 +28,14 @@ class JsonWriter {
     bool isTooDeep() const { return _isTooDeep; }
 
   private:
-    using Maps = Dictionary::Maps;
-    using ArrayMaps = Dictionary::ArrayMaps;
+    /// The members that are written, by their names: the last of those whose keys are the same up
+    /// to a NUL, where names end.
+    using Names = std::map<std::string_view, const Dictionary::Entry*>;
 
     // What is left to be written of an object or an array.
     struct Members {
-        const Maps* maps;  // null if there are none
-        decltype(Maps::_objectDictionary)::const_iterator object{};
-        decltype(ArrayMaps::_objectArrayDictionary)::const_iterator array{};
-        bool hasArrays = false;           // the arrays have been reached
-        const Dictionary* cut = nullptr;  // the record, if any of its keys has a NUL
+        Dictionary::Walk rest;
+        std::unique_ptr<Names> names;  // null if no key has a NUL
     };
     struct Elements {
         const Dictionary* next;
@@ -44,13 +45,9 @@ class JsonWriter {
     std::string finish();
     void writeNext(Members& members);
     void writeNext(Elements& elements);
-    template <class Map>
-    void writeMembers(const Map& members);
-    template <class Value>
-    void writeMember(const std::string& key, const Value& value);
-
-    static const Dictionary* withCutKeys(const Dictionary& record);
-    static bool isReplaced(const Dictionary& record, const std::string& key, const void* value);
+    static bool isCarried(const Dictionary::Entry& entry);
+    static bool hasCutNames(const Dictionary& record);
+    static Names namesOf(const Dictionary& record);
 
     // Writes a value, or the beginning of one that may nest.
     void put(const std::string& value);
