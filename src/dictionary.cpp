@@ -1,7 +1,5 @@
 #include "dictionary.h"
 
-#include <type_traits>
-#include <utility>
 #include <variant>
 
 #include "private/dictionary_entries.h"
@@ -27,13 +25,7 @@ Dictionary& Dictionary::operator=(Dictionary&& other) noexcept = default;
 Dictionary::~Dictionary() = default;
 
 Dictionary::Dictionary(const Dictionary& other) {
-    NestedCopies pending;
-    copyEntries(other, pending);
-    while (!pending.empty()) {
-        const auto [from, to] = pending.back();
-        pending.pop_back();
-        to->copyEntries(*from, pending);
-    }
+    Entries(*this).copy(other);
 }
 
 Dictionary& Dictionary::operator=(const Dictionary& other) {
@@ -45,18 +37,18 @@ unsigned int Dictionary::size() const {
 }
 
 bool Dictionary::hasKey(const std::string& key) const {
-    return find(key) != nullptr;
+    return Entries::find(*this, key) != nullptr;
 }
 
 Dictionary::ValueType Dictionary::getType(const std::string& key) const {
-    const Entry* const entry = find(key);
+    const Entry* const entry = Entries::find(*this, key);
     return entry != nullptr ? kTypes[entry->value.index()] : TYPE_NONE;
 }
 
 std::vector<std::string> Dictionary::allKeys() const {
     std::vector<std::string> keys;
     keys.reserve(size());
-    Walk walk(*this);
+    Entries::Walk walk(*this);
     while (const Entry* const entry = walk.next()) {
         keys.push_back(entry->key);
     }
@@ -64,98 +56,91 @@ std::vector<std::string> Dictionary::allKeys() const {
 }
 
 void Dictionary::erase(const std::string& key) {
-    eraseKey(key);
+    Entries(*this).erase(key);
 }
 
 void Dictionary::clear() {
     _blocks.reset();
 }
 
-template <class Value>
-Value Dictionary::valueOf(const std::string& key) const {
-    const Entry* const entry = find(key);
-    const Value* const value = entry != nullptr ? std::get_if<Value>(&entry->value) : nullptr;
-    return value != nullptr ? *value : Value();
-}
-
 std::string Dictionary::getString(const std::string& key) const {
-    return valueOf<std::string>(key);
+    return Entries::get<std::string>(*this, key);
 }
 
 long long Dictionary::getInteger(const std::string& key) const {
-    return valueOf<long long>(key);
+    return Entries::get<long long>(*this, key);
 }
 
 long double Dictionary::getDecimal(const std::string& key) const {
-    return valueOf<long double>(key);
+    return Entries::get<long double>(*this, key);
 }
 
 bool Dictionary::getBoolean(const std::string& key) const {
-    return valueOf<bool>(key);
+    return Entries::get<bool>(*this, key);
 }
 
 Dictionary Dictionary::getObject(const std::string& key) const {
-    return valueOf<Dictionary>(key);
+    return Entries::get<Dictionary>(*this, key);
 }
 
 std::vector<std::string> Dictionary::getStringArray(const std::string& key) const {
-    return valueOf<std::vector<std::string>>(key);
+    return Entries::get<std::vector<std::string>>(*this, key);
 }
 
 std::vector<long long> Dictionary::getIntegerArray(const std::string& key) const {
-    return valueOf<std::vector<long long>>(key);
+    return Entries::get<std::vector<long long>>(*this, key);
 }
 
 std::vector<long double> Dictionary::getDecimalArray(const std::string& key) const {
-    return valueOf<std::vector<long double>>(key);
+    return Entries::get<std::vector<long double>>(*this, key);
 }
 
 std::vector<bool> Dictionary::getBooleanArray(const std::string& key) const {
-    return valueOf<std::vector<bool>>(key);
+    return Entries::get<std::vector<bool>>(*this, key);
 }
 
 std::vector<Dictionary> Dictionary::getObjectArray(const std::string& key) const {
-    return valueOf<std::vector<Dictionary>>(key);
+    return Entries::get<std::vector<Dictionary>>(*this, key);
 }
 
 void Dictionary::setString(const std::string& key, const std::string& value) {
-    put(key, std::string(value));
+    Entries(*this).put(key, value);
 }
 
 void Dictionary::setInteger(const std::string& key, long long value) {
-    put(key, std::move(value));
+    Entries(*this).put(key, value);
 }
 
 void Dictionary::setDecimal(const std::string& key, long double value) {
-    put(key, std::move(value));
+    Entries(*this).put(key, value);
 }
 
 void Dictionary::setBoolean(const std::string& key, bool value) {
-    put(key, std::move(value));
+    Entries(*this).put(key, value);
 }
 
 void Dictionary::setObject(const std::string& key, const Dictionary& value) {
-    put(key, Dictionary(value));
+    Entries(*this).put(key, value);
 }
 
 void Dictionary::setStringArray(const std::string& key, const std::vector<std::string>& value) {
-    put(key, std::vector<std::string>(value));
+    Entries(*this).put(key, value);
 }
 
 void Dictionary::setIntegerArray(const std::string& key, const std::vector<long long>& value) {
-    put(key, std::vector<long long>(value));
+    Entries(*this).put(key, value);
 }
 
 void Dictionary::setDecimalArray(const std::string& key, const std::vector<long double>& value) {
-    put(key, std::vector<long double>(value));
+    Entries(*this).put(key, value);
 }
 
 void Dictionary::setBooleanArray(const std::string& key, const std::vector<bool>& value) {
-    put(key, std::vector<bool>(value));
+    Entries(*this).put(key, value);
 }
 
 void Dictionary::setObjectArray(const std::string& key, const std::vector<Dictionary>& value) {
-    put(key, std::vector<Dictionary>(value));
+    Entries(*this).put(key, value);
 }
 
 }  // namespace NIVUR

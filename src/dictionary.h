@@ -3,7 +3,6 @@
 
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "export.h"
@@ -99,29 +98,13 @@ class NIVUR_EXPORT Dictionary {
     friend class JsonWriter;
     struct Entry;
     class Block;
-    struct Place;
-    struct NestedCopies;
-    class Walk;
+    class Entries;
     struct Drop {
         void operator()(Block* blocks) const noexcept;
     };
+    using Blocks = std::unique_ptr<Block, Drop>;
 
-    Block* blockOf(std::string_view key) const;
-    Entry* find(std::string_view key) const;
-    template <class Value>
-    Value valueOf(const std::string& key) const;
-    template <class Value>
-    Value& put(std::string_view key, Value&& value);
-    Place makeRoom(Block* block, std::string_view key);
-    Place makeRoomAt(Place place, std::string_view key);
-    Block* grow();
-    Place split(Place place, std::string_view key);
-    void eraseKey(std::string_view key);
-    void removeBlock(std::string_view key);
-    void copyEntries(const Dictionary& from, NestedCopies& pending);
-    void copyEntry(const Entry& entry, const Place& to, NestedCopies& pending);
-
-    std::unique_ptr<Block, Drop> _blocks;  // the first; null when nothing was stored yet
+    Blocks _blocks;  // the first of a chain; null if the record is empty
 };
 
 }  // namespace NIVUR

@@ -20,7 +20,7 @@ std::uint64_t load(const char* text) {
 }
 
 template <class Entry>
-void relocate(Entry& from, Entry* to) noexcept {
+void relocate(Entry& from, Entry* to) noexcept {  // a template, as Entry is private
     new (to) Entry(std::move(from));
     std::destroy_at(&from);
 }
@@ -43,18 +43,33 @@ std::uint8_t hashOf(std::string_view key) {
     return static_cast<std::uint8_t>(hash * kGoldenRatio >> 56);
 }
 
-void* Dictionary::Block::operator new(std::size_t size, unsigned int capacity) {
-    static_assert(alignof(Entry) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+Dictionary::Blocks Dictionary::Block::make(unsigned int capacity) {
+    static_assert(alignof(Block) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
     static_assert(std::is_nothrow_move_constructible_v<Entry>);
-    return ::operator new(size + sizeOfBytes(capacity) + capacity * sizeof(Entry));
+    void* const memory =
+        ::operator new(sizeof(Block) + sizeOfBytes(capacity) + capacity * sizeof(Entry));
+    return Blocks(new (memory) Block(capacity));
 }
 
+// Nested records are destroyed one after the other, not each inside its parent's destructor: the
+// depth of nesting is unlimited, and each level would cost stack.
+void Dictionary::Block::deleteAll(Block* list) noexcept {
+    while (list != nullptr) {
+        Block* const block = list;
+        list = block->_next;
+        block->unlinkNested(list);
+        block->~Block();
+        ::operator delete(block);
+    }
+}
+
+/// The size of the hashes and the order, rounded up so that the entries after them are aligned.
 std::size_t Dictionary::Block::sizeOfBytes(std::size_t capacity) {
     return (2 * capacity + alignof(Entry) - 1) / alignof(Entry) * alignof(Entry);
 }
 
 Dictionary::Block::Block(unsigned int capacity) noexcept
-    : _entries(reinterpret_cast<Entry*>(hashes() + sizeOfBytes(capacity))),
+    : _entries(static_cast<Entry*>(static_cast<void*>(hashes() + sizeOfBytes(capacity)))),
       _capacity(static_cast<std::uint8_t>(capacity)) {}
 
 Dictionary::Block::~Block() {
@@ -79,7 +94,7 @@ Dictionary::Entry* Dictionary::Block::find(std::string_view key) const {
     return nullptr;
 }
 
-unsigned int Dictionary::Block::placeOf(std::string_view key) const {
+unsigned int Dictionary::Block::positionOf(std::string_view key) const {
     unsigned int begin = 0;
     unsigned int end = _count;
     while (begin < end) {
@@ -93,20 +108,20 @@ unsigned int Dictionary::Block::placeOf(std::string_view key) const {
     return begin;
 }
 
-void Dictionary::Block::addToOrder(unsigned int place, std::uint8_t hash) noexcept {
+void Dictionary::Block::addToOrder(unsigned int position, std::uint8_t hash) noexcept {
     std::uint8_t* const order = this->order();
-    if (place < _count) {
-        std::memmove(order + place + 1, order + place, _count - place);
+    if (position < _count) {
+        std::memmove(order + position + 1, order + position, _count - position);
     }
     hashes()[_count] = hash;
-    order[place] = _count++;
+    order[position] = _count++;
 }
 
-void Dictionary::Block::erase(unsigned int place) {
+void Dictionary::Block::erase(unsigned int position) {
     std::uint8_t* const order = this->order();
-    const std::uint8_t slot = order[place];
+    const std::uint8_t slot = order[position];
     const std::uint8_t last = --_count;
-    std::memmove(order + place, order + place + 1, last - place);
+    std::memmove(order + position, order + position + 1, last - position);
     std::destroy_at(_entries + slot);
     if (slot != last) {
         relocate(_entries[last], _entries + slot);
@@ -124,17 +139,17 @@ void Dictionary::Block::take(Block& smaller) noexcept {
     smaller._count = 0;
 }
 
-void Dictionary::Block::split(unsigned int place, Block& upper) noexcept {
+void Dictionary::Block::split(unsigned int position, Block& upper) noexcept {
     std::uint8_t* const order = this->order();
-    for (unsigned int moved = place; moved < _count; ++moved) {
+    for (unsigned int moved = position; moved < _count; ++moved) {
         relocate((*this)[moved], upper._entries + upper._count);
         upper.addToOrder(upper._count, hashes()[order[moved]]);
     }
-    _count = static_cast<std::uint8_t>(place);
-    const std::uint8_t* hole = order + place;
-    for (std::uint8_t* slot = order; slot < order + place; ++slot) {
-        if (*slot >= place) {
-            while (*hole >= place) {
+    _count = static_cast<std::uint8_t>(position);
+    const std::uint8_t* hole = order + position;
+    for (std::uint8_t* slot = order; slot < order + position; ++slot) {
+        if (*slot >= position) {
+            while (*hole >= position) {
                 ++hole;
             }
             relocate(_entries[*slot], _entries + *hole);
@@ -164,19 +179,13 @@ void Dictionary::Block::unlinkNested(Block*& list) {
     }
 }
 
-// Nested records are destroyed one after the other, not each inside its parent's destructor: the
-// depth of nesting would cost stack, and has no limit.
 void Dictionary::Drop::operator()(Block* blocks) const noexcept {
-    while (blocks != nullptr) {
-        const std::unique_ptr<Block> current(blocks);
-        blocks = current->_next;
-        current->unlinkNested(blocks);
-    }
+    Block::deleteAll(blocks);
 }
 
-/// The block where a key is, or would be; null if the record has none.
-Dictionary::Block* Dictionary::blockOf(std::string_view key) const {
-    Block* const first = _blocks.get();
+/// The block that holds the key, if any does; null if there are no blocks.
+Dictionary::Block* Dictionary::Entries::blockOf(const Blocks& blocks, std::string_view key) {
+    Block* const first = blocks.get();
     if (first == nullptr || !first->_index) {
         return first;
     }
@@ -184,46 +193,47 @@ Dictionary::Block* Dictionary::blockOf(std::string_view key) const {
     return next != first->_index->begin() ? std::prev(next)->second : first;
 }
 
-Dictionary::Entry* Dictionary::find(std::string_view key) const {
-    const Block* const block = blockOf(key);
+const Dictionary::Entry* Dictionary::Entries::find(const Dictionary& record, std::string_view key) {
+    const Block* const block = blockOf(record._blocks, key);
     return block != nullptr ? block->find(key) : nullptr;
 }
 
-/// Makes room for a new key, whose block that is.
-Dictionary::Place Dictionary::makeRoom(Block* block, std::string_view key) {
+/// Makes room for a new key in its block.
+Dictionary::Entries::Position Dictionary::Entries::makeRoom(Block* block, std::string_view key) {
     if (block == nullptr) {
-        _blocks.reset(new (kFew) Block(kFew));
+        _blocks = Block::make(kFew);
         return {_blocks.get(), 0};
     }
-    return makeRoomAt({block, block->placeOf(key)}, key);
+    return makeRoomAt({block, block->positionOf(key)}, key);
 }
 
-Dictionary::Place Dictionary::makeRoomAt(Place place, std::string_view key) {
-    if (place.block->count() == Block::kMost) {
-        return split(place, key);
+Dictionary::Entries::Position Dictionary::Entries::makeRoomAt(Position position,
+                                                              std::string_view key) {
+    if (position.block->count() == Block::kMost) {
+        return split(position, key);
     }
-    if (place.block->count() == place.block->capacity()) {
-        return {grow(), place.place};
+    if (position.block->count() == position.block->capacity()) {
+        return {grow(), position.inBlock};
     }
-    return place;
+    return position;
 }
 
 /// Doubles the capacity of the only block.
-Dictionary::Block* Dictionary::grow() {
-    const unsigned int capacity = std::min(2 * _blocks->capacity(), Block::kMost);
-    std::unique_ptr<Block, Drop> larger(new (capacity) Block(capacity));
+Dictionary::Block* Dictionary::Entries::grow() {
+    Blocks larger = Block::make(std::min(2 * _blocks->capacity(), Block::kMost));
     larger->_size = _blocks->_size;
     larger->take(*_blocks);
     _blocks = std::move(larger);
     return _blocks.get();
 }
 
-/// Puts a new block behind a full one, with half of its entries unless the key comes after all.
-Dictionary::Place Dictionary::split(Place place, std::string_view key) {
-    Block& full = *place.block;
-    const bool isLast = full._next == nullptr && place.place == Block::kMost;
+/// Inserts a block after a full one and moves half of its entries there, or none if the key comes
+/// after all others.
+Dictionary::Entries::Position Dictionary::Entries::split(Position position, std::string_view key) {
+    Block& full = *position.block;
+    const bool isLast = full._next == nullptr && position.inBlock == Block::kMost;
     const unsigned int kept = isLast ? Block::kMost : Block::kMost / 2;
-    std::unique_ptr<Block, Drop> owned(new (Block::kMost) Block(Block::kMost));
+    Blocks owned = Block::make(Block::kMost);
     if (!_blocks->_index) {
         _blocks->_index = std::make_unique<std::map<std::string, Block*, std::less<>>>();
     }
@@ -231,58 +241,69 @@ Dictionary::Place Dictionary::split(Place place, std::string_view key) {
     Block* const upper = owned.release();
     upper->_next = std::exchange(full._next, upper);
     full.split(kept, *upper);
-    return isLast || place.place > kept ? Place{upper, place.place - kept} : place;
+    return isLast || position.inBlock > kept ? Position{upper, position.inBlock - kept} : position;
 }
 
-void Dictionary::eraseKey(std::string_view key) {
-    Block* const block = blockOf(key);
+void Dictionary::Entries::erase(std::string_view key) {
+    Block* const block = blockOf(_blocks, key);
     if (block == nullptr || block->find(key) == nullptr) {
         return;
     }
     if (_blocks->_size == 1) {
-        return clear();
+        return _blocks.reset();
     }
     --_blocks->_size;
-    block->erase(block->placeOf(key));
+    block->erase(block->positionOf(key));
     if (block->count() == 0 && block != _blocks.get()) {
         removeBlock(key);
     }
 }
 
-/// Removes the empty block, not the first, where that key would be.
-void Dictionary::removeBlock(std::string_view key) {
+/// Deletes the key's block, which is empty and not the first.
+void Dictionary::Entries::removeBlock(std::string_view key) {
     auto& index = *_blocks->_index;
     const auto entry = std::prev(index.upper_bound(key));
-    const std::unique_ptr<Block> block(entry->second);
+    const Blocks block(entry->second);
     Block* const before = entry != index.begin() ? std::prev(entry)->second : _blocks.get();
-    before->_next = block->_next;
+    before->_next = std::exchange(block->_next, nullptr);
     index.erase(entry);
 }
 
-/// Copies the entries of a record to this one, which is empty, but for what nested records hold.
-void Dictionary::copyEntries(const Dictionary& from, NestedCopies& pending) {
+// Nested records are copied one after the other, as they are deleted.
+void Dictionary::Entries::copy(const Dictionary& from) {
+    Pending pending;
+    copyFlat(from, pending);
+    while (!pending.empty()) {
+        const auto [nested, copy] = pending.back();
+        pending.pop_back();
+        Entries(*copy).copyFlat(*nested, pending);
+    }
+}
+
+/// Copies the entries of a record, with empty records in place of nested ones. No entry moves once
+/// it is copied, since each is inserted at the end.
+void Dictionary::Entries::copyFlat(const Dictionary& from, Pending& pending) {
     if (from.size() == 0) {
         return;
     }
-    const unsigned int capacity = std::min(from.size(), Block::kMost);
-    _blocks.reset(new (capacity) Block(capacity));
-    Place end{_blocks.get(), 0};
+    _blocks = Block::make(std::min(from.size(), Block::kMost));
+    Position end{_blocks.get(), 0};
     for (const Block* block = from._blocks.get(); block != nullptr; block = block->_next) {
-        for (unsigned int place = 0; place < block->count(); ++place) {
-            const Entry& entry = (*block)[place];
+        for (unsigned int position = 0; position < block->count(); ++position) {
+            const Entry& entry = (*block)[position];
             end = makeRoomAt(end, entry.key);
             copyEntry(entry, end, pending);
             ++_blocks->_size;
-            ++end.place;
+            ++end.inBlock;
         }
     }
 }
 
-void Dictionary::copyEntry(const Entry& entry, const Place& to, NestedCopies& pending) {
+void Dictionary::Entries::copyEntry(const Entry& entry, const Position& to, Pending& pending) {
     const auto copy = [&](const auto& value) {
         using Value = std::decay_t<decltype(value)>;
-        const auto add = [&](Value&& added) -> Value& {
-            return to.block->insert(to.place, entry.key, std::move(added));
+        const auto add = [&](Value added) -> Value& {
+            return to.block->insert(to.inBlock, entry.key, std::move(added));
         };
         if constexpr (std::is_same_v<Value, Dictionary>) {
             pending.emplace_back(&value, &add(Dictionary()));
@@ -292,17 +313,17 @@ void Dictionary::copyEntry(const Entry& entry, const Place& to, NestedCopies& pe
                 pending.emplace_back(&value[i], &copies[i]);
             }
         } else {
-            add(Value(value));
+            add(value);
         }
     };
     std::visit(copy, entry.value);
 }
 
-const Dictionary::Entry* Dictionary::Walk::next() {
+const Dictionary::Entry* Dictionary::Entries::Walk::next() {
     while (_type < kTypes) {
-        for (; _block != nullptr; _block = _block->_next, _place = 0) {
-            while (_place < _block->count()) {
-                const Entry& entry = (*_block)[_place++];
+        for (; _block != nullptr; _block = _block->_next, _position = 0) {
+            while (_position < _block->count()) {
+                const Entry& entry = (*_block)[_position++];
                 const std::size_t type = entry.value.index();
                 if (type == _type) {
                     return &entry;

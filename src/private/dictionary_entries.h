@@ -16,19 +16,21 @@
 
 namespace NIVUR {
 
-// The entries of a record are in blocks of up to 64, each one allocation. Most records have one:
+// A record keeps its entries in blocks of up to 64. Each block is one allocation, and most records
+// have a single block:
 //
-//   _blocks -> | _count 3, _capacity 6, ... | hashes 7 4 9 - - - | order 1 0 2 - - - |
-//              | "m" | "a" | "z" |  -  |  -  |  -  |                (entries, as they came)
+//   _blocks -> | count 3, capacity 6, ... | hashes 7 4 9 - - - | order 1 0 2 - - - |
+//              | "m" | "a" | "z" |  -  |  -  |  -  |          (entries, in order of insertion)
 //
-// A key is found by its hash of one byte. Adding an entry moves only bytes of the order. A full
-// block is replaced by one of twice its size; at 64 it is split into halves, or, if the new key is
-// the record's last, followed by an empty block. Several blocks are chained in the order of their
-// keys, and the first has a tree that finds the block for a key:
+// A lookup compares the key's hash of one byte with all hashes of the block. An insertion moves no
+// entry, only bytes of the order. A full block is replaced by one of twice its capacity. At 64,
+// half of its entries move to a new block; if the new key is the record's greatest, none do, and
+// the new block holds that key alone. Several blocks are chained in the order of their keys, and
+// the first block has an index that maps the least key of each other block to that block:
 //
 //   _blocks -> | ..."f" | -> | "g"... | -> | "q"... |     _index: "g" -> 2nd, "q" -> 3rd
 //
-// So operations take logarithmic time, whatever keys are chosen and in which order they come.
+// Every operation on a key takes logarithmic time, for any keys in any order.
 
 /// A key and its value.
 struct Dictionary::Entry {
@@ -42,85 +44,115 @@ struct Dictionary::Entry {
     Value value;
 };
 
-/// Nested records that are yet to be copied, and where to.
-struct Dictionary::NestedCopies : std::vector<std::pair<const Dictionary*, Dictionary*>> {};
-
-/// Of a key's length and up to eight bytes at either end.
-std::uint8_t hashOf(std::string_view key);
-
-/// Entries with neighbouring keys.
+/// Up to 64 entries with neighbouring keys.
 class Dictionary::Block {
   public:
     static constexpr unsigned int kMost = 64;
 
-    static void* operator new(std::size_t size, unsigned int capacity);
-    static void operator delete(void* block) { ::operator delete(block); }
-    static void operator delete(void* block, unsigned int /*capacity*/) {
-        ::operator delete(block);
-    }
+    /// An empty block.
+    static Blocks make(unsigned int capacity);
+    /// Deletes the blocks of a list and all nested records.
+    static void deleteAll(Block* list) noexcept;
 
-    explicit Block(unsigned int capacity) noexcept;
     Block(const Block&) = delete;
     Block& operator=(const Block&) = delete;
-    ~Block();
 
     unsigned int count() const { return _count; }
     unsigned int capacity() const { return _capacity; }
 
-    /// The entry at a place in the order of the keys.
-    Entry& operator[](unsigned int place) { return _entries[order()[place]]; }
-    const Entry& operator[](unsigned int place) const { return _entries[order()[place]]; }
+    /// The entry at a position in the order of the keys.
+    Entry& operator[](unsigned int position) { return _entries[order()[position]]; }
+    const Entry& operator[](unsigned int position) const { return _entries[order()[position]]; }
 
     /// The entry of a key; null if there is none.
     Entry* find(std::string_view key) const;
 
-    /// The place of the first key that is not less.
-    unsigned int placeOf(std::string_view key) const;
+    /// The position of the first key that is not less.
+    unsigned int positionOf(std::string_view key) const;
 
-    /// Adds an entry at its place. There is room for it.
+    /// Inserts an entry at its position. The block must not be full.
     template <class Value>
-    Value& insert(unsigned int place, std::string_view key, Value&& value);
+    Value& insert(unsigned int position, std::string_view key, Value value);
 
-    void erase(unsigned int place);
+    void erase(unsigned int position);
 
-    /// Takes all entries of a smaller block; this one is empty.
+    /// Moves all entries of a smaller block to this one, which is empty.
     void take(Block& smaller) noexcept;
 
-    /// Moves the entries from a place on to a block that is empty and no smaller.
-    void split(unsigned int place, Block& upper) noexcept;
+    /// Moves the entries from `position` on to `upper`, which is empty and has room for them.
+    void split(unsigned int position, Block& upper) noexcept;
 
-    /// Moves what the nested records hold to the front of `list`.
-    void unlinkNested(Block*& list);
-
-    /// With greater keys; once the record is destroyed, of any record.
+    /// The block with the next greater keys; in deleteAll(), any other one.
     alignas(Entry) Block* _next = nullptr;
 
-    // Of the record, in its first block.
-    std::unique_ptr<std::map<std::string, Block*, std::less<>>> _index;  // null if that is the only
-    std::uint32_t _size = 0;                                             // of all blocks
+    // Of the whole record; used in its first block only.
+    std::unique_ptr<std::map<std::string, Block*, std::less<>>> _index;  // null: never split
+    std::uint32_t _size = 0;
 
   private:
+    explicit Block(unsigned int capacity) noexcept;
+    ~Block();
     static std::size_t sizeOfBytes(std::size_t capacity);
-    std::uint8_t* hashes() const {
+    std::uint8_t* hashes() const {  // in the order of the entries
         return reinterpret_cast<std::uint8_t*>(const_cast<Block*>(this) + 1);  // NOLINT
     }
     std::uint8_t* order() const { return hashes() + _capacity; }
-    void addToOrder(unsigned int place, std::uint8_t hash) noexcept;
+    void addToOrder(unsigned int position, std::uint8_t hash) noexcept;
+    void unlinkNested(Block*& list);
 
     Entry* const _entries;
     std::uint8_t _count = 0;
     const std::uint8_t _capacity;
 };
 
-/// Where an entry is to be added.
-struct Dictionary::Place {
-    Block* block;
-    unsigned int place;
+/// The operations on the entries of a record. They throw std::bad_alloc only; put() then leaves the
+/// entries as they were.
+class Dictionary::Entries {
+  public:
+    class Walk;
+
+    explicit Entries(Dictionary& record) : _blocks(record._blocks) {}
+
+    /// The entry of a key; null if there is none.
+    static const Entry* find(const Dictionary& record, std::string_view key);
+
+    /// A copy of the key's value; if it is of another type or absent, an empty one.
+    template <class Value>
+    static Value get(const Dictionary& record, std::string_view key);
+
+    /// Stores a value in place of the one that the key held. The result is valid until the next
+    /// change of the record.
+    template <class Value>
+    Value& put(std::string_view key, Value value);
+
+    void erase(std::string_view key);
+
+    /// Copies the entries of another record into this one, which is empty.
+    void copy(const Dictionary& from);
+
+  private:
+    struct Position {
+        Block* block;
+        unsigned int inBlock;
+    };
+    /// Nested records that are still to be copied, and their copies.
+    using Pending = std::vector<std::pair<const Dictionary*, Dictionary*>>;
+
+    static Block* blockOf(const Dictionary::Blocks& blocks, std::string_view key);
+    Position makeRoom(Block* block, std::string_view key);
+    Position makeRoomAt(Position position, std::string_view key);
+    Block* grow();
+    Position split(Position position, std::string_view key);
+    void removeBlock(std::string_view key);
+    void copyFlat(const Dictionary& from, Pending& pending);
+    static void copyEntry(const Entry& entry, const Position& to, Pending& pending);
+
+    Dictionary::Blocks& _blocks;
 };
 
-/// Goes through the entries of a record, which does not change meanwhile, in the order of
-/// allKeys(): once for each type that it holds.
-class Dictionary::Walk {
+/// Visits the entries of a record in the order of allKeys(), in one pass for each type that occurs.
+/// The record must not change meanwhile.
+class Dictionary::Entries::Walk {
   public:
     explicit Walk(const Dictionary& record) : _first(record._blocks.get()), _block(_first) {}
 
@@ -132,28 +164,37 @@ class Dictionary::Walk {
 
     const Block* const _first;
     const Block* _block;
-    unsigned int _place = 0;
+    unsigned int _position = 0;
     std::size_t _type = 0;
-    std::size_t _nextType = kTypes;  // the least that is above _type and was met
+    std::size_t _nextType = kTypes;  // the least type above _type that this pass has met
 };
 
+/// A hash of one byte, of the key's length and up to eight bytes at either end.
+std::uint8_t hashOf(std::string_view key);
+
 template <class Value>
-Value& Dictionary::Block::insert(unsigned int place, std::string_view key, Value&& value) {
+Value& Dictionary::Block::insert(unsigned int position, std::string_view key, Value value) {
     Entry* const entry = new (_entries + _count)
         Entry{std::string(key), Entry::Value(std::in_place_type<Value>, std::move(value))};
-    addToOrder(place, hashOf(key));
+    addToOrder(position, hashOf(key));
     return *std::get_if<Value>(&entry->value);
 }
 
-/// Stores a value, in place of what the key held.
 template <class Value>
-Value& Dictionary::put(std::string_view key, Value&& value) {
-    Block* const block = blockOf(key);
+Value Dictionary::Entries::get(const Dictionary& record, std::string_view key) {
+    const Entry* const entry = find(record, key);
+    const Value* const value = entry != nullptr ? std::get_if<Value>(&entry->value) : nullptr;
+    return value != nullptr ? *value : Value();
+}
+
+template <class Value>
+Value& Dictionary::Entries::put(std::string_view key, Value value) {
+    Block* const block = blockOf(_blocks, key);
     if (Entry* const entry = block != nullptr ? block->find(key) : nullptr) {
         return entry->value.emplace<Value>(std::move(value));
     }
-    const Place place = makeRoom(block, key);
-    Value& stored = place.block->insert(place.place, key, std::move(value));
+    const Position position = makeRoom(block, key);
+    Value& stored = position.block->insert(position.inBlock, key, std::move(value));
     ++_blocks->_size;
     return stored;
 }

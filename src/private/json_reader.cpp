@@ -145,7 +145,7 @@ std::string_view JsonReader::key() {
 
 template <class Value>
 JsonReader::Target JsonReader::addArray(Dictionary& record) {
-    auto& values = record.put(key(), std::vector<Value>());
+    auto& values = Dictionary::Entries(record).put(key(), std::vector<Value>());
     if constexpr (!std::is_same_v<Value, Dictionary>) {
         values.reserve(_scanner.elementsAhead());  // growing would take three times the memory
     }
@@ -172,23 +172,23 @@ JsonReader::Target JsonReader::decide(Dictionary& record, Token token) {
 }
 
 void JsonReader::store(Members target, Token token) {
-    Dictionary& record = *target.record;
+    Dictionary::Entries entries(*target.record);
     switch (token) {
         case Token::STRING:
-            record.put(key(), _scanner.string().value());
+            entries.put(key(), _scanner.string().value());
             break;
         case Token::INTEGER:
-            record.put<long long>(key(), to32Bits(_scanner.integer()));
+            entries.put<long long>(key(), to32Bits(_scanner.integer()));
             break;
         case Token::REAL:
-            record.put<long double>(key(), _scanner.real());
+            entries.put<long double>(key(), _scanner.real());
             break;
         case Token::TRUE:
         case Token::FALSE:
-            record.put(key(), token == Token::TRUE);
+            entries.put(key(), token == Token::TRUE);
             break;
         default:
-            record.eraseKey(key());
+            entries.erase(key());
             break;
     }
 }
@@ -219,11 +219,12 @@ void JsonReader::store(Elements<Value> target, Token token) {
 }
 
 JsonReader::Target JsonReader::open(Members target, Token token) {
+    Dictionary::Entries entries(*target.record);
     if (token == Token::BEGIN_ARRAY) {
-        target.record->eraseKey(key());  // the last of equal names counts, also when it is dropped
+        entries.erase(key());  // the last of equal names counts, also when it is dropped
         return Undecided{target.record};
     }
-    return Members{&target.record->put(key(), Dictionary())};
+    return Members{&entries.put(key(), Dictionary())};
 }
 
 JsonReader::Target JsonReader::open(Records target, Token token) {

@@ -151,7 +151,7 @@ bool JsonWriter::hasCutNames(const Dictionary& record) {
 
 JsonWriter::Names JsonWriter::namesOf(const Dictionary& record) {
     Names names;
-    Dictionary::Walk walk(record);
+    Dictionary::Entries::Walk walk(record);
     while (const Dictionary::Entry* const entry = walk.next()) {
         if (isCarried(*entry)) {
             names[entry->key.c_str()] = entry;
@@ -162,7 +162,7 @@ JsonWriter::Names JsonWriter::namesOf(const Dictionary& record) {
 
 void JsonWriter::put(const Dictionary& value) {
     begin('{');
-    _open.emplace_back(Members{Dictionary::Walk(value), nullptr});
+    _open.emplace_back(Members{Dictionary::Entries::Walk(value), nullptr});
     if (hasCutNames(value)) {
         std::get<Members>(_open.back()).names = std::make_unique<Names>(namesOf(value));
     }

@@ -34,7 +34,7 @@ class JsonWriter {
 
     // What is left to be written of an object or an array.
     struct Members {
-        Dictionary::Walk rest;
+        Dictionary::Entries::Walk rest;
         std::unique_ptr<Names> names;  // null if no key has a NUL
     };
     struct Elements {
