@@ -2,6 +2,8 @@
 
 #include <nivur/nivur.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <map>
@@ -84,12 +86,18 @@ std::vector<std::string> printAll(const Dictionary& d, const std::string& key, b
 }
 
 std::string print(const Dictionary& d, bool written) {
-    std::string text;
+    std::vector<std::array<std::string, 2>> members;
     for (const std::string& key : d.allKeys()) {
         const std::string name = print(key, written);
         const std::string value = printAll(d, key, written)[d.getType(key)];
-        if (!name.empty() && !value.empty()) text += name + ": " + value + ", ";
+        if (name.empty() || (value.empty() && d.getType(key) <= Dictionary::TYPE_OBJECT)) continue;
+        const auto isSame = [&](const auto& member) { return member[0] == name; };
+        members.erase(std::remove_if(members.begin(), members.end(), isSame), members.end());
+        members.push_back({name, value});  // the last of a name, an empty array too
     }
+    std::string text;
+    for (const auto& [name, value] : members)
+        text += value.empty() ? "" : name + ": " + value + ", ";
     return '{' + text + '}';
 }
 
@@ -130,12 +138,13 @@ auto list(Input& input, Make make) {
 void dictionary(Input& input) {
     using D = Dictionary;
     static const std::string kTexts[] = {
-        "", "a", "\xc3\xbc\x01\"", std::string("x\0y", 3), "\xff", "longer than a short string"};
+        "", "a", "\xc3\xbc\x01\"", std::string("x\0y", 3), "\xff", "longer than a short string",
+        "x"};
     D record;
     std::map<std::pair<unsigned, std::string>, std::string> model;  // in the order of allKeys()
     const auto integer = [&] { return input.number<long long>(); };
     const auto boolean = [&] { return input.below(2) == 1; };
-    const auto string = [&] { return kTexts[input.below(6)]; };
+    const auto string = [&] { return kTexts[input.below(7)]; };
     const auto object = [&] { return print(record, false).size() < 99 ? record : D(); };
     const auto decimal = [&] {
         return std::ldexp(static_cast<long double>(integer()), input.number<int16_t>());

@@ -96,16 +96,19 @@ TEST(Serialization, WritesWhatJsonCanCarry) {
     records[1].setString("ü\t", "\\/\x01 – 😀");
     records[2].setString("\xc0\x80", "not under a key that is not UTF-8");
     records[3].setStringArray("s", {"b", "\xed\xa0\x80", std::string("x\0y", 3)});
-    records[4].setDecimal(std::string("d\0y", 3), -0.1L);
+    records[4].setDecimal(std::string("d\0y", 3), -0.1L);  // the last of those named "d"
+    records[4].setString("d", "the first, which has the place");
+    records[4].setInteger("e", 0);
     records[5].setDecimalArray("d", {std::nanl(""), -HUGE_VALL, DBL_MAX * 2.0L, 2});
     records[6].setIntegerArray("i", {~(1LL << 31), 1LL << 32});
     records[7].setBooleanArray("b", {});
     records[8].setDecimalArray("d", {rounded, 1e16L, -1e17L, 123456.75L, 1e-4L, -0.0L, 0.25L});
-    EXPECT_EQ(Serialization::serializeArray(records),
-              R"([{"": -2147483648}, {"ü\t": "\\/\u0001 – 😀"}, {}, {"s": ["b", "x"]}, )"
-              R"({"d": -0.10000000000000001}, {"d": [2.0]}, {"i": [2147483647, 0]}, {"b": []}, )"
-              R"({"d": [1.7976931348623157e308, 10000000000000000.0, -1e17, 123456.75, 0.0001, )"
-              R"(-0.0, 0.25]}])");
+    EXPECT_EQ(
+        Serialization::serializeArray(records),
+        R"([{"": -2147483648}, {"ü\t": "\\/\u0001 – 😀"}, {}, {"s": ["b", "x"]}, )"
+        R"({"d": -0.10000000000000001, "e": 0}, {"d": [2.0]}, {"i": [2147483647, 0]}, {"b": []}, )"
+        R"({"d": [1.7976931348623157e308, 10000000000000000.0, -1e17, 123456.75, 0.0001, )"
+        R"(-0.0, 0.25]}])");
     EXPECT_EQ(Serialization::serializeArray({}), "[]");
 }
 

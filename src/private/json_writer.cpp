@@ -107,12 +107,25 @@ bool JsonWriter::isCarried(const Dictionary::Entry& entry) {
            std::visit([](const auto& value) { return fitsJson(value); }, entry.value);
 }
 
+/// The member that is written in the place of an entry; null if none is. It is the entry itself
+/// unless several keys have the same name.
+const Dictionary::Entry* JsonWriter::writtenAt(const Dictionary::Entry& entry, const Names* names) {
+    if (!isCarried(entry)) {
+        return nullptr;
+    }
+    if (names == nullptr) {
+        return &entry;
+    }
+    const SameName& same = names->at(entry.key.c_str());
+    return same.first == &entry ? same.last : nullptr;
+}
+
 /// Writes members up to the next object or array of objects, which is then open, or to the end.
 void JsonWriter::writeNext(Members& members) {
     const std::size_t depth = _open.size();
-    while (const Dictionary::Entry* const entry = members.rest.next()) {
-        const Names* const names = members.names.get();
-        if (!isCarried(*entry) || (names != nullptr && names->at(entry->key.c_str()) != entry)) {
+    while (const Dictionary::Entry* const next = members.rest.next()) {
+        const Dictionary::Entry* const entry = writtenAt(*next, members.names.get());
+        if (entry == nullptr) {
             continue;
         }
         separate();
@@ -154,7 +167,8 @@ JsonWriter::Names JsonWriter::namesOf(const Dictionary& record) {
     Dictionary::Entries::Walk walk(record);
     while (const Dictionary::Entry* const entry = walk.next()) {
         if (isCarried(*entry)) {
-            names[entry->key.c_str()] = entry;
+            SameName& same = names[entry->key.c_str()];
+            same = {same.first != nullptr ? same.first : entry, entry};
         }
     }
     return names;

@@ -28,9 +28,13 @@ class JsonWriter {
     bool isTooDeep() const { return _isTooDeep; }
 
   private:
-    /// The members that are written, by their names: the last of those whose keys are the same up
-    /// to a NUL, where names end.
-    using Names = std::map<std::string_view, const Dictionary::Entry*>;
+    /// The first and the last of the written members whose keys are the same up to a NUL, where
+    /// JSON names end: the first gives the place, the last the value.
+    struct SameName {
+        const Dictionary::Entry* first = nullptr;
+        const Dictionary::Entry* last = nullptr;
+    };
+    using Names = std::map<std::string_view, SameName>;
 
     // What is left to be written of an object or an array.
     struct Members {
@@ -46,6 +50,7 @@ class JsonWriter {
     void writeNext(Members& members);
     void writeNext(Elements& elements);
     static bool isCarried(const Dictionary::Entry& entry);
+    static const Dictionary::Entry* writtenAt(const Dictionary::Entry& entry, const Names* names);
     static bool hasCutNames(const Dictionary& record);
     static Names namesOf(const Dictionary& record);
 
