@@ -65,10 +65,12 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
 
     /// Adds a timer that runs its task `interval` milliseconds from now, once, or with `repeat`
     /// every `interval` milliseconds from then on: the schedule does not drift, and runs that were
-    /// missed are made up for, one a pass. Timers that are due together run in order of due time,
-    /// then of insertion. Accepted in every state of the loop. A null task never runs. Returns the
-    /// timer's id, the address of its task, which may recur once the task is gone. When memory is
-    /// exhausted the task is deleted and std::bad_alloc passes through.
+    /// missed are made up for, one a pass. Due times are whole milliseconds of
+    /// SystemUtil::getCPUTime(): measured by a finer clock, a timer may run up to a millisecond
+    /// early. Timers that are due together run in order of due time, then of insertion. Accepted in
+    /// every state of the loop. A null task never runs. Returns the timer's id, the address of its
+    /// task, which may recur once the task is gone. When memory is exhausted the task is deleted
+    /// and std::bad_alloc passes through.
     long addTimer(Runnable* task, unsigned int interval, bool repeat);
 
     /// Removes the timer with this id, if there is one. From another thread it waits for what is

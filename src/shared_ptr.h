@@ -15,7 +15,7 @@ template <class T>
 class PtrDisposer {
   public:
     /// Called once, with null for a pointer made from null, on the thread that drops the last
-    /// reference and with no lock of the pointer held.
+    /// reference and with no lock of the pointer held. It must not throw.
     virtual void dispose(T* object) = 0;
 
   protected:
