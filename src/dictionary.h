@@ -104,7 +104,7 @@ class NIVUR_EXPORT Dictionary {
     };
     using Blocks = std::unique_ptr<Block, Drop>;
 
-    Blocks _blocks;  // the first of a chain; null if the record is empty
+    Blocks _blocks;  // the first of a chain; if null, the record is empty
 };
 
 }  // namespace NIVUR
