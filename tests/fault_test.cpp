@@ -55,6 +55,11 @@ const char* either(bool done, bool none = false) {
     return done ? "done" : none ? "none" : "half done";
 }
 
+struct CountingDisposer final : PtrDisposer<Counted> {
+    void dispose(Counted* object) override { ++calls, delete object; }
+    int calls = 0;
+};
+
 const std::string kJson = Serialization::serialize(everyType());
 
 // "done", or "none" where an operation reports exhausted memory by its result. The tasks allocate
@@ -73,6 +78,19 @@ const std::pair<const char*, const char* (*)(Objects&)> kScenarios[] = {
          BufferPool pool(&config, kLong);
          const auto one = pool.getPoolBuffer(8, nullptr), other = pool.getBuffer(8, new Counted);
          return either(one && other, true);
+     }},
+    {"pointer",
+     [](Objects&) {
+         for (Counted* object : {new Counted, static_cast<Counted*>(nullptr)}) {
+             CountingDisposer disposer;
+             try {
+                 const SharedPtr<Counted> pointer(object, &disposer);
+             } catch (const std::bad_alloc&) {
+                 if (disposer.calls == 1) throw;
+             }
+             if (disposer.calls != 1) return "half done";
+         }
+         return "done";
      }},
     {"ring", [](Objects&) { return either(RingBuffer(64, kLong).write("x", 1) == 0, true); }},
     {"record", [](Objects& w) { return w.record.setObjectArray("string", {w.record}), "done"; }},
