@@ -179,6 +179,7 @@ void SharedCount<T>::decRefCount() {
     const Place place = _place;
     _disposer->dispose(_ptr);
     if (place == ON_HEAP) {
+        // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDelete): `place`, which it does not follow
         delete this;
     }
 }

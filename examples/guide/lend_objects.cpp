@@ -30,7 +30,6 @@ int main() {
     Connection connection;
     for (int times = 0; times < 2; ++times) {
         const SharedPtr<Connection> lent = connection.lend();
-        const SharedPtr<Connection> shared = lent;
     }
 
     const NIVUR::BufferList_Config config{1500, 2};  // size and count
