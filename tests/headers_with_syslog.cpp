@@ -5,3 +5,10 @@
 
 static_assert(LOG_DEBUG == 7, "the system's macro is back after our headers");
 static_assert(NIVUR::LOG_ERROR == 5, "our own levels are there");
+
+// The templates as well, which callers without exceptions instantiate.
+struct Own {
+    void call() {}
+};
+template class NIVUR::SharedPtr<Own>;
+template class NIVUR::Functor0<Own, void (Own::*)()>;
