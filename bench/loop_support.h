@@ -2,6 +2,7 @@
 #define NIVUR_BENCH_LOOP_SUPPORT_H
 
 #include <functional>
+#include <utility>
 
 #include "bench.h"
 
@@ -21,6 +22,14 @@ namespace bench {
 
 using Action = std::function<void()>;
 constexpr unsigned int kTimerInterval = 3600 * 1000;  // ms, of timers that are only pending
+
+/// A task as an entry of a peer's queue, whose type has a virtual run().
+template <class Entry, class Task>
+struct Item : Entry {
+    explicit Item(Task own) : task(std::move(own)) {}
+    void run() override { task(); }
+    Task task;
+};
 
 /// Makes a loop whose thread runs on a processor.
 template <class Loop>

@@ -146,11 +146,11 @@ class PocoLoop {
 
     template <class Task>
     void post(Task task) {
-        _queue.enqueueNotification(new Item<Task>(std::move(task)));
+        _queue.enqueueNotification(new Item<Runnable, Task>(std::move(task)));
     }
     template <class Task>
     void postFirst(Task task) {
-        _queue.enqueueUrgentNotification(new Item<Task>(std::move(task)));
+        _queue.enqueueUrgentNotification(new Item<Runnable, Task>(std::move(task)));
     }
     template <class Task>
     void call(Task task) {
@@ -158,7 +158,7 @@ class PocoLoop {
     }
     template <class Task>
     Handle postCancellable(Task task) {
-        Handle item = new Item<Task>(std::move(task));
+        Handle item = new Item<Runnable, Task>(std::move(task));
         _queue.enqueueNotification(item);
         return item;
     }
@@ -167,12 +167,6 @@ class PocoLoop {
   private:
     struct Runnable : Poco::Notification {
         virtual void run() = 0;
-    };
-    template <class Task>
-    struct Item : Runnable {
-        explicit Item(Task own) : task(std::move(own)) {}
-        void run() override { task(); }
-        Task task;
     };
 
     void runLoop() {

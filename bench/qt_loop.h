@@ -31,11 +31,11 @@ class QtLoop {
 
     template <class Task>
     void post(Task task) {
-        QCoreApplication::postEvent(&_receiver, new Item<Task>(std::move(task)));
+        QCoreApplication::postEvent(&_receiver, new Item<Runnable, Task>(std::move(task)));
     }
     template <class Task>
     void postFirst(Task task) {
-        QCoreApplication::postEvent(&_receiver, new Item<Task>(std::move(task)),
+        QCoreApplication::postEvent(&_receiver, new Item<Runnable, Task>(std::move(task)),
                                     Qt::HighEventPriority);
     }
     template <class Task>
@@ -48,7 +48,7 @@ class QtLoop {
             _cancellable.emplace_back();
         }
         Receiver& receiver = _cancellable[_posted++ % kCancellable];
-        QCoreApplication::postEvent(&receiver, new Item<Task>(std::move(task)));
+        QCoreApplication::postEvent(&receiver, new Item<Runnable, Task>(std::move(task)));
         return &receiver;
     }
     static void cancel(Handle receiver) { QCoreApplication::removePostedEvents(receiver); }
@@ -69,12 +69,6 @@ class QtLoop {
     struct Runnable : QEvent {
         Runnable() : QEvent(QEvent::User) {}
         virtual void run() = 0;
-    };
-    template <class Task>
-    struct Item : Runnable {
-        explicit Item(Task own) : task(std::move(own)) {}
-        void run() override { task(); }
-        Task task;
     };
 
     static constexpr size_t kCancellable = 10000;  // tasks that may be queued at once

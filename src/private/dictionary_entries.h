@@ -94,7 +94,7 @@ class Dictionary::Block {
     ~Block();
     static std::size_t sizeOfBytes(std::size_t capacity);
     std::uint8_t* hashes() const {  // in the order of the entries
-        return reinterpret_cast<std::uint8_t*>(const_cast<Block*>(this) + 1);  // NOLINT
+        return reinterpret_cast<std::uint8_t*>(const_cast<Block*>(this) + 1);
     }
     std::uint8_t* order() const { return hashes() + _capacity; }
     void addToOrder(unsigned int position, std::uint8_t hash) noexcept;
