@@ -198,17 +198,17 @@ const Dictionary::Entry* Dictionary::Entries::find(const Dictionary& record, std
     return block != nullptr ? block->find(key) : nullptr;
 }
 
-/// Makes room for a new key in its block.
-Dictionary::Entries::Position Dictionary::Entries::makeRoom(Block* block, std::string_view key) {
-    if (block == nullptr) {
+/// The block that holds the key, if any does, and that a new entry goes to.
+Dictionary::Block* Dictionary::Entries::blockForNew(std::string_view key) {
+    if (!_blocks) {
         _blocks = Block::make(kFew);
-        return {_blocks.get(), 0};
     }
-    return makeRoomAt({block, block->positionOf(key)}, key);
+    return blockOf(_blocks, key);
 }
 
-Dictionary::Entries::Position Dictionary::Entries::makeRoomAt(Position position,
-                                                              std::string_view key) {
+/// Makes room for a new key at its position.
+Dictionary::Entries::Position Dictionary::Entries::makeRoom(Position position,
+                                                            std::string_view key) {
     if (position.block->count() == Block::kMost) {
         return split(position, key);
     }
@@ -291,7 +291,7 @@ void Dictionary::Entries::copyFlat(const Dictionary& from, Pending& pending) {
     for (const Block* block = from._blocks.get(); block != nullptr; block = block->_next) {
         for (unsigned int position = 0; position < block->count(); ++position) {
             const Entry& entry = (*block)[position];
-            end = makeRoomAt(end, entry.key);
+            end = makeRoom(end, entry.key);
             copyEntry(entry, end, pending);
             ++_blocks->_size;
             ++end.inBlock;

@@ -67,6 +67,11 @@ class Dictionary::Block {
     /// The entry of a key; null if there is none.
     Entry* find(std::string_view key) const;
 
+    /// Whether all keys are less.
+    bool endsBefore(std::string_view key) const {
+        return _count == 0 || (*this)[_count - 1U].key < key;
+    }
+
     /// The position of the first key that is not less.
     unsigned int positionOf(std::string_view key) const;
 
@@ -139,8 +144,8 @@ class Dictionary::Entries {
     using Pending = std::vector<std::pair<const Dictionary*, Dictionary*>>;
 
     static Block* blockOf(const Dictionary::Blocks& blocks, std::string_view key);
-    Position makeRoom(Block* block, std::string_view key);
-    Position makeRoomAt(Position position, std::string_view key);
+    Block* blockForNew(std::string_view key);
+    Position makeRoom(Position position, std::string_view key);
     Block* grow();
     Position split(Position position, std::string_view key);
     void removeBlock(std::string_view key);
@@ -189,11 +194,13 @@ Value Dictionary::Entries::get(const Dictionary& record, std::string_view key) {
 
 template <class Value>
 Value& Dictionary::Entries::put(std::string_view key, Value value) {
-    Block* const block = blockOf(_blocks, key);
-    if (Entry* const entry = block != nullptr ? block->find(key) : nullptr) {
+    Block* const block = blockForNew(key);
+    const bool isLast = block->_next == nullptr && block->endsBefore(key);
+    if (Entry* const entry = isLast ? nullptr : block->find(key)) {
         return entry->value.emplace<Value>(std::move(value));
     }
-    const Position position = makeRoom(block, key);
+    const Position position =
+        makeRoom({block, isLast ? block->count() : block->positionOf(key)}, key);
     Value& stored = position.block->insert(position.inBlock, key, std::move(value));
     ++_blocks->_size;
     return stored;

@@ -87,9 +87,15 @@ bool JsonReader::readKey(Token& token) {
     if (token != Token::STRING) {
         return refuse("string or '}' expected");
     }
-    _key = _scanner.string();
-    if (_key.hasNul) {
+    const JsonString& key = _scanner.string();
+    if (key.hasNul) {
         return refuse("NUL byte in object key not supported");
+    }
+    if (key.shrinkage == 0) {
+        _key = {key.text, key.size};
+    } else {
+        _unescaped = key.value();
+        _key = _unescaped;
     }
     if (_scanner.next() != Token::COLON) {
         return refuse("':' expected");
@@ -134,18 +140,9 @@ bool JsonReader::readValue(Token token) {
     }
 }
 
-/// The key of the member that is being read.
-std::string_view JsonReader::key() {
-    if (_key.shrinkage == 0) {
-        return {_key.text, _key.size};
-    }
-    _unescaped = _key.value();
-    return _unescaped;
-}
-
 template <class Value>
 JsonReader::Target JsonReader::addArray(Dictionary& record) {
-    auto& values = Dictionary::Entries(record).put(key(), std::vector<Value>());
+    auto& values = Dictionary::Entries(record).put(_key, std::vector<Value>());
     if constexpr (!std::is_same_v<Value, Dictionary>) {
         values.reserve(_scanner.elementsAhead());  // growing would take three times the memory
     }
@@ -175,20 +172,20 @@ void JsonReader::store(Members target, Token token) {
     Dictionary::Entries entries(*target.record);
     switch (token) {
         case Token::STRING:
-            entries.put(key(), _scanner.string().value());
+            entries.put(_key, _scanner.string().value());
             break;
         case Token::INTEGER:
-            entries.put<long long>(key(), to32Bits(_scanner.integer()));
+            entries.put<long long>(_key, to32Bits(_scanner.integer()));
             break;
         case Token::REAL:
-            entries.put<long double>(key(), _scanner.real());
+            entries.put<long double>(_key, _scanner.real());
             break;
         case Token::TRUE:
         case Token::FALSE:
-            entries.put(key(), token == Token::TRUE);
+            entries.put(_key, token == Token::TRUE);
             break;
         default:
-            entries.erase(key());
+            entries.erase(_key);
             break;
     }
 }
@@ -221,10 +218,10 @@ void JsonReader::store(Elements<Value> target, Token token) {
 JsonReader::Target JsonReader::open(Members target, Token token) {
     Dictionary::Entries entries(*target.record);
     if (token == Token::BEGIN_ARRAY) {
-        entries.erase(key());  // the last of equal names counts, also when it is dropped
+        entries.erase(_key);  // the last of equal names counts, also when it is dropped
         return Undecided{target.record};
     }
-    return Members{&entries.put(key(), Dictionary())};
+    return Members{&entries.put(_key, Dictionary())};
 }
 
 JsonReader::Target JsonReader::open(Records target, Token token) {

@@ -63,7 +63,6 @@ class JsonReader {
     bool readValue(Token token);
     bool refuse(const char* message);
 
-    std::string_view key();
     template <class Value>
     Target addArray(Dictionary& record);
     Target decide(Dictionary& record, Token token);
@@ -97,7 +96,7 @@ class JsonReader {
 
     JsonScanner _scanner;
     std::vector<Level> _levels;
-    JsonString _key;          // of the member that is being read
+    std::string_view _key;    // of the member that is being read
     std::string _unescaped;   // the key, if it has escapes
     bool _isOpening = false;  // nothing was read since the innermost object or array began
 };
