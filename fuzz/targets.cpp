@@ -230,7 +230,7 @@ void numbers(Input& input) {
     std::vector<uint8_t> model{7}, bytes = model;
     for (unsigned i = input.below(4); i > 0; --i) {
         const int value = input.number<int>();
-        words += std::to_string(value) + "-x.,"[input.below(4)] + " \t\n\v\f\r"[input.below(6)];
+        words += std::to_string(value) + "-x.\1"[input.below(4)] + " \t\n\v\f\r"[input.below(6)];
         model.push_back(static_cast<uint8_t>(value));
         check(StringUtil::string2Int(StringUtil::int2String(value)) == value, "integers return");
     }

@@ -55,11 +55,13 @@ TEST(Buffer, GoesBackToItsOwnerOnce) {
         std::vector<Buffer*> returned;
     } owner;
     Buffer buffer(0, nullptr, &owner);
-    EXPECT_EQ(buffer.state(), BUFFER_STATE_FREE);
+    EXPECT_TRUE(buffer.state() == BUFFER_STATE_FREE && buffer.usedSize() == 0);
     SharedPtr<Buffer> last(&buffer, &Buffer::_disposer);
     last.reset();
     EXPECT_EQ(owner.returned, std::vector<Buffer*>{&buffer});
     Buffer::_disposer.dispose(nullptr);
+    SharedPtr<Buffer>(new Buffer(0, new Counted, nullptr), &Buffer::_disposer).reset();
+    EXPECT_EQ(living, 0);  // without an owner it is deleted
 }
 
 TEST(Buffers, SayWhenTheirSizeCannotBe) {

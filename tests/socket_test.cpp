@@ -135,6 +135,9 @@ TEST(Socket, RefusesInEveryStateOfATcpConnectionAndLeavesItThere) {
     ClientSocket& client = connection.client;
     ClientSocket fresh;
     ServerSocket deaf, file;
+    const ClientSocket portless(fcntl(client.descriptor(), F_DUPFD_CLOEXEC, 0), kLocal, 0);
+    ClientSocket nameless(fcntl(client.descriptor(), F_DUPFD_CLOEXEC, 0), "", 9);
+    ClientSocket partly(portless);
     ASSERT_TRUE(fresh.create(kLocal, 0) && deaf.create(kLocal, 0) && file.create(kLocal, 0));
     ASSERT_NE(dup2(open("/dev/null", O_RDONLY), file.descriptor()), -1);
     ended.accepted.reset();
@@ -151,6 +154,9 @@ TEST(Socket, RefusesInEveryStateOfATcpConnectionAndLeavesItThere) {
     expectRefused({
         {fresh, [&] { return !fresh.send(nullptr, 5, nullptr); }, unconnected},
         {fresh, [&] { return !fresh.recv(nullptr, length); }, unconnected},
+        {partly, [&] { return !partly.send(nullptr, 5, nullptr); }, unconnected},
+        {nameless, [&] { return !nameless.connect(kLocal, 9); },
+         "4 connect failed, socket already connected to ip=, port=9"},
         {fresh, [&] { return !fresh.connect("::1", 9); }, "5 invalid address: ip=::1, port=9"},
         {fresh, [&] { return !fresh.connect(kLocal, 9) && fresh.remoteAddress().empty(); },
          "5 connect() failed: socket=FD, remoteIP=127.0.0.1, remotePort=9, err=111"},
@@ -233,6 +239,7 @@ TEST(Socket, BothFamiliesNameBothEndsAndCopiesAreEndsOfTheirOwn) {
         EXPECT_TRUE(assigned.connect(local, connection.listener.port()));
         assigned = copy;
         assigned = *&assigned;
+        assigned = std::move(*&assigned);
         copy.close();
         client.close();
         connection.listener.close();
@@ -254,6 +261,10 @@ TEST(Socket, BothFamiliesNameBothEndsAndCopiesAreEndsOfTheirOwn) {
         }
     }
     ip.clear();
+    const ClientSocket gone(-1, kLocal, 9);
+    ClientSocket copy;
+    copy = gone;
+    EXPECT_TRUE(copy.remoteAddress().empty() && copy.remotePort() == 0);
     EXPECT_EQ(openDescriptors(), descriptors);
 }
 

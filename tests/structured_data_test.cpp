@@ -56,6 +56,14 @@ TEST(Dictionary, KeepsManyKeysInOrderHoweverTheyComeAndGo) {
             }
         }
         EXPECT_TRUE(isSame(record, Model()) && isSame(copy, modelOfCopy));
+        const D outer = [&] {
+            D made;
+            made.setObject("many", copy);
+            return made;
+        }();
+        EXPECT_TRUE(isSame(outer.getObject("many"), modelOfCopy));
+        for (int i = 0; i < 2000; ++i)  // some have the hash of a key that is there
+            EXPECT_FALSE(copy.hasKey("none " + std::to_string(i)));
     }
 }
 
@@ -91,7 +99,7 @@ TEST(Serialization, HeedsNoLocale) {
 TEST(Serialization, WritesWhatJsonCanCarry) {
     const long double rounded =  // above the largest double, where that can be
         std::min(std::nextafter(static_cast<long double>(DBL_MAX), HUGE_VALL), LDBL_MAX);
-    std::vector<D> records(9);
+    std::vector<D> records(10);
     records[0].setInteger("", 1LL << 31);
     records[1].setString("ü\t", "\\/\x01 – 😀");
     records[2].setString("\xc0\x80", "not under a key that is not UTF-8");
@@ -99,16 +107,20 @@ TEST(Serialization, WritesWhatJsonCanCarry) {
     records[4].setDecimal(std::string("d\0y", 3), -0.1L);  // the last of those named "d"
     records[4].setString("d", "the first, which has the place");
     records[4].setInteger("e", 0);
+    records[4].setDecimal("f", HUGE_VALL);
     records[5].setDecimalArray("d", {std::nanl(""), -HUGE_VALL, DBL_MAX * 2.0L, 2});
     records[6].setIntegerArray("i", {~(1LL << 31), 1LL << 32});
     records[7].setBooleanArray("b", {});
     records[8].setDecimalArray("d", {rounded, 1e16L, -1e17L, 123456.75L, 1e-4L, -0.0L, 0.25L});
+    records[9].setDecimalArray("d", {-1.5L, -0.0009765625L, 1e-5L, 1e-10L, 999999.5L, 1e6L});
+    records[9].setString("c", "\x0f\x10\x1f");
     EXPECT_EQ(
         Serialization::serializeArray(records),
         R"([{"": -2147483648}, {"ü\t": "\\/\u0001 – 😀"}, {}, {"s": ["b", "x"]}, )"
         R"({"d": -0.10000000000000001, "e": 0}, {"d": [2.0]}, {"i": [2147483647, 0]}, {"b": []}, )"
         R"({"d": [1.7976931348623157e308, 10000000000000000.0, -1e17, 123456.75, 0.0001, )"
-        R"(-0.0, 0.25]}])");
+        R"(-0.0, 0.25]}, {"c": "\u000F\u0010\u001F", "d": [-1.5, -0.0009765625, )"
+        R"(1.0000000000000001e-5, 1e-10, 999999.5, 1000000.0]}])");
     EXPECT_EQ(Serialization::serializeArray({}), "[]");
 }
 
@@ -137,8 +149,10 @@ TEST(Serialization, ReadsEveryShapeByTheTypeOfItsParts) {
         EXPECT_EQ(Serialization::serialize(read), record) << text;
         EXPECT_TRUE(!read.hasKey("none") && read.getType("none") == D::TYPE_NONE) << text;
     }
-    EXPECT_EQ(Serialization::deserialize(R"({"a":"\u00fc\ud83d\ude00\"\\\/\b"})").getString("a"),
-              "ü😀\"\\/\b");
+    EXPECT_EQ(Serialization::deserialize(
+                  R"({"a":"\u00fc\u07ff\u0800\uFfFf\ud800\udc00\udbff\udfff\"\\\/\b"})")
+                  .getString("a"),
+              "ü\u07ff\u0800\uffff\U00010000\U0010ffff\"\\/\b");
     EXPECT_EQ(Serialization::serializeArray(
                   Serialization::deserializeArray(R"([{"a":1},2,null,[{"b":3}]])")),
               R"([{"a": 1}, {}, {}, {}])");
@@ -148,6 +162,66 @@ TEST(Serialization, ReadsEveryShapeByTheTypeOfItsParts) {
               (std::vector<long long>{1LL << 53, LLONG_MAX, LLONG_MIN}));
     EXPECT_TRUE(Serialization::deserializeArray(R"({"a":[{}]})").empty());
     EXPECT_EQ(log.take(), Lines());
+}
+
+TEST(Serialization, ReadsNumbersThatNoDoubleHoldsAsZeroOrNotAtAll) {
+    const std::string zeros(400, '0');
+    const std::pair<std::string, const char*> kCases[] = {
+        {"0." + zeros + "1", "0.0"},
+        {"0." + zeros + "1e10", "0.0"},
+        {"0." + zeros + "1e395", "9.9999999999999995e-7"},
+        {"0." + zeros + "1e1000", nullptr},
+        {"1" + zeros + ".0", nullptr},
+        {"1" + zeros + "e-1", nullptr},
+        {"1" + zeros + "e-1000", "0.0"},
+        {"1e-99999999999999999999", "0.0"},
+        {"-1e-99999999999999999999", "-0.0"},
+        {"1e99999999999999999999", nullptr},
+        {"0e99999999999999999999", "0.0"},
+    };
+    LogCapture log;
+    for (const auto& [number, written] : kCases) {
+        const D record = Serialization::deserialize("{\"a\": " + number + "}");
+        EXPECT_EQ(Serialization::serialize(record),
+                  written != nullptr ? "{\"a\": " + std::string(written) + "}" : "{}")
+            << number;
+    }
+}
+
+TEST(Serialization, KnowsTheFirstAndTheLastSequenceOfEachKindOfUtf8) {
+    const std::pair<const char*, bool> kCases[] = {
+        {"\x7f", true},
+        {"\x80", false},
+        {"\xc1\xbf", false},
+        {"\xc2\x80", true},
+        {"\xc2\x7f", false},
+        {"\xdf\xbf", true},
+        {"\xdf\xc0", false},
+        {"\xe0\x9f\xbf", false},
+        {"\xe0\xa0\x80", true},
+        {"\xe0\xa0\x7f", false},
+        {"\xed\x9f\xbf", true},
+        {"\xed\xa0\x80", false},
+        {"\xee\x80\x80", true},
+        {"\xef\xbf\xbf", true},
+        {"\xef\xbf\xc0", false},
+        {"\xf0\x8f\xbf\xbf", false},
+        {"\xf0\x90\x80\x80", true},
+        {"\xf4\x8f\xbf\xbf", true},
+        {"\xf4\x90\x80\x80", false},
+        {"\xf5\x80\x80\x80", false},
+        {"\xf0\x90\x80", false},
+    };
+    LogCapture log;
+    for (const auto& [bytes, isRight] : kCases) {
+        for (const char* const before : {"", "12345678"}) {  // words of eight bytes go faster
+            D record;
+            record.setString("a", before + std::string(bytes));
+            const std::string text = "{\"a\": \"" + record.getString("a") + "\"}";
+            EXPECT_EQ(Serialization::serialize(record), isRight ? text : "{}") << bytes;
+            EXPECT_EQ(Serialization::deserialize(text).size(), isRight ? 1U : 0U) << bytes;
+        }
+    }
 }
 
 TEST(Serialization, RefusesWhatIsNotJsonWithOneLine) {
@@ -173,6 +247,12 @@ TEST(Serialization, RefusesWhatIsNotJsonWithOneLine) {
         {"[\"\t\"]", R"(control character 0x9 near '"')"},
         {R"(["\x"])", R"(invalid escape near '"\x')"},
         {R"(["\u0000"])", R"(\u0000 is not allowed without JSON_ALLOW_NUL near '"\u0000"')"},
+        {R"(["\u0000\u0000"])",
+         R"(\u0000 is not allowed without JSON_ALLOW_NUL near '"\u0000\u0000"')"},
+        {R"(["\u00g0"])", R"(invalid escape near '"\u00g')"},
+        {R"(["\ud800\ue000"])", R"(invalid Unicode '\uD800\uE000' near '"\ud800\ue000"')"},
+        {R"(["\udc00"])", R"(invalid Unicode '\uDC00' near '"\udc00"')"},
+        {"[\"\\\xff\"]", "unable to decode byte 0xff near '\"\\'"},
         {R"({"\u0000":1})", R"(NUL byte in object key not supported near '"\u0000"')"},
         {R"(["\ud800"])", R"(invalid Unicode '\uD800' near '"\ud800"')"},
         {R"(["\ud800\u0041"])", R"(invalid Unicode '\uD800\u0041' near '"\ud800\u0041"')"},

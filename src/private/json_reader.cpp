@@ -61,7 +61,10 @@ bool JsonReader::readText(Target object, Target array) {
             return false;
         }
     }
-    return _scanner.next() == Token::END || refuse("end of file expected");
+    if (_scanner.next() != Token::END) {
+        return refuse("end of file expected");
+    }
+    return true;
 }
 
 /// Reads a member or an element from the token on that follows the one before it.

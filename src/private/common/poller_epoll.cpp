@@ -61,17 +61,22 @@ class EpollPoller : public Poller {
 
     void signal() override {
         const uint64_t one = 1;
-        while (::write(_signals.get(), &one, sizeof one) == -1 && errno == EINTR) {
-        }
+        repeat([&] { return ::write(_signals.get(), &one, sizeof one); });
     }
 
     void takeSignal() override {
         uint64_t count = 0;
-        while (::read(_signals.get(), &count, sizeof count) == -1 && errno == EINTR) {
-        }
+        repeat([&] { return ::read(_signals.get(), &count, sizeof count); });
     }
 
   private:
+    /// Makes a call again that a signal handler ended.
+    template <class Call>
+    static void repeat(Call call) {
+        while (call() == -1 && errno == EINTR) {
+        }
+    }
+
     bool control(int operation, int descriptor, unsigned int readiness, uint32_t tag) {
         epoll_event event = request(descriptor, readiness, tag);
         return ::epoll_ctl(_epoll.get(), operation, descriptor, &event) == 0;
