@@ -90,6 +90,8 @@ Lines ownList() {
         lines.push_back(line(each.name, each.flags, each.address, each.peer) + " /" +
                         std::to_string(each.prefixLength));
         EXPECT_EQ(each.interfaceIndex, if_nametoindex(each.name.c_str()));
+        EXPECT_EQ(each.isUp(), (each.flags & IFF_UP) != 0);
+        EXPECT_EQ(each.isLoopback(), (each.flags & IFF_LOOPBACK) != 0);
     }
     return lines;
 }

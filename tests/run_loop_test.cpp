@@ -426,7 +426,13 @@ TEST_F(RunLoopTest, DumpDescribesTheLoopWithoutWaitingForIt) {
     end.count();
     poster.join();
     drain();
-    const auto dump = [&] { loop.dumpLoopInfo(), dumped.count(); };
+    const auto dump = [&] {
+        for (const char* const name : {"c1", "n3", "c2"})
+            loop.postItem(name[0] == 'c' ? makeRunnable([] {}, &end) : new NamedTask(name), false,
+                          false);
+        loop.cancelTasksForObject(&end);
+        loop.dumpLoopInfo(), dumped.count();
+    };
     loop.addTimer(new NamedTask("t1", dump), 0, false);
     dumped.wait();
     EXPECT_EQ(
@@ -437,9 +443,9 @@ TEST_F(RunLoopTest, DumpDescribesTheLoopWithoutWaitingForIt) {
                "_sortedTimers.size: 1, _runningTimers.size: 0 , _hasRunningItem: 1"
                "\r _runningItem : \r\thanging\r _items : \r\tn1\r\tn2\r\t"
                "\r _highPriorityItems : \r\th1\r\t",
-               "4 dump thread info, _name: loop, _items.size: 0, _highPriorityItems.size: 0, "
+               "4 dump thread info, _name: loop, _items.size: 1, _highPriorityItems.size: 0, "
                "_sortedTimers.size: 1, _runningTimers.size: 1 , _hasRunningItem: 0"
-               "\r _runningTimers : \r\tt1\r\t"}));
+               "\r _runningTimers : \r\tt1\r\t\r _items : \r\tn3\r\t"}));
 }
 
 }  // namespace

@@ -62,7 +62,8 @@ TEST(SocketAddress, IsWhatItsTextSaysOrNone) {
     }
     EXPECT_EQ(different.size(), std::size(rows) - 1);
     EXPECT_EQ(SocketAddress("fe80::1%lo", 0).scopeId(), if_nametoindex("lo"));
-    EXPECT_TRUE(SocketAddress("::1", 1) < SocketAddress("::2", 1));
+    const SocketAddress one("::1", 1);
+    EXPECT_TRUE(one < SocketAddress("::2", 1) && !(one < one));
     const sockaddr_un path{AF_UNIX, "/"};
     EXPECT_FALSE(SocketAddress::fromPlatform(&path, sizeof(path)).isValid());
     EXPECT_FALSE(SocketAddress::fromPlatform(SocketAddress("::1", 1).data(), 27).isValid());
@@ -214,7 +215,7 @@ TEST(Socket, MovesKeepDescriptorsWhereNoneIsLeft) {
     ClientSocket last(std::move(target));
     setrlimit(RLIMIT_NOFILE, &limit);
     EXPECT_EQ(before, std::make_pair(sockets[0].descriptor(), last.descriptor()));
-    EXPECT_TRUE(target.descriptor() == -1 && target.remotePort() == 0);
+    EXPECT_TRUE(client.descriptor() == -1 && target.descriptor() == -1 && target.remotePort() == 0);
     EXPECT_TRUE(target.remoteAddress().empty() && last.remotePort() == listener.port());
     LogCapture capture;
     unsigned int length = 1;

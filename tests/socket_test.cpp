@@ -249,7 +249,8 @@ TEST(Socket, BothFamiliesNameBothEndsAndCopiesAreEndsOfTheirOwn) {
 
         UDPSocket udp;
         ASSERT_TRUE(udp.create(local, 0));
-        const UDPSocket sender(udp);
+        UDPSocket sender;
+        sender = udp;
         length = sizeof(data);
         EXPECT_TRUE(sender.sendto(local, udp.port(), "datagram", 8, &sent) && sent == 8);
         EXPECT_TRUE(udp.recvfrom(ip, port, data, length) && ip == local && port == udp.port());
