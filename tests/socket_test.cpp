@@ -251,6 +251,8 @@ TEST(Socket, BothFamiliesNameBothEndsAndCopiesAreEndsOfTheirOwn) {
         ASSERT_TRUE(udp.create(local, 0));
         UDPSocket sender;
         sender = udp;
+        sender = *&sender;
+        sender = std::move(*&sender);
         length = sizeof(data);
         EXPECT_TRUE(sender.sendto(local, udp.port(), "datagram", 8, &sent) && sent == 8);
         EXPECT_TRUE(udp.recvfrom(ip, port, data, length) && ip == local && port == udp.port());

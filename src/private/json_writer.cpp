@@ -256,7 +256,7 @@ void JsonWriter::separate() {
 }
 
 void JsonWriter::begin(char bracket) {
-    _isTooDeep = _isTooDeep || _level > kMaxLevels;
+    _isTooDeep = _level > kMaxLevels;
     ++_level;
     _text += bracket;
 }
