@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "export.h"
@@ -71,12 +72,11 @@ class NIVUR_EXPORT Thread : public NoCopyable {
 
     static void* threadProc(void* thread);
     void runTask();
-    int launch(std::unique_ptr<Runnable>& task, const std::string& name, ThreadPriority priority,
-               Semaphore& startSemaphore, std::string& runningName);
+    std::optional<std::string> launch(const std::shared_ptr<Run>& run, const std::string& name);
+    void create(const std::shared_ptr<Run>& run, const std::string& name) NIVUR_REQUIRES(_mutex);
     std::shared_ptr<Run> requestStop();
     static void waitForRun(const std::shared_ptr<Run>& run);
     std::shared_ptr<Run> waitForEndedRun();
-    void clear() NIVUR_REQUIRES(_mutex);
     static void setThreadName(const char* name);
     static void setPriority(ThreadPriority priority, const char* name);
 
@@ -84,11 +84,8 @@ class NIVUR_EXPORT Thread : public NoCopyable {
     mutable Mutex _mutex;
     bool _started NIVUR_GUARDED_BY(_mutex) = false;
     std::atomic<bool> _stopping{false};  // written with _mutex held
-    Runnable* _runnable NIVUR_GUARDED_BY(_mutex) = nullptr;
     std::string _name NIVUR_GUARDED_BY(_mutex);
     int _threadID NIVUR_GUARDED_BY(_mutex) = INVALID_THREAD_ID;
-    Semaphore* _startSemaphore NIVUR_GUARDED_BY(_mutex) = nullptr;  // of the start() that waits
-    ThreadPriority _priority NIVUR_GUARDED_BY(_mutex) = THREAD_PRIORITY_NORMAL;
     std::shared_ptr<Run> _thread NIVUR_GUARDED_BY(_mutex);  // the last one started
 };
 

@@ -1,3 +1,5 @@
+#include "thread.h"
+
 #include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -11,13 +13,10 @@
 
 #include "log.h"
 #include "private/assertion.h"
-#include "thread.h"
 
 namespace NIVUR {
 
 namespace {
-
-constexpr int kAlreadyStarted = -1;
 
 int niceValue(Thread::ThreadPriority priority) {
     switch (priority) {
@@ -32,13 +31,23 @@ int niceValue(Thread::ThreadPriority priority) {
 
 }  // namespace
 
+/// A thread, and what it is started with. Several callers may wait for it, and one of them joins
+/// it.
 struct Thread::Run {
+    Run(std::unique_ptr<Runnable> itsTask, ThreadPriority itsPriority)
+        : task(std::move(itsTask)), priority(itsPriority) {}
+
     /// Whether the caller is this thread, which it may also be in the destructors of its
-    /// thread-locals. The handle is another's once the thread is joined, which others learn later,
-    /// and the kernel's id once it has ended: only together they tell.
+    /// thread-locals. Once the thread has ended, another may get its kernel id; once it is joined,
+    /// another may get its handle. No other thread has both.
     bool isCaller() const {
         return ::pthread_equal(handle, ::pthread_self()) != 0 && id == getCurrentThreadID();
     }
+
+    std::unique_ptr<Runnable> task;  // until the thread takes it
+    const ThreadPriority priority;
+    int error = 0;      // why the platform made no thread
+    Semaphore started;  // signalled when id, name and priority are in place
 
     pthread_t handle{};
     std::atomic<int> id{INVALID_THREAD_ID};
@@ -54,52 +63,53 @@ Thread::~Thread() {
 
 bool Thread::start(Runnable* runnable, const std::string& name, ThreadPriority priority) {
     NIVUR_ASSERT(runnable);
-    std::unique_ptr<Runnable> task(runnable);  // a refused one is deleted with no lock held
-    std::string runningName;
-    Semaphore startSemaphore;
-    switch (const int error = launch(task, name, priority, startSemaphore, runningName)) {
-        case 0:
-            while (startSemaphore.wait() != 0) {  // the new thread needs it until then
-            }
-            return true;
-        case kAlreadyStarted:
-            Log::log("NIVUR", LOG_WARN, "starting thread %s failed: thread already started as %s",
-                     name.c_str(), runningName.c_str());
-            return false;
-        default:
-            Log::log("NIVUR", LOG_ERROR, "creating thread failed: err=%d", error);
-            return false;
+    std::unique_ptr<Runnable> task(runnable);
+    // Made before _mutex is acquired and released after it, so that neither an allocation nor the
+    // destructor of a refused task runs with the lock held.
+    const auto run = std::make_shared<Run>(std::move(task), priority);
+    if (const std::optional<std::string> runningName = launch(run, name)) {
+        Log::log("NIVUR", LOG_WARN, "starting thread %s failed: thread already started as %s",
+                 name.c_str(), runningName->c_str());
+        return false;
     }
+    if (run->error != 0) {
+        Log::log("NIVUR", LOG_ERROR, "creating thread failed: err=%d", run->error);
+        return false;
+    }
+    while (run->started.wait() != 0) {
+    }
+    return true;
 }
 
-int Thread::launch(std::unique_ptr<Runnable>& task, const std::string& name,
-                   ThreadPriority priority, Semaphore& startSemaphore, std::string& runningName) {
-    auto run = std::make_shared<Run>();
+/// Starts the thread of `run`, or records in it why the platform refuses. If a thread runs already,
+/// nothing is started and that thread's name is returned.
+std::optional<std::string> Thread::launch(const std::shared_ptr<Run>& run,
+                                          const std::string& name) {
     for (;;) {
+        // The join waits, so it cannot be made under the lock: another start may come in between.
         const std::shared_ptr<Run> ended = waitForEndedRun();
         AutoLock lock(_mutex);
         if (_started || (_thread != nullptr && _thread->isCaller())) {
-            runningName = _name;
-            return kAlreadyStarted;
+            return _name;
         }
-        if (_thread != ended) {
-            continue;  // another start came first, and its thread has ended by now
+        if (_thread == ended) {
+            create(run, name);
+            return std::nullopt;
         }
-        _name = name;
-        // The new thread waits for _mutex before it looks at any of this.
-        const int error = ::pthread_create(&run->handle, nullptr, threadProc, this);
-        if (error != 0) {
-            clear();
-            return error;
-        }
-        _stopping = false;
-        _started = true;
-        _runnable = task.release();
-        _priority = priority;
-        _startSemaphore = &startSemaphore;
-        _thread = std::move(run);
-        return 0;
     }
+}
+
+void Thread::create(const std::shared_ptr<Run>& run, const std::string& name) {
+    _name = name;
+    // The new thread acquires _mutex before it reads any field.
+    run->error = ::pthread_create(&run->handle, nullptr, threadProc, this);
+    if (run->error != 0) {
+        _name.clear();
+        return;
+    }
+    _stopping = false;
+    _started = true;
+    _thread = run;
 }
 
 void Thread::stop() {
@@ -115,17 +125,21 @@ std::shared_ptr<Thread::Run> Thread::requestStop() {
 }
 
 void Thread::waitForStop() {
-    _mutex.lock();
-    const std::shared_ptr<Run> run = _thread;
-    _mutex.unlock();
+    std::shared_ptr<Run> run;
+    {
+        AutoLock lock(_mutex);
+        run = _thread;
+    }
     waitForRun(run);
 }
 
-/// Joins the last thread if it has ended but was never joined, and gives it.
+/// Joins the last thread if it has ended, and returns it; null if it runs or there is none.
 std::shared_ptr<Thread::Run> Thread::waitForEndedRun() {
-    _mutex.lock();
-    std::shared_ptr<Run> ended = _started ? nullptr : _thread;
-    _mutex.unlock();
+    std::shared_ptr<Run> ended;
+    {
+        AutoLock lock(_mutex);
+        ended = _started ? nullptr : _thread;
+    }
     waitForRun(ended);
     return ended;
 }
@@ -177,33 +191,27 @@ void* Thread::threadProc(void* thread) {
 }
 
 void Thread::runTask() {
-    _mutex.lock();
-    _threadID = getCurrentThreadID();
-    _thread->id = _threadID;
-    const char* const name = _name.c_str();  // stays as long as the thread runs
+    std::shared_ptr<Run> run;
+    const char* name = nullptr;
+    {
+        AutoLock lock(_mutex);
+        run = _thread;
+        run->id = _threadID = getCurrentThreadID();
+        name = _name.c_str();  // does not change as long as the thread runs
+    }
     setThreadName(name);
-    const ThreadPriority priority = _priority;
-    Runnable* const task = _runnable;
-    Semaphore* const startSemaphore = std::exchange(_startSemaphore, nullptr);
-    _mutex.unlock();
-
-    setPriority(priority, name);
-    startSemaphore->notify();
+    setPriority(run->priority, name);
+    std::unique_ptr<Runnable> task = std::move(run->task);
+    run->started.notify();
     task->run();
-    delete task;  // with no lock held and the thread still started: it may ask this object anything
+    task.reset();  // its destructor may call this object: no lock is held, and the thread is
+                   // started
 
     AutoLock lock(_mutex);
-    clear();
-}
-
-void Thread::clear() {
     _stopping = false;
-    _runnable = nullptr;
-    _name.clear();
     _started = false;
+    _name.clear();
     _threadID = INVALID_THREAD_ID;
-    _startSemaphore = nullptr;
-    _priority = THREAD_PRIORITY_NORMAL;
 }
 
 void Thread::setThreadName(const char* name) {
