@@ -8,7 +8,7 @@
 
 #include "private/assertion.h"
 #include "private/civil_calendar.h"
-#include "private/common/wall_clock.h"
+#include "private/common/clock.h"
 
 namespace NIVUR {
 
@@ -23,7 +23,7 @@ Date inTimeZone(const Date& date, short timeZone) {
 struct Part {
     const char* before;
     unsigned int number;
-    std::size_t width;  // filled with zeros
+    size_t width;  // filled with zeros
 };
 
 std::string join(std::initializer_list<Part> parts) {
@@ -72,7 +72,7 @@ Date::Date(unsigned long long millisecondsFrom1970)
 }
 
 Date Date::now() {
-    return Date(wallClockMilliseconds());
+    return Date(platform::wallClockMilliseconds());
 }
 
 bool Date::operator==(const Date& other) const {
@@ -113,13 +113,13 @@ std::string Date::toString(short timeZone) const {
 }
 
 int Date::currentTimeZone() {
-    return localTimeZone();
+    return platform::localTimeZone();
 }
 
 void Date::calculateDate() {
     const unsigned long long seconds = _millisecondsFrom1970 / 1000;
     const auto secondOfDay = static_cast<unsigned int>(seconds % kSecondsPerDay);
-    const CivilDay civil = civilDay(static_cast<std::int64_t>(seconds / kSecondsPerDay));
+    const CivilDay civil = civilDay(static_cast<int64_t>(seconds / kSecondsPerDay));
     _year = static_cast<unsigned int>(civil.year);
     _month = civil.month;
     _day = civil.day;

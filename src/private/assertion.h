@@ -1,19 +1,19 @@
 #ifndef NIVUR_PRIVATE_ASSERTION_H
 #define NIVUR_PRIVATE_ASSERTION_H
 
-namespace NIVUR {
+namespace NIVUR::platform {
 
 /// Ends the process with the platform's own assertion report.
 [[noreturn]] void reportAssertion(const char* expression, const char* file, unsigned int line,
                                   const char* function);
 
-}  // namespace NIVUR
+}  // namespace NIVUR::platform
 
 /// Checks a caller's duty in every build type. A macro, since it reports the caller's text and
 /// place.
-#define NIVUR_ASSERT(expression) \
-    ((expression)                \
-         ? (void)0               \
-         : ::NIVUR::reportAssertion(#expression, __FILE__, __LINE__, __PRETTY_FUNCTION__))
+#define NIVUR_ASSERT(expression)                                                        \
+    ((expression) ? (void)0                                                             \
+                  : ::NIVUR::platform::reportAssertion(#expression, __FILE__, __LINE__, \
+                                                       __PRETTY_FUNCTION__))
 
 #endif

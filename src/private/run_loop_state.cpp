@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "log.h"
-#include "private/common/monotonic_clock.h"
+#include "private/common/clock.h"
 #include "system_util.h"
 
 namespace NIVUR {
@@ -217,7 +217,7 @@ void RunLoop::State::collectDueTimers() {
     uint64_t now = 0;
     const auto isDue = [&now](const Timer& timer) {
         // Read again only when the last reading does not show the timer to be due.
-        now = now < timer._nextTime ? monotonicMilliseconds() : now;
+        now = now < timer._nextTime ? platform::monotonicMilliseconds() : now;
         return now >= timer._nextTime;
     };
     for (Timer* timer = nullptr; (timer = _timers.first()) != nullptr && isDue(*timer);) {

@@ -4,7 +4,7 @@
 #undef NDEBUG
 #include <cassert>
 
-namespace NIVUR {
+namespace NIVUR::platform {
 
 void reportAssertion(const char* expression, const char* file, unsigned int line,
                      const char* function) {
@@ -15,4 +15,4 @@ void reportAssertion(const char* expression, const char* file, unsigned int line
 #endif
 }
 
-}  // namespace NIVUR
+}  // namespace NIVUR::platform

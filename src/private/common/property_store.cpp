@@ -18,13 +18,13 @@ namespace NIVUR {
 
 namespace {
 
-constexpr std::size_t kBufferSize = 1024;
+constexpr size_t kBufferSize = 1024;
 
 }  // namespace
 
 #if defined(__ANDROID__)
 
-std::string systemProperty(const char* name) {
+std::string platform::systemProperty(const char* name) {
     char value[kBufferSize] = "";
     ::__system_property_get(name, value);
     return value;
@@ -51,7 +51,7 @@ PropertyTable& propertyTable() {
 
 }  // namespace
 
-std::string systemProperty(const char* name) {
+std::string platform::systemProperty(const char* name) {
     PropertyTable& table = propertyTable();
     AutoLock lock(table.mutex);
     const auto found = table.values.find(name);

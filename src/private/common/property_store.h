@@ -3,12 +3,12 @@
 
 #include <string>
 
-namespace NIVUR {
+namespace NIVUR::platform {
 
 /// The value of a system property, cut to 1,023 bytes; empty when it is missing. Any thread may
 /// call it.
 std::string systemProperty(const char* name);
 
-}  // namespace NIVUR
+}  // namespace NIVUR::platform
 
 #endif

@@ -1,10 +1,12 @@
+#include "semaphore.h"
+
 #include <semaphore.h>
 
 #include <cerrno>
 #include <new>
 
-#include "private/common/monotonic_clock.h"
-#include "semaphore.h"
+#include "private/common/clock.h"
+#include "private/common/timed_wait.h"
 
 namespace NIVUR {
 
@@ -14,6 +16,13 @@ template <size_t kSize>
 sem_t* semaphoreIn(unsigned char (&signals)[kSize]) {
     static_assert(sizeof(sem_t) <= kSize && alignof(sem_t) <= alignof(long));
     return std::launder(reinterpret_cast<sem_t*>(signals));
+}
+
+/// The time `timeoutMs` milliseconds from now on the monotonic clock.
+timespec deadlineAfter(unsigned int timeoutMs) {
+    const timespec now = platform::monotonicNow();
+    return platform::normalized(now.tv_sec + static_cast<time_t>(timeoutMs / 1000),
+                                now.tv_nsec + static_cast<long>(timeoutMs % 1000) * 1000000);
 }
 
 }  // namespace
@@ -43,7 +52,7 @@ int Semaphore::wait(unsigned int timeoutMs) {
         return 1;
     }
     const timespec deadline = deadlineAfter(timeoutMs);
-    while (!waitUntil(semaphoreIn(_signals), deadline)) {
+    while (!platform::waitUntil(semaphoreIn(_signals), deadline)) {
         if (errno == ETIMEDOUT) {
             return ::sem_trywait(semaphoreIn(_signals)) == 0 ? 0 : 1;
         }

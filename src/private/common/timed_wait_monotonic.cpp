@@ -1,17 +1,17 @@
-#include "private/common/monotonic_clock.h"
+#include "private/common/timed_wait.h"
 
-// There when the thread sanitizer is, be it in this library or in the program alone.
+// Null unless this library, or the program that uses it, is built with the thread sanitizer.
 // NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the sanitizer's own
 extern "C" __attribute__((weak)) void __tsan_acquire(void* address);
 
-namespace NIVUR {
+namespace NIVUR::platform {
 
 bool waitUntil(sem_t* semaphore, const timespec& deadline) {
     const bool taken = ::sem_clockwait(semaphore, CLOCK_MONOTONIC, &deadline) == 0;
     if (taken && __tsan_acquire != nullptr) {
-        __tsan_acquire(semaphore);  // the sanitizer knows all of a semaphore's calls but this one
+        __tsan_acquire(semaphore);  // the sanitizer does not intercept this call
     }
     return taken;
 }
 
-}  // namespace NIVUR
+}  // namespace NIVUR::platform

@@ -1,11 +1,13 @@
+#include "private/common/timed_wait.h"
+
 #include <cerrno>
 
-#include "private/common/monotonic_clock.h"
+#include "private/common/clock.h"
 
-namespace NIVUR {
+namespace NIVUR::platform {
 
-// This platform has no call that names the clock: the wall clock stands in for one wait at a time,
-// and the monotonic clock tells whether the time is really up.
+// The platform waits by the wall clock only, which may be set meanwhile. Each wait therefore gets a
+// deadline of its own, and the monotonic clock decides whether the time is up.
 bool waitUntil(sem_t* semaphore, const timespec& deadline) {
     for (;;) {
         const timespec now = monotonicNow();
@@ -28,4 +30,4 @@ bool waitUntil(sem_t* semaphore, const timespec& deadline) {
     }
 }
 
-}  // namespace NIVUR
+}  // namespace NIVUR::platform
