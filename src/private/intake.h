@@ -18,7 +18,7 @@ namespace NIVUR {
 ///
 ///     closed --open()--> empty --beginSleep()--> asleep
 ///        ^                 |  ^                    |
-///        |               add() take()    add(), endSleep(): the remover signals
+///        |               add() drainTo() add(), endSleep(): the remover signals
 ///        +--close()-- newest -> ... -> oldest <----+
 ///
 /// Whoever removes the sleeper's mark owes it one signal, and the sleeper takes that signal before
@@ -60,7 +60,7 @@ class Intake : public NoCopyable {
     }
 
     /// Gives all tasks to `queue`, the oldest first. One thread at a time.
-    void take(TaskQueue& queue) {
+    void drainTo(TaskQueue& queue) {
         uintptr_t head = _head.load(std::memory_order_relaxed);
         while (taskOf(head) != nullptr &&
                !_head.compare_exchange_weak(head, kEmpty, std::memory_order_acq_rel,

@@ -71,7 +71,7 @@ void RunLoop::State::countTaken(size_t count) {
 }
 
 void RunLoop::State::dropItems(TaskQueue& dropped) {
-    _intake.take(_items);
+    _intake.drainTo(_items);
     countTaken(_items.size() + _highPriorityItems.size());
     dropped.append(_highPriorityItems);
     dropped.append(_items);
@@ -82,7 +82,7 @@ void RunLoop::State::dropItems(TaskQueue& dropped) {
 void RunLoop::State::dropTasksOf(const void* object, TaskQueue& dropped) {
     const auto wanted = [object](Runnable& task) { return actsOn(task, object); };
     const auto drop = [&dropped](Source& source) { source.drop(dropped); };
-    _intake.take(_items);
+    _intake.drainTo(_items);
     dropped.takeIf(_highPriorityItems, wanted);
     dropped.takeIf(_items, wanted);
     countTaken(dropped.size());
@@ -251,7 +251,7 @@ void RunLoop::State::takeTask() {
     std::unique_ptr<Runnable> task = _highPriorityItems.pop();
     if (task == nullptr) {
         if (_items.empty()) {  // otherwise the posters' word is left alone
-            _intake.take(_items);
+            _intake.drainTo(_items);
         }
         task = _items.pop();
     }
@@ -400,7 +400,7 @@ std::string RunLoop::State::describe() {
     std::string text = "dump thread info, _name: " + _name;
     const auto list = [&text](Runnable& task) { text += task.dump() + "\r\t"; };
     AutoLock lock(_mutex);
-    _intake.take(_items);
+    _intake.drainTo(_items);
     std::string current;
     const bool hasCurrent =
         _current.lookLocked([&current](Runnable& task) { current = task.dump(); });

@@ -47,7 +47,7 @@ class AwaitedTask : public Runnable, public NoCopyable {
 
 /// What a run loop consists of, and what its thread does with it.
 ///
-///     posts ------> _intake --take()--> _items ---+
+///     posts ------> _intake --drainTo()--> _items -+
 ///     urgent posts --------> _highPriorityItems --+-select()--> _current ------> run, delete
 ///     timers --------------> _timers -------------+---------> _dueTimers -----> run, drop
 ///     watches -> _watches -> poller -> _events ---+---------> _readyWatches --> run, drop
