@@ -10,7 +10,7 @@
 
 #include "../tests/support/log_capture.h"
 #include "json_judge.h"
-#include "private/common/address_dump.h"
+#include "private/common/interface_dump.h"
 #include "private/common/socket_posix.h"
 
 namespace NIVUR {

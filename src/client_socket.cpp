@@ -8,12 +8,6 @@
 
 namespace NIVUR {
 
-namespace {
-
-const char kClientNotCreated[] = "CHECK_CLIENT_SOCKET failed because socket is not created";
-
-}  // namespace
-
 ClientSocket::ClientSocket(int socket, const std::string& remoteIP, uint16_t remotePort)
     : Socket(socket), _remoteIP(remoteIP), _remotePort(remotePort) {}
 
@@ -70,7 +64,7 @@ void ClientSocket::close() {
 }
 
 bool ClientSocket::connect(const std::string& ip, uint16_t port) {
-    if (!checkCreated(kClientNotCreated)) {
+    if (!checkCreated("CLIENT_SOCKET")) {
         return false;
     }
     if (!_remoteIP.empty() || _remotePort != 0) {
@@ -137,7 +131,7 @@ int ClientSocket::setNoDelay(bool noDelay) {
 }
 
 bool ClientSocket::checkConnected() const {
-    if (!checkCreated(kClientNotCreated)) {
+    if (!checkCreated("CLIENT_SOCKET")) {
         return false;
     }
     if (_remoteIP.empty() || _remotePort == 0) {

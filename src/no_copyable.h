@@ -3,7 +3,7 @@
 
 namespace NIVUR {
 
-/// Base of the classes that own a resource of the system and can be neither copied nor assigned.
+/// Base of classes whose objects can be neither copied nor moved.
 class NoCopyable {
   public:
     NoCopyable(const NoCopyable&) = delete;

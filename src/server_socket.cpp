@@ -3,15 +3,9 @@
 #include "private/assertion.h"
 #include "private/common/descriptor.h"
 #include "private/common/socket_posix.h"
-#include "private/kept_error.h"
+#include "private/saved_errno.h"
 
 namespace NIVUR {
-
-namespace {
-
-const char kServerNotCreated[] = "CHECK_SERVER_SOCKET failed because socket is not created";
-
-}  // namespace
 
 bool ServerSocket::create(const std::string& ip, uint16_t port) {
     return createBound(ip, port, true);
@@ -26,25 +20,29 @@ void ServerSocket::close() {
 }
 
 bool ServerSocket::listen(unsigned int count) const {
-    if (!checkCreated(kServerNotCreated)) {
+    if (!checkCreated("SERVER_SOCKET")) {
         return false;
     }
     NIVUR_ASSERT(count > 0);
     if (platform::listen(_socket, count) != 0) {
-        logFailure("listen failed: socket=%d, ip=%s, port=%d, err=%d");
+        const SavedErrno error;
+        logLine(LOG_ERROR, "listen failed: socket=%d, ip=%s, port=%d, err=%d", _socket,
+                address().c_str(), port(), error.number());
         return false;
     }
     return true;
 }
 
 ClientSocket* ServerSocket::accept() {
-    if (!checkCreated(kServerNotCreated)) {
+    if (!checkCreated("SERVER_SOCKET")) {
         return nullptr;
     }
     SocketAddress peer;
     platform::Descriptor connection(platform::accept(_socket, peer));
     if (connection.get() == -1) {
-        logFailure("accept() failed: socket=%d, ip=%s, port=%d, err=%d");
+        const SavedErrno error;
+        logLine(LOG_ERROR, "accept() failed: socket=%d, ip=%s, port=%d, err=%d", _socket,
+                address().c_str(), port(), error.number());
         return nullptr;
     }
     platform::AddressText text;
@@ -63,13 +61,6 @@ IoResult ServerSocket::accept(ClientSocket& connection) const {
     const std::string remoteIP = peer.ip();
     connection = ClientSocket(descriptor.release(), remoteIP, peer.port());
     return {};
-}
-
-void ServerSocket::logFailure(const char* fmt) const {
-    const KeptError error;
-    if (_logEnabled) {
-        logLine(LOG_ERROR, fmt, _socket, address().c_str(), port(), error.number());
-    }
 }
 
 }  // namespace NIVUR

@@ -38,9 +38,6 @@ class NIVUR_EXPORT ServerSocket : public Socket {
     /// non-blocking socket. When memory is exhausted the connection is closed and std::bad_alloc
     /// passes through.
     ClientSocket* accept();
-
-  private:
-    void logFailure(const char* fmt) const __attribute__((format(printf, 2, 0)));
 };
 
 }  // namespace NIVUR

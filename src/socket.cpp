@@ -1,22 +1,17 @@
 #include "socket.h"
 
-#include "private/assertion.h"
-#include "private/common/descriptor.h"
-#include "private/common/socket_posix.h"
-#include "private/kept_error.h"
-
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstring>
 #include <utility>
 
+#include "private/assertion.h"
+#include "private/common/descriptor.h"
+#include "private/common/socket_posix.h"
+#include "private/saved_errno.h"
+
 namespace NIVUR {
-
-namespace {
-
-const char kSocketNotCreated[] = "CHECK_SOCKET failed because socket is not created";
-
-}  // namespace
 
 Socket::Socket(int socket) : _socket(socket < 0 ? -1 : socket), _isIPv6(platform::isIPv6(socket)) {}
 
@@ -92,7 +87,7 @@ int Socket::createSocket(const std::string& ip, uint16_t port, bool tcp) {
         return -1;
     }
     if (platform::bind(socket, address) == -1) {
-        const KeptError error;
+        const SavedErrno error;
         logLine(LOG_ERROR, "socket bind failed, err=%d", error.number());
         closeSocket(socket);
         return -1;
@@ -122,40 +117,32 @@ bool Socket::fillAddress(const std::string& ip, uint16_t port, void* address) co
     return filled.isValid();
 }
 
-bool Socket::checkCreated(const char* line, ...) const {
+bool Socket::checkCreated(const char* kind) const {
     if (_socket == -1) {
         errno = EBADF;
-        va_list none;
-        va_start(none, line);
-        vlogLine(LOG_ERROR, line, none);
-        va_end(none);
+        logLine(LOG_ERROR, "CHECK_%s failed because socket is not created", kind);
     }
     return _socket != -1;
 }
 
 void Socket::logLine(LogLevel level, const char* fmt, ...) const {
-    va_list args;
-    va_start(args, fmt);
-    vlogLine(level, fmt, args);
-    va_end(args);
-}
-
-void Socket::vlogLine(LogLevel level, const char* fmt, va_list args) const {
     if (_logEnabled) {
-        const KeptError error;
+        const SavedErrno error;
+        va_list args;
+        va_start(args, fmt);
         Log::vlog("NIVUR", level, fmt, args);
+        va_end(args);
     }
 }
 
 std::string Socket::address() const {
-    const SocketAddress address =
-        checkCreated(kSocketNotCreated) ? localAddress() : SocketAddress();
+    const SocketAddress address = checkCreated("SOCKET") ? localAddress() : SocketAddress();
     platform::AddressText text;
     return address.isValid() ? platform::addressText(address, text) : "";
 }
 
 uint16_t Socket::port() const {
-    return checkCreated(kSocketNotCreated) ? localAddress().port() : uint16_t{0};
+    return checkCreated("SOCKET") ? localAddress().port() : uint16_t{0};
 }
 
 SocketAddress Socket::localAddress() const {
@@ -167,15 +154,15 @@ SocketAddress Socket::peerAddress() const {
 }
 
 int Socket::select() const {
-    return wait(nullptr);
+    return wait(std::nullopt);
 }
 
 int Socket::select(unsigned int timeout) const {
-    return wait(&timeout);
+    return wait(std::optional(timeout));
 }
 
-int Socket::wait(const unsigned int* timeout) const {
-    if (!checkCreated(kSocketNotCreated)) {
+int Socket::wait(std::optional<unsigned int> timeout) const {
+    if (!checkCreated("SOCKET")) {
         return -1;
     }
     const int readable = platform::waitReadable(_socket, timeout);
@@ -216,7 +203,7 @@ int Socket::setReuse(bool reuse) {
 }
 
 int Socket::setBufLength(unsigned int length) {
-    if (!checkCreated(kSocketNotCreated)) {
+    if (!checkCreated("SOCKET")) {
         return 0;
     }
     const int value = static_cast<int>(length);
@@ -246,7 +233,7 @@ int Socket::setHopLimit(unsigned int hops) {
 }
 
 int Socket::setSockCOS(int cos) {
-    if (!checkCreated(kSocketNotCreated)) {
+    if (!checkCreated("SOCKET")) {
         return 0;
     }
     logLine(LOG_ERROR, "setSockCOS cos=%d", cos);

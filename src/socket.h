@@ -1,8 +1,8 @@
 #ifndef NIVUR_SOCKET_H
 #define NIVUR_SOCKET_H
 
-#include <cstdarg>
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -146,9 +146,9 @@ class NIVUR_EXPORT Socket {
     /// when `ip` is no numeric address of that family.
     bool fillAddress(const std::string& ip, uint16_t port, void* address) const;
 
-    /// True when there is a descriptor; otherwise `line`, which takes no arguments, is logged as an
-    /// error.
-    bool checkCreated(const char* line, ...) const __attribute__((format(printf, 2, 3)));
+    /// Returns true if there is a descriptor. Otherwise sets errno to EBADF and logs an error line
+    /// that names the kind of socket.
+    bool checkCreated(const char* kind) const;
 
     /// Writes one log line if this object's are on. The platform's error number outlives it.
     void logLine(LogLevel level, const char* fmt, ...) const __attribute__((format(printf, 3, 4)));
@@ -159,9 +159,7 @@ class NIVUR_EXPORT Socket {
 
   private:
     void prepareSocket();
-    int wait(const unsigned int* timeout) const;
-    void vlogLine(LogLevel level, const char* fmt, va_list args) const
-        __attribute__((format(printf, 3, 0)));
+    int wait(std::optional<unsigned int> timeout) const;
 };
 
 }  // namespace NIVUR

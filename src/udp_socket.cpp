@@ -4,15 +4,9 @@
 
 #include "private/assertion.h"
 #include "private/common/socket_posix.h"
-#include "private/kept_error.h"
+#include "private/saved_errno.h"
 
 namespace NIVUR {
-
-namespace {
-
-const char kUdpNotCreated[] = "CHECK_UDP_SOCKET failed because socket is not created";
-
-}  // namespace
 
 bool UDPSocket::create(const std::string& ip, uint16_t port) {
     return createBound(ip, port, false);
@@ -80,7 +74,7 @@ IoResult UDPSocket::receiveDatagrams(SocketAddress& sender, void* data, size_t l
 
 bool UDPSocket::sendto(const std::string& ip, uint16_t port, const void* data, unsigned long length,
                        unsigned int* sent) const {
-    if (!checkCreated(kUdpNotCreated)) {
+    if (!checkCreated("UDP_SOCKET")) {
         return false;
     }
     NIVUR_ASSERT(data);
@@ -90,7 +84,7 @@ bool UDPSocket::sendto(const std::string& ip, uint16_t port, const void* data, u
         return false;
     }
     const ptrdiff_t count = platform::sendto(_socket, data, length, address);
-    const KeptError error;
+    const SavedErrno error;
     if (count == -1 && _logEnabled) {
         logLine(LOG_ERROR,
                 "sendto() failed: socket=%d, data=%p, len=%u, local_ip=%s, local_port=%u, "
@@ -105,7 +99,7 @@ bool UDPSocket::sendto(const std::string& ip, uint16_t port, const void* data, u
 }
 
 bool UDPSocket::recvfrom(std::string& ip, uint16_t& port, void* data, unsigned int& length) const {
-    if (!checkCreated(kUdpNotCreated)) {
+    if (!checkCreated("UDP_SOCKET")) {
         return false;
     }
     NIVUR_ASSERT(data);

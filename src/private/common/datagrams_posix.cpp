@@ -1,3 +1,5 @@
+#include "private/common/socket_posix.h"
+
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -5,7 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "private/common/socket_posix.h"
+#include "no_copyable.h"
 
 namespace NIVUR::platform {
 
@@ -21,15 +23,13 @@ constexpr size_t kMostBytes = 65507;
 
 /// A message of one piece of memory, with room for what stands beside it.
 template <size_t kControl>
-struct Message {
+struct Message : NoCopyable {
     Message(void* data, size_t length) : piece{data, length} {
         header.msg_iov = &piece;
         header.msg_iovlen = 1;
         header.msg_control = control;
         header.msg_controllen = sizeof(control);
     }
-    Message(const Message&) = delete;
-    Message& operator=(const Message&) = delete;
 
     iovec piece;
     msghdr header{};

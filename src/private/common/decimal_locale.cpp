@@ -1,23 +1,23 @@
+#include "private/common/decimal_text.h"
+
 #include <locale.h>
 
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
-#include "private/common/decimal_text.h"
+#include "no_copyable.h"
 
 namespace NIVUR {
 
 namespace {
 
 /// Gives the calling thread the C locale's numbers while it lives.
-class PlainNumbers {
+class PlainNumbers : public NoCopyable {
   public:
     // If memory has run out the thread keeps its locale. glibc's C locale needs none, and Android's
     // locales all write numbers alike.
     PlainNumbers() : _plain(::newlocale(LC_ALL_MASK, "C", nullptr)), _before(::uselocale(_plain)) {}
-    PlainNumbers(const PlainNumbers&) = delete;
-    PlainNumbers& operator=(const PlainNumbers&) = delete;
     ~PlainNumbers() {
         ::uselocale(_before);
         if (_plain != nullptr) {

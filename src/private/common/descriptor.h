@@ -5,14 +5,14 @@
 
 #include <utility>
 
+#include "no_copyable.h"
+
 namespace NIVUR::platform {
 
 /// Closes the descriptor that it holds, unless that is -1 or was released.
-class Descriptor {
+class Descriptor : public NoCopyable {
   public:
     explicit Descriptor(int descriptor) : _descriptor(descriptor) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
     ~Descriptor() {
         if (_descriptor != -1) {
             ::close(_descriptor);

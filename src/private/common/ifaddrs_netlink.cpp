@@ -1,3 +1,5 @@
+#include "private/common/interface_list.h"
+
 #include <netinet/in.h>
 
 #include <algorithm>
@@ -5,10 +7,10 @@
 #include <cstring>
 #include <utility>
 
-#include "private/common/address_dump.h"
-#include "private/common/interface_list.h"
+#include "no_copyable.h"
+#include "private/common/interface_dump.h"
 #include "private/common/interface_lookup.h"
-#include "private/kept_error.h"
+#include "private/saved_errno.h"
 
 namespace NIVUR::platform {
 
@@ -23,15 +25,6 @@ struct Record : ifaddrs {
     sockaddr_in6 netmask;
     char name[IFNAMSIZ];
 };
-
-// A list's memory is from calloc() and goes to free().
-void freeList(ifaddrs* list) {
-    while (list != nullptr) {
-        ifaddrs* const next = list->ifa_next;
-        std::free(static_cast<Record*>(list));
-        list = next;
-    }
-}
 
 // Writes a socket address of that family over zeros, with as much of the bytes as fits.
 sockaddr* fillAddress(sockaddr_in6& room, int family, unsigned int scope, AddressBytes bytes) {
@@ -58,12 +51,9 @@ sockaddr* fillNetmask(sockaddr_in6& room, int family, unsigned int prefixLength)
 }
 
 // The list as it grows; it is freed with this unless it was released.
-class AddressList final : public AddressVisitor {
+class AddressList final : public AddressVisitor, public NoCopyable {
   public:
-    AddressList() = default;
-    AddressList(const AddressList&) = delete;
-    AddressList& operator=(const AddressList&) = delete;
-    ~AddressList() { freeList(_head); }
+    ~AddressList() { freeInterfaces(_head); }
 
     ifaddrs* release() { return std::exchange(_head, nullptr); }
 
@@ -104,7 +94,7 @@ class AddressList final : public AddressVisitor {
 int listInterfaces(ifaddrs** list) noexcept {
     AddressList addresses;
     const DumpState state = dumpAddresses(addresses);
-    const KeptError error;  // over the freeing of what was listed
+    const SavedErrno error;  // over the freeing of what was listed
     if (state == DumpState::DONE) {
         *list = addresses.release();
         return 0;
@@ -116,7 +106,11 @@ int listInterfaces(ifaddrs** list) noexcept {
 }
 
 void freeInterfaces(ifaddrs* list) noexcept {
-    freeList(list);
+    while (list != nullptr) {
+        ifaddrs* const next = list->ifa_next;
+        std::free(static_cast<Record*>(list));  // from calloc()
+        list = next;
+    }
 }
 
 }  // namespace NIVUR::platform

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <utility>
 
-#include "private/common/address_dump.h"
+#include "private/common/interface_dump.h"
 #include "private/common/interface_lookup.h"
 
 namespace NIVUR {

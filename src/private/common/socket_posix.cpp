@@ -77,13 +77,13 @@ IoResult uncut(size_t room, IoResult received) {
 
 // Answers as select() does, but for descriptors of any size: a closed one fails the whole wait, and
 // end of stream and errors count as readable. Neither call is restarted after a signal.
-int pollReadable(pollfd* entries, size_t count, const unsigned int* timeout) {
+int pollReadable(pollfd* entries, size_t count, std::optional<unsigned int> timeout) {
     timespec limit{};
-    if (timeout != nullptr) {
+    if (timeout) {
         limit.tv_sec = static_cast<time_t>(*timeout / 1000);
         limit.tv_nsec = static_cast<long>(*timeout % 1000) * 1000000;
     }
-    const int result = ::ppoll(entries, count, timeout != nullptr ? &limit : nullptr, nullptr);
+    const int result = ::ppoll(entries, count, timeout ? &limit : nullptr, nullptr);
     for (size_t i = 0; result > 0 && i < count; ++i) {
         if ((entries[i].revents & POLLNVAL) != 0) {
             errno = EBADF;
@@ -283,13 +283,13 @@ int setMembership(int socket, const SocketAddress& group, unsigned int interface
                         &request, sizeof(request));
 }
 
-int waitReadable(int socket, const unsigned int* timeout) {
+int waitReadable(int socket, std::optional<unsigned int> timeout) {
     pollfd entry{socket, POLLIN, 0};
     return pollReadable(&entry, 1, timeout);
 }
 
 int ReadSet::wait(unsigned int timeout) {
-    return pollReadable(_entries, _count, &timeout);
+    return pollReadable(_entries, _count, timeout);
 }
 
 }  // namespace platform

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "io_result.h"
 #include "socket_address.h"
@@ -89,7 +90,7 @@ int setOption(int socket, bool isIPv6, FamilyOption option, unsigned int number)
 int setMembership(int socket, const SocketAddress& group, unsigned int interfaceIndex, bool member);
 
 /// Waits until the socket is readable or `timeout` milliseconds, if given, have passed: 1 or 0.
-int waitReadable(int socket, const unsigned int* timeout);
+int waitReadable(int socket, std::optional<unsigned int> timeout);
 
 /// Sockets to be waited for together.
 class ReadSet {

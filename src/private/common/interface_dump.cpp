@@ -1,4 +1,4 @@
-#include "private/common/address_dump.h"
+#include "private/common/interface_dump.h"
 
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
