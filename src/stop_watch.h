@@ -19,7 +19,7 @@ class NIVUR_EXPORT StopWatch {
     unsigned int getCount() const { return _count; }
 
   private:
-    std::uint64_t _startTime;
+    uint64_t _startTime;
     unsigned int _count;
 };
 

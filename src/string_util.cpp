@@ -13,9 +13,9 @@ bool isSpace(char c) {
 
 }  // namespace
 
-std::uint8_t stringToUInt8(const std::string& text) {
+uint8_t stringToUInt8(const std::string& text) {
     // What atoi() does, but defined for numbers that do not fit.
-    return static_cast<std::uint8_t>(std::strtol(text.c_str(), nullptr, 10));
+    return static_cast<uint8_t>(std::strtol(text.c_str(), nullptr, 10));
 }
 
 std::string StringUtil::int2String(long value) {
@@ -28,16 +28,16 @@ int StringUtil::string2Int(const std::string& text) {
     if (negative) {
         ++c;
     }
-    std::uint32_t value = 0;
+    uint32_t value = 0;
     for (; *c != '\0'; ++c) {
         // As on ARM, where char is unsigned.
-        value = value * 10 + static_cast<unsigned char>(*c) - std::uint32_t{'0'};
+        value = value * 10 + static_cast<unsigned char>(*c) - uint32_t{'0'};
     }
     return static_cast<int>(negative ? 0 - value : value);
 }
 
-void StringUtil::string2UInt8Vector(const std::string& text, std::vector<std::uint8_t>& bytes) {
-    std::vector<std::uint8_t> values;
+void StringUtil::string2UInt8Vector(const std::string& text, std::vector<uint8_t>& bytes) {
+    std::vector<uint8_t> values;
     values.reserve((text.size() + 1) / 2);
     auto end = text.begin();
     for (auto word = end; (word = std::find_if_not(end, text.end(), isSpace)) != text.end();) {

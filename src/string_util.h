@@ -11,7 +11,7 @@ namespace NIVUR {
 
 /// The decimal number at the start of `text` as atoi() reads it, cut to its low 8 bits: 300 gives
 /// 44, -1 gives 255, no digits give 0. Any thread may call it.
-NIVUR_EXPORT std::uint8_t stringToUInt8(const std::string& text);
+NIVUR_EXPORT uint8_t stringToUInt8(const std::string& text);
 
 /// Conversions between numbers and text, which report no errors: malformed text yields a number all
 /// the same. Any thread may call any operation.
@@ -27,7 +27,7 @@ class NIVUR_EXPORT StringUtil {
     static int string2Int(const std::string& text);
 
     /// Appends stringToUInt8() of each word between white space to `bytes`.
-    static void string2UInt8Vector(const std::string& text, std::vector<std::uint8_t>& bytes);
+    static void string2UInt8Vector(const std::string& text, std::vector<uint8_t>& bytes);
 };
 
 }  // namespace NIVUR

@@ -7,7 +7,7 @@ namespace NIVUR {
 
 /// A day of the proleptic Gregorian calendar; months and days count from 1.
 struct CivilDay {
-    std::int64_t year;
+    int64_t year;
     unsigned int month;
     unsigned int day;
 };
@@ -15,10 +15,10 @@ struct CivilDay {
 /// Days from 1970-01-01 to a day in the year 1 or later; a day past the end of its month counts on
 /// into the next. Both algorithms: Howard Hinnant, "chrono-Compatible Low-Level Date Algorithms"
 /// (public domain), days_from_civil and civil_from_days.
-std::int64_t daysFrom1970(const CivilDay& civil);
+int64_t daysFrom1970(const CivilDay& civil);
 
 /// The inverse, for days from 0001-01-01 on.
-CivilDay civilDay(std::int64_t daysFrom1970);
+CivilDay civilDay(int64_t daysFrom1970);
 
 }  // namespace NIVUR
 

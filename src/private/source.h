@@ -130,14 +130,14 @@ class Batch {
             }
             return picked;
         };
-        const auto first = _sources.begin() + static_cast<std::ptrdiff_t>(_begin);
+        const auto first = _sources.begin() + static_cast<ptrdiff_t>(_begin);
         _sources.erase(std::remove_if(first, _sources.end(), dropIfWanted), _sources.end());
         if (empty()) {
             clear();
         }
     }
 
-    auto begin() const { return _sources.begin() + static_cast<std::ptrdiff_t>(_begin); }
+    auto begin() const { return _sources.begin() + static_cast<ptrdiff_t>(_begin); }
     auto end() const { return _sources.end(); }
 
   private:

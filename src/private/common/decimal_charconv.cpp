@@ -1,16 +1,16 @@
+#include "private/common/decimal_text.h"
+
 #include <algorithm>
 #include <charconv>
 #include <string_view>
 #include <system_error>
-
-#include "private/common/decimal_text.h"
 
 namespace NIVUR {
 
 namespace {
 
 /// The exponent behind the first 'e' of a number, confined so that it can be added to.
-long long exponentOf(std::string_view number, std::size_t e) {
+long long exponentOf(std::string_view number, size_t e) {
     constexpr long long kMost = 1LL << 62;
     if (e == std::string_view::npos) {
         return 0;
@@ -28,10 +28,10 @@ long long exponentOf(std::string_view number, std::size_t e) {
 /// Whether a number that no double can hold is too large, not too close to 0: by the place of its
 /// first digit that is not 0.
 bool isLarge(std::string_view number) {
-    const std::size_t e = number.find_first_of("eE");
+    const size_t e = number.find_first_of("eE");
     const std::string_view digits = number.substr(0, e);
-    const std::size_t point = std::min(digits.find('.'), digits.size());
-    const std::size_t first = digits.find_first_of("123456789");
+    const size_t point = std::min(digits.find('.'), digits.size());
+    const size_t first = digits.find_first_of("123456789");
     const auto place = static_cast<long long>(point) - static_cast<long long>(first);
     return place + exponentOf(number, e) > 0;
 }
@@ -47,7 +47,7 @@ bool readDecimal(const char* begin, const char* end, double& value) {
         return true;
     }
     value = *begin == '-' ? -0.0 : 0.0;
-    return !isLarge({begin, static_cast<std::size_t>(end - begin)});
+    return !isLarge({begin, static_cast<size_t>(end - begin)});
 }
 
 }  // namespace NIVUR

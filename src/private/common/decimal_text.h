@@ -8,7 +8,7 @@ namespace NIVUR {
 /// Decimals as text and back, the same in every locale. decimal_charconv.cpp uses the standard
 /// library where that converts doubles; elsewhere decimal_locale.cpp uses the platform.
 
-constexpr std::size_t kDecimalSize = 32;  ///< bytes that the text of any double fits
+constexpr size_t kDecimalSize = 32;  ///< bytes that the text of any double fits
 
 /// Writes a finite value as "%.17g" does in the C locale; returns the end of the text, which has no
 /// NUL.

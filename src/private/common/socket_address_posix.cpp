@@ -1,3 +1,5 @@
+#include "socket_address.h"
+
 #include <arpa/inet.h>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -6,7 +8,6 @@
 #include <cstring>
 
 #include "private/common/socket_posix.h"
-#include "socket_address.h"
 
 namespace NIVUR {
 
