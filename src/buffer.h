@@ -17,38 +17,40 @@ struct BufferHome;
 extern template class NIVUR_EXPORT SharedCount<Buffer>;
 extern template class NIVUR_EXPORT SharedPtr<Buffer>;
 
-/// Base of what a caller may attach to a Buffer, which deletes it through this class.
+/// Base of the objects that a caller may attach to a Buffer. The buffer deletes them through this
+/// class.
 class NIVUR_EXPORT BaseBufferParam {
   public:
     virtual ~BaseBufferParam() = default;
 };
 
-/// Where buffers go when their last reference drops. An owner makes its buffers with itself as
-/// their owner and hands them out in SharedPtr<Buffer> with Buffer::_disposer. It must outlive
-/// them; only a BufferList need not.
+/// Receives buffers when their last reference is dropped. An owner passes itself to the constructor
+/// of its buffers and hands them out in SharedPtr<Buffer> with the disposer Buffer::_disposer. It
+/// must outlive its buffers, unless it is a BufferList.
 class NIVUR_EXPORT BufferOwner {
   public:
     virtual ~BufferOwner() = default;
 
-    /// Takes `buffer` back, on whichever thread dropped the last reference and with no lock held.
+    /// Takes `buffer` back. Called with no lock held, on the thread that dropped the last
+    /// reference.
     virtual void returnFreeBuffer(Buffer* buffer) = 0;
 };
 
-/// Where a buffer stands in its life.
+/// The state of a buffer.
 enum BufferState : unsigned int {
-    BUFFER_STATE_INVALID = 0,  ///< without memory
-    BUFFER_STATE_FREE = 1,     ///< waiting at its owner
-    BUFFER_STATE_IN_USE = 2    ///< with a holder, as an unowned buffer is from the start
+    BUFFER_STATE_INVALID = 0,  ///< it has no memory
+    BUFFER_STATE_FREE = 1,     ///< its owner may hand it out
+    BUFFER_STATE_IN_USE = 2    ///< handed out; a buffer without an owner always is
 };
 
-/// A byte area of fixed capacity with four guard bytes behind its used part. They are checked when
-/// the buffer is deleted: a stray write behind the used size ends the process there, with a report.
-/// A buffer that goes back to its owner gets a new guard unchecked, unless its list is told to
-/// check, see BufferList::setGuardCheckEnabled().
+/// A byte area of fixed capacity with four guard bytes after its used part. The destructor checks
+/// the guard: if a stray write has changed it, the process ends with a report. A buffer that
+/// returns to its owner gets a new guard without a check, unless BufferList::setGuardCheckEnabled()
+/// asks for one.
 ///
-/// Holders get buffers from a BufferPool or a BufferList and share them in SharedPtr<Buffer>, which
-/// they may copy and drop on any threads. A buffer has no lock of its own: one holder at a time
-/// uses it, as in
+/// Callers get buffers from a BufferPool or a BufferList and share them in SharedPtr<Buffer>, which
+/// may be copied and dropped on any thread. The buffer itself is not thread-safe: one thread at a
+/// time may use it.
 ///
 ///     SharedPtr<Buffer> frame = pool.getPoolBuffer(size, nullptr);
 ///     memcpy(frame->data(), bytes, size);
@@ -62,7 +64,8 @@ class NIVUR_EXPORT Buffer : public NoCopyable {
         void dispose(Buffer* buffer) override;
     };
 
-    /// The one object of it, there before an application's first static object and after its last.
+    /// The only instance. It is usable before any static object is constructed and after all are
+    /// destroyed.
     static SharedBufferDisposer _disposer;
 
     /// The guard's value, stored in the byte order of the machine.
@@ -71,59 +74,59 @@ class NIVUR_EXPORT Buffer : public NoCopyable {
     /// A key for callers who keep one value in a buffer's parameter().
     NIVUR_LOCAL static constexpr char _kParameterKey[] = "parameter";
 
-    /// A buffer of `size` bytes that owns `param`, which may be null: free if there is an `owner`,
-    /// which is not owned, and in use if that is null. When the memory cannot be had, or `size` and
-    /// the guard exceed 32 bits, it is invalid: data() is null and the capacity 0.
+    /// Makes a buffer of `size` bytes. It owns `param` but not `owner`; both may be null. With an
+    /// owner it is free, without one in use. It is invalid, with null data() and capacity 0, if
+    /// memory is exhausted or `size` plus the guard exceeds 32 bits.
     Buffer(unsigned int size, BaseBufferParam* param, BufferOwner* owner);
 
-    /// Deletes the param and the values of the parameter as well.
+    /// Also deletes param() and the values of parameter().
     /// REQUIRES: the guard is intact.
     virtual ~Buffer();
 
-    /// Makes the buffer free and empty again, for its owner, who calls it before anyone else can
-    /// get the buffer. Param and parameter stay: what one holder of a pooled buffer stored reaches
-    /// the next. An invalid buffer stays as it is.
+    /// Makes the buffer free and empty again and gives it a new guard. An owner calls this before
+    /// another thread can get the buffer. param() and parameter() stay: what one holder of a pooled
+    /// buffer stored reaches the next. Does nothing to an invalid buffer.
     void reset();
 
-    /// Ends one use: hands the buffer to its owner, or deletes it when it has none or when the list
-    /// that it came from is gone. The disposer's way, on any thread: holders just drop their
-    /// pointers.
+    /// Returns the buffer to its owner; deletes it if it has no owner or if its list was destroyed.
+    /// The disposer calls this, on any thread. Holders only drop their pointers.
     void release();
 
-    /// Checks the guard now.
-    /// REQUIRES: the guard is intact; an invalid buffer has none.
+    /// Checks the guard now. An invalid buffer has no guard.
+    /// REQUIRES: the guard is intact.
     void checkBufferOverflow();
 
-    /// The area of capacity() bytes, or null.
+    /// The memory of capacity() bytes; null if the buffer is invalid.
     char* data() const { return _data; }
 
-    /// The size asked for when the buffer was made, or the list's.
+    /// The size in bytes that was passed to the constructor; 0 if the buffer is invalid.
     unsigned int capacity() const { return _capacity; }
 
-    /// How many bytes are in use, from the start of the area; 0 at first.
+    /// The number of bytes in use, from the start of data(); initially 0.
     unsigned int usedSize() const { return _usedSize; }
 
-    /// Says how many bytes are in use and puts the guard behind them, over what is there; false,
-    /// with nothing changed, above the capacity and for an invalid buffer.
+    /// Sets the number of bytes in use and writes the guard after them, overwriting what is there.
+    /// Returns false and changes nothing if `size` exceeds the capacity or the buffer is invalid.
     bool setUsedSize(unsigned int size);
 
-    /// Where the buffer stands; in use as long as the caller holds it.
+    /// The state; BUFFER_STATE_IN_USE while a caller holds the buffer.
     BufferState state() const { return _state; }
 
-    /// The object that the buffer was made with, lent, or null.
+    /// The object that was passed to the constructor, or null. The buffer still owns it.
     BaseBufferParam* param() const { return _param; }
 
-    /// What holders keep with the buffer. A list's buffer keeps it from one holder to the next.
+    /// Values that callers keep with the buffer. In a list's buffer they stay from one holder to
+    /// the next.
     Parameter& parameter() { return _parameter; }
 
-    /// Where the buffer returns to, or null: also once the list that it came from is gone.
+    /// The owner, or null. Also null once the buffer's list is destroyed.
     BufferOwner* owner() const;
 
   private:
     friend class BufferList;
 
     void placeGuard();
-    bool goHome();  // false if the list is gone: the caller deletes the buffer
+    bool goHome();  // false if the list was destroyed: the caller then deletes the buffer
 
     BufferOwner* _owner;
     BufferState _state = BUFFER_STATE_INVALID;
@@ -133,7 +136,7 @@ class NIVUR_EXPORT Buffer : public NoCopyable {
     BaseBufferParam* _param;
     Parameter _parameter;
 
-    // Of a list's buffer only, and then in place of _owner, which the buffer may outlive.
+    // Set for a list's buffer, which may outlive the list; _owner is then not used.
     std::shared_ptr<BufferHome> _home;
     unsigned int _index = 0;
     SharedCount<Buffer> _count{this, &_disposer, SharedCount<Buffer>::IN_OBJECT};

@@ -15,44 +15,45 @@
 
 namespace NIVUR {
 
-/// What lists a BufferPool is to have.
+/// The lists that a BufferPool is to have.
 struct BufferPool_Config {
-    std::vector<BufferList_Config> listConfigs;  ///< one for each list, in any order
+    std::vector<BufferList_Config> listConfigs;  ///< one element for each list, in any order
 };
 
-/// Lists of buffers of several sizes, and plain memory where they do not suffice: a pool refuses
-/// only when there is no memory left. It saves allocations and nothing else, so that callers need
-/// not know which of the two they got.
+/// Hands out buffers from lists of several sizes. When no list can serve a request, the pool
+/// allocates a buffer, so that it refuses only when memory is exhausted. Callers need not know
+/// which of the two they got.
 ///
-/// Any thread may call any operation. The pool may end before its buffers, as a BufferList may.
+/// Any thread may call any operation. The pool may be destroyed before its buffers, like a
+/// BufferList.
 /// REQUIRES for destruction: no operation of the pool is under way.
 class NIVUR_EXPORT BufferPool : public NoCopyable {
   public:
-    /// Makes the lists; a pool without a config has none and serves every request all the same.
+    /// Makes the lists. If `config` is null there are none, and every request is served by an
+    /// allocation. `config` is not kept.
     BufferPool(const BufferPool_Config* config, std::string name);
     virtual ~BufferPool();
 
-    /// A buffer of at least `size` bytes: a free one of the smallest list that is large enough and
-    /// has one, or else what getBuffer() gives. Only getBuffer() takes `param` over: with a list's
-    /// buffer, which has an owner(), it is not attached and stays the caller's. Such a buffer's
-    /// parameter() still holds what its last holder stored. When the memory for either cannot be
-    /// had, `param` is deleted, with the results of getBuffer().
+    /// Returns a buffer of at least `size` bytes: a free one of the smallest list whose buffers are
+    /// large enough and that has one, otherwise the result of getBuffer(). getBuffer() takes
+    /// ownership of `param`. A list's buffer, which has an owner(), does not: `param` then stays
+    /// the caller's, and parameter() still holds what the last holder stored.
     SharedPtr<Buffer> getPoolBuffer(unsigned int size, BaseBufferParam* param);
 
-    /// A new unowned buffer of exactly `size` bytes that owns `param`, which may be null, and is
-    /// deleted at its last reference. An empty pointer, with `param` deleted, when the memory for
-    /// the bytes cannot be had; std::bad_alloc, with `param` deleted, when there is none for the
-    /// rest.
+    /// Returns a new buffer of exactly `size` bytes without an owner, which is deleted at its last
+    /// reference. It owns `param`, which may be null. If the memory for the bytes cannot be
+    /// allocated, `param` is deleted and the result is empty; if allocating the Buffer object
+    /// itself fails, `param` is deleted and std::bad_alloc is thrown.
     static SharedPtr<Buffer> getBuffer(unsigned int size, BaseBufferParam* param);
 
-    /// Tells all lists to check guards, see BufferList::setGuardCheckEnabled(). Buffers of plain
-    /// memory are checked in any case.
+    /// Switches the guard check of all lists, see BufferList::setGuardCheckEnabled(). Allocated
+    /// buffers are always checked.
     void setGuardCheckEnabled(bool enabled);
 
-    /// How many requests to getPoolBuffer() no list could serve so far.
+    /// The number of calls of getPoolBuffer() so far that no list could serve.
     uint64_t fallbackCount() const { return _fallbacks; }
 
-    /// What the pool was called when it was made.
+    /// The name that was passed to the constructor.
     const std::string& name() const { return _name; }
 
   private:
@@ -61,7 +62,7 @@ class NIVUR_EXPORT BufferPool : public NoCopyable {
     std::atomic<uint64_t> _fallbacks{0};
 };
 
-/// True when the buffers of `a` are smaller than those of `b`.
+/// Returns true if the buffers of `a` are smaller than those of `b`.
 NIVUR_EXPORT bool sortBufferList(BufferList* a, BufferList* b);
 
 }  // namespace NIVUR

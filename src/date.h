@@ -7,27 +7,28 @@
 
 namespace NIVUR {
 
-/// A wall-clock time stamp: milliseconds since 1970-01-01 00:00:00 UTC and the UTC calendar
-/// components. A plain value: any number of threads may read one while none changes it.
+/// A time of the wall clock: milliseconds since 1970-01-01 00:00:00 UTC and the UTC calendar
+/// components. A plain value: threads may read it concurrently while none changes it.
 class NIVUR_EXPORT Date {
   public:
-    /// From UTC components, which stay as they are given: a day past the end of its month counts on
-    /// into the next in the milliseconds only.
+    /// Makes a date from UTC components. They stay as given: a day past the end of its month
+    /// overflows into the next month in millisecondsFrom1970() only.
     /// REQUIRES: year >= 1970, month 1 to 12, day 1 to 31, hour <= 23, minute and second <= 59,
     /// millisecond <= 999.
     Date(unsigned int year, unsigned int month, unsigned int day, unsigned int hour,
          unsigned int minute, unsigned int second, unsigned int millisecond);
 
-    /// From milliseconds since 1970. Earlier moments do not exist: a negative count wraps to the
-    /// end of the range, in the year 584556019, and so do sums and time zones that lead below 1970.
-    /// Not explicit: they are the date, by which all else compares.
+    /// Makes a date from milliseconds since 1970. Earlier times cannot be represented: a negative
+    /// count wraps to the end of the range, in the year 584556019, and so do sums and time zones
+    /// that lead below 1970. Not explicit, so that a count of milliseconds compares and subtracts
+    /// as a date.
     Date(unsigned long long millisecondsFrom1970);
 
-    /// Now on the wall clock, which may be set: measure durations with StopWatch.
+    /// The current time. The wall clock may be set: measure durations with StopWatch.
     static Date now();
 
     ///@{
-    /// A component in UTC, in its usual range: the month from 1, the hour up to 23.
+    /// A UTC component, in its usual range: months count from 1, hours from 0.
     unsigned int year() const { return _year; }
     unsigned int month() const { return _month; }
     unsigned int day() const { return _day; }
@@ -41,32 +42,32 @@ class NIVUR_EXPORT Date {
     unsigned long long millisecondsFrom1970() const { return _millisecondsFrom1970; }
 
     ///@{
-    /// Dates compare by their milliseconds alone.
+    /// Compare by millisecondsFrom1970().
     bool operator==(const Date& other) const;
     bool operator<(const Date& other) const;
     ///@}
 
-    /// The date so many milliseconds later, or earlier if negative, which below 1970 wraps to the
-    /// end of the range; operator-() still gives the difference.
+    /// Returns the date that is `milliseconds` later, or earlier if negative. A result before 1970
+    /// wraps to the end of the range; operator-() of the two dates still gives the difference.
     Date operator+(int milliseconds) const;
 
-    /// The milliseconds from `other` to this date. A plain number is a date here: to go back by
-    /// some milliseconds add a negative number.
+    /// Returns the milliseconds from `other` to this date. A plain number converts to a date here:
+    /// to go back in time, add a negative number.
     long long operator-(const Date& other) const;
 
     /// "MM-DD hh:mm:ss.mmm" on a clock that is `timeZone` whole hours ahead of UTC.
     std::string toShortString(short timeZone) const;
 
-    /// "YYYY-MM-DD hh:mm:ss.mmm", likewise.
+    /// "YYYY-MM-DD hh:mm:ss.mmm", on such a clock.
     std::string toString(short timeZone) const;
 
-    /// What the device's local time is ahead of UTC, in whole hours towards zero.
+    /// By how many whole hours, rounded towards zero, local time is ahead of UTC.
     static int currentTimeZone();
 
-    /// Makes the components those of the milliseconds.
+    /// Sets the components from millisecondsFrom1970().
     void calculateDate();
 
-    /// Makes the milliseconds those of the components.
+    /// Sets millisecondsFrom1970() from the components.
     void calculateMillisecondsFrom1970();
 
   private:

@@ -9,15 +9,16 @@
 
 namespace NIVUR {
 
-/// A typed record: each key, which may be any byte string, holds one value of one of ten types.
-/// A record owns all that it holds: copies are deep, setters store a copy and getters return one,
-/// so that reading an array or a nested record costs a full copy. Nesting of any depth is copied
-/// and destroyed in constant stack. Exhausted memory passes through as std::bad_alloc and leaves
-/// the record as it was. Any number of threads may read one record while none changes it; distinct
-/// records share nothing.
+/// A typed record: each key, which may be any byte string, holds one value of one of ten types. The
+/// record owns its values: copies are deep, setters store a copy, and getters return one, so that
+/// reading an array or a nested record costs a full copy. Copying and destroying records needs
+/// constant stack, however deep they are nested. If memory is exhausted, std::bad_alloc is thrown
+/// and the record is unchanged. Threads may read one record concurrently while none changes it;
+/// distinct records share nothing.
 class NIVUR_EXPORT Dictionary {
   public:
-    /// The numbers are part of the interface; an array's is that of its elements plus 5.
+    /// The type of a value. The numbers are part of the interface; an array type is its element
+    /// type plus 5.
     enum ValueType {
         TYPE_NONE = 0,
         TYPE_INTEGER = 1,
@@ -38,7 +39,7 @@ class NIVUR_EXPORT Dictionary {
     Dictionary(const Dictionary& other);
     /// Leaves `other` empty.
     Dictionary(Dictionary&& other) noexcept;
-    /// A deep copy, which is whole before the old values go.
+    /// Replaces the values by a deep copy. The copy is complete before the old values are deleted.
     Dictionary& operator=(const Dictionary& other);
     /// Leaves `other` empty, unless it is this record.
     Dictionary& operator=(Dictionary&& other) noexcept;
@@ -47,25 +48,26 @@ class NIVUR_EXPORT Dictionary {
     /// The number of keys.
     unsigned int size() const;
 
-    /// True when the key holds a value of any type.
+    /// Returns true if the key holds a value of any type.
     bool hasKey(const std::string& key) const;
 
     /// The type of the key's value; TYPE_NONE when there is no such key.
     ValueType getType(const std::string& key) const;
 
-    /// Every key once: those of strings, integers, decimals, booleans, objects, then those of the
-    /// arrays in the same order; by byte value within each group.
+    /// All keys, grouped by the types of their values: strings, integers, decimals, booleans,
+    /// objects, then the arrays in the same order. Within each group the keys are ordered byte by
+    /// byte.
     std::vector<std::string> allKeys() const;
 
-    /// Removes the key, if it is there.
+    /// Removes the key, if it exists.
     void erase(const std::string& key);
 
     /// Removes every key.
     void clear();
 
     ///@{
-    /// A copy of the value that the key holds under just this type: nothing is converted. Otherwise
-    /// 0, false, or an empty string, record or array.
+    /// Returns a copy of the key's value. If the key does not exist or its value has another type,
+    /// the result is 0, false, or an empty string, record or array: nothing is converted.
     std::string getString(const std::string& key) const;
     long long getInteger(const std::string& key) const;
     long double getDecimal(const std::string& key) const;
@@ -79,7 +81,7 @@ class NIVUR_EXPORT Dictionary {
     ///@}
 
     ///@{
-    /// Stores a copy under the key, in place of any earlier value, whatever its type. A record may
+    /// Stores a copy under the key and replaces any earlier value, whatever its type. A record may
     /// be stored into itself.
     void setString(const std::string& key, const std::string& value);
     void setInteger(const std::string& key, long long value);

@@ -9,33 +9,34 @@
 
 namespace NIVUR {
 
-/// Something named that happened, with values that tell more. An EventCenter takes it to those who
-/// asked for its name.
+/// A named event with optional values. An EventCenter delivers it to the handlers that are
+/// registered for its name.
 ///
-/// It has no lock: fill it before it is sent. Handlers, which may run on several threads at once if
-/// it is sent on several, only read it.
+/// Not thread-safe: set the values before sending it. Handlers may run on several threads at once
+/// if several threads send it; they only read it.
 class NIVUR_EXPORT Event : public NoCopyable {
   public:
-    /// An event whose id is "", which handlers can register for as for any other.
+    /// Makes an event with the id "". Handlers can register for that name too.
     Event();
 
-    /// An event of that name. Not explicit: a name may be sent in its place.
+    /// Makes an event of that name. Not explicit, so that a name can be sent as an event.
     Event(const std::string& id);
 
-    /// Deletes the values as well.
+    /// Also deletes the values.
     virtual ~Event();
 
-    /// The event's name, which never changes.
+    /// The event's name, which does not change.
     std::string id() const;
 
-    /// The event's values, which it owns. They are apart from the parameter that is sent with it.
+    /// The event's values, which it owns. They are separate from the parameter that is passed to
+    /// EventCenter::sendEvent().
     Parameter& parameter() { return _parameter; }
 
-    /// For handlers, who get the event to read.
+    /// The values, read-only, for handlers.
     const Parameter& parameter() const { return _parameter; }
 
   private:
-    friend class EventCenter;  // which needs no copy of the id
+    friend class EventCenter;  // reads _id without copying it
 
     Parameter _parameter;
     const std::string _id;

@@ -17,16 +17,16 @@
 
 namespace NIVUR {
 
-/// Delivers named events to the handlers that are registered for the name, on the thread that
-/// sends. Any thread may call any operation, also from inside a handler: no lock is held while one
-/// runs, so that handlers may send, the same event too, and register and unregister handlers.
+/// Delivers events to the handlers that are registered for their name, on the sending thread. Any
+/// thread may call any operation, also from a handler: no lock is held while a handler runs, so
+/// that it may send events, the same one too, and register and unregister handlers.
 ///
 ///     center.registerEventHandler("finished", &summary);
 ///     center.sendEvent(Event("finished"), nullptr);
 ///
-/// Handlers are not owned. Unregistering is no barrier: a dispatch under way on another thread may
-/// have picked the handler just before, and is not waited for. The handler must live until that
-/// call has returned.
+/// The center does not own handlers. Unregistering does not wait: a dispatch on another thread may
+/// have just picked the handler and still call it. The handler must live until that call has
+/// returned.
 ///
 /// REQUIRES for destruction: no operation is under way.
 class NIVUR_EXPORT EventCenter : public NoCopyable {
@@ -34,43 +34,44 @@ class NIVUR_EXPORT EventCenter : public NoCopyable {
     EventCenter();
     virtual ~EventCenter();
 
-    /// Adds the handler behind the others of the name; one that is among them keeps its place. A
-    /// dispatch of that name that is under way, also one that makes this call, calls it too. When
-    /// memory is exhausted std::bad_alloc passes through and nothing was added.
+    /// Appends the handler to those of the name; registering it twice has no effect. A dispatch of
+    /// the name that is under way calls it too, even if the dispatch itself makes this call. If
+    /// memory is exhausted, std::bad_alloc is thrown and nothing is added.
     /// REQUIRES: handler is not null.
     void registerEventHandler(const std::string& name, EventHandler* handler);
 
-    /// Removes the handler from those of the name; nothing happens when it is not among them. This
-    /// is no barrier: a call of the handler under way on another thread is not waited for.
+    /// Removes the handler from those of the name, if it is registered. It does not wait for a call
+    /// of the handler that is under way on another thread.
     /// REQUIRES: handler is not null.
     void unregisterEventHandler(const std::string& name, EventHandler* handler);
 
-    /// Removes all handlers of all names. Nobody is told, and no call under way is waited for.
+    /// Removes all handlers of all names. It does not wait for calls under way, and handlers are
+    /// not notified.
     void unregisterAllEventHandlers();
 
-    /// Removes all handlers of the name, likewise.
+    /// Removes all handlers of the name, in the same way.
     void unregisterAllEventHandlers(const std::string& name);
 
     /// Calls each handler of the event's name once, in the order of registration, with the event
-    /// and with `parameter`, which stays the caller's and may be null. Always true.
+    /// and with `parameter`, which the caller keeps and which may be null. Always returns true.
     ///
-    /// A handler that is unregistered before its turn is not called. One that is registered during
-    /// the dispatch is called in it, after those before it, unless it was called already. A
-    /// dispatch that a handler starts is complete when that handler goes on. A name that never had
-    /// a handler costs a warning in the log; one that has none any more is sent silently.
+    /// A handler that is unregistered before its turn is not called. A handler that is registered
+    /// during the dispatch is called after the others, unless this dispatch has called it before. A
+    /// dispatch that a handler starts is complete when that handler continues. Sending a name that
+    /// never had a handler logs a warning; sending one whose handlers were all removed does not.
     bool sendEvent(const Event& event, Parameter* parameter);
 
   private:
     struct Registration {
         EventHandler* handler;
-        uint64_t number;  // of the change by which it came
+        uint64_t number;  // value of `changes` when it was registered
     };
 
     struct HandlerList {
         explicit HandlerList(EventHandler* first) : registrations{{first, 1}} {}
 
         std::vector<Registration> registrations;  // in the order of their numbers
-        std::atomic<uint64_t> changes{1};         // the newest number, changed with _mutex held
+        std::atomic<uint64_t> changes{1};         // the latest number; written with _mutex held
     };
 
     struct Dispatch;
@@ -83,7 +84,7 @@ class NIVUR_EXPORT EventCenter : public NoCopyable {
     // Never held while a handler or the log's sink is called.
     Mutex _mutex;
 
-    // Guarded by _mutex. A list once made stays where it is, also when it is empty.
+    // A list, once made, is never removed or moved, also when it is empty.
     std::map<std::string, HandlerList> _handlers NIVUR_GUARDED_BY(_mutex);
 };
 

@@ -7,17 +7,17 @@
 
 namespace NIVUR {
 
-/// An object that is told of events: what callers implement and register with an EventCenter, for
-/// as many names as they like. It is never owned by the center and must live until it is
-/// unregistered and every call of it has returned.
+/// Base of objects that receive events. Callers implement it and register it with an EventCenter,
+/// under any number of names. The center does not own it: it must live until it is unregistered and
+/// every call of it has returned.
 class NIVUR_EXPORT EventHandler {
   public:
     virtual ~EventHandler() = default;
 
-    /// Tells of `event`, which need not live any longer than the call. It is called on the thread
-    /// that sends, also on several at once, with no lock of the center held: it may send, register
-    /// and unregister. `parameter` is the sender's, as it was sent, and may be null. An exception
-    /// ends the dispatch and reaches the sender.
+    /// Receives `event`, which need not live longer than this call. It is called on the sending
+    /// thread, and on several threads at once if several send, with no lock of the center held: it
+    /// may send, register and unregister. `parameter` is what the sender passed, and may be null.
+    /// An exception ends the dispatch and propagates to the sender.
     virtual void onEvent(const Event& event, Parameter* parameter) = 0;
 };
 

@@ -4,9 +4,9 @@
 /// Marks what the shared library exports; everything else in it is hidden.
 #define NIVUR_EXPORT __attribute__((visibility("default")))
 
-/// Marks a variable of a header of which each module has a copy of its own: g++ would make it one
-/// that modules share, which keeps them from being unloaded. clang++ does not, and would hide the
-/// library's own copies too.
+/// Marks a variable in a header of which each module is to have its own copy. Otherwise g++ makes
+/// it a symbol that is unique in the process, and a module that has one cannot be unloaded. clang++
+/// has no such symbols, and with the attribute would hide the copies of the library too.
 #if defined(__clang__)
 #define NIVUR_LOCAL
 #else

@@ -2,11 +2,13 @@
 #define NIVUR_IFADDRS_H
 
 /// \file
-/// An enumeration of interface addresses that takes the place of the platform's for the whole
-/// process that is linked with the library, not for one that loads it later: prefer
-/// <nivur/interface_address.h>. It is left out with the build option NIVUR_EXPORT_IFADDRS=OFF. Its
-/// record has the platform's name but fewer fields, so one source file includes either this or the
-/// platform's <ifaddrs.h>; both read the same lists.
+/// Global functions that list interface addresses and replace the platform's functions of these
+/// names in every process that is linked with the library. In a process that loads the library
+/// later, the platform's remain in use. Prefer <nivur/interface_address.h>. The build option
+/// NIVUR_EXPORT_IFADDRS=OFF leaves this header out.
+///
+/// Its record has the platform's name but fewer fields, so a source file can include either this
+/// header or the platform's <ifaddrs.h>; both read the same lists.
 
 #ifdef _IFADDRS_H
 #error "include either <nivur/ifaddrs.h> or the platform's <ifaddrs.h>: they define the same record"
@@ -27,14 +29,14 @@ struct ifaddrs {  // a redefinition? Include either <nivur/ifaddrs.h> or the pla
 
 extern "C" {
 
-/// Lists the host's IPv4 and IPv6 addresses in the kernel's order, those of interfaces that are
-/// down included; on a point-to-point link the address is the peer's. There are no link-layer
-/// records. Returns 0 and the list, null when there are none, which freeifaddrs() must free;
-/// otherwise -1 with the reason in errno, and `*list` untouched or null: one interface that cannot
-/// be read fails them all. Any thread may call it at any time.
+/// Lists the host's IPv4 and IPv6 addresses in the kernel's order, including those of interfaces
+/// that are down; on a point-to-point link the address is the peer's. There are no link-layer
+/// records. Returns 0 and the list, which is null if there are no addresses and which the caller
+/// passes to freeifaddrs(). Otherwise returns -1 with the reason in errno, and `*list` is unchanged
+/// or null: one unreadable interface fails the whole list. Any thread may call it at any time.
 NIVUR_EXPORT int getifaddrs(struct ifaddrs** list) noexcept;
 
-/// Frees a list from getifaddrs(), all of it; null does nothing.
+/// Frees a whole list from getifaddrs(); null does nothing.
 NIVUR_EXPORT void freeifaddrs(struct ifaddrs* list) noexcept;
 }
 

@@ -16,19 +16,19 @@ struct InterfaceAddress {
     unsigned int interfaceIndex;  ///< the interface's index
     unsigned int flags;           ///< IFF_UP, IFF_LOOPBACK and so on of the platform's <net/if.h>
     SocketAddress address;        ///< port 0; link-local addresses have their scope
-    SocketAddress peer;           ///< on a point-to-point link its other end, else no address
-    unsigned int prefixLength;    ///< how many leading bits name the network
+    SocketAddress peer;           ///< the other end of a point-to-point link, otherwise no address
+    unsigned int prefixLength;    ///< the number of leading bits that identify the network
 
-    /// Whether the interface is in use.
+    /// Returns true if the interface is up.
     bool isUp() const { return (flags & 0x1U) != 0; }
 
-    /// Whether the interface leads back to this host.
+    /// Returns true if the interface is a loopback interface.
     bool isLoopback() const { return (flags & 0x8U) != 0; }
 };
 
-/// Lists the host's IPv4 and IPv6 addresses in the kernel's order, those of interfaces that are
-/// down included; interfaces that vanish meanwhile are left out. DONE: `count` of them are in
-/// `list`. FAILED: `list` is untouched. Any thread may call it at any time.
+/// Lists the host's IPv4 and IPv6 addresses in the kernel's order, including those of interfaces
+/// that are down. Interfaces that vanish meanwhile are left out. DONE: `list` has the addresses and
+/// `count` is their number. FAILED: `list` is unchanged. Any thread may call it at any time.
 NIVUR_EXPORT IoResult getInterfaceAddresses(std::vector<InterfaceAddress>& list);
 
 }  // namespace NIVUR

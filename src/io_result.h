@@ -5,22 +5,23 @@
 
 namespace NIVUR {
 
-/// What came of one call that creates, connects, accepts, sends or receives. These calls write no
-/// log lines, since the result tells the caller all of it, and a signal does not interrupt them.
+/// The result of one call that creates, connects, accepts, sends or receives. Such calls write no
+/// log lines, since the result says all that a line could say, and continue after an interrupting
+/// signal.
 struct IoResult {
-    /// The kinds of outcomes.
+    /// The outcome of a call.
     enum Status {
-        DONE,         ///< the call did what it is for
-        WOULD_BLOCK,  ///< on a non-blocking socket: nothing was done; try again once it is ready
-        CLOSED,       ///< the connection has ended: no more will come, or nothing can be sent
-        FAILED        ///< `error` tells why
+        DONE,         ///< the call succeeded
+        WOULD_BLOCK,  ///< nothing was done; on a non-blocking socket, try again once it is ready
+        CLOSED,       ///< the connection has ended: nothing more can be received, or sent
+        FAILED        ///< `error` has the reason
     };
 
-    Status status = DONE;  ///< which of them it was
-    size_t count = 0;      ///< what was transferred, in the call's unit; 0 unless DONE
+    Status status = DONE;  ///< the outcome
+    size_t count = 0;      ///< the amount transferred, in the unit of the call; 0 unless DONE
     int error = 0;         ///< the platform's error number; 0 unless FAILED
 
-    /// Whether the status is DONE.
+    /// Returns true if the status is DONE.
     explicit operator bool() const { return status == DONE; }
 };
 

@@ -2,11 +2,11 @@
 #define NIVUR_NIVUR_H
 
 /// \file
-/// Everything but <nivur/ifaddrs.h>, which names a record as the platform's <ifaddrs.h> does.
+/// Includes every header but <nivur/ifaddrs.h>, whose record has the name of the platform's.
 ///
-/// No operation throws of its own. When memory is exhausted, buffers' data, JSON trees and
-/// interface lists say so by their results; elsewhere the std::bad_alloc of `new` and of standard
-/// containers passes through, with every lock released and nothing half done.
+/// No operation throws an exception of its own. When memory is exhausted, the data of buffers, JSON
+/// and lists of interfaces report it by their results. Elsewhere std::bad_alloc from `new` and the
+/// standard containers propagates; all locks are then released and no change is left incomplete.
 
 #include "buffer.h"
 #include "buffer_list.h"

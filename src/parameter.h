@@ -17,10 +17,10 @@ class NIVUR_EXPORT ParameterValue {
     virtual ~ParameterValue() = default;
 };
 
-/// Values under string keys, which it owns and deletes when they are replaced or removed and when
-/// it ends itself. The destructor of a value that is removed, or destroyed with the Parameter, may
-/// use the Parameter, which no longer has that value. Not thread-safe: threads that share one need
-/// a lock of their own. Callers derive what they keep from ParameterValue, as in
+/// A map from strings to values of callers' types. It owns the values and deletes them when they
+/// are replaced or removed and when it is destroyed. The destructor of a removed value may use the
+/// Parameter, which no longer holds that value. Not thread-safe. Callers derive their values from
+/// ParameterValue:
 ///
 ///     struct Size : ParameterValue { int width, height; };
 ///     parameter.set("size", new Size(...));
@@ -30,19 +30,20 @@ class NIVUR_EXPORT Parameter : public NoCopyable {
     Parameter();
     ~Parameter();
 
-    /// Takes over `value` and deletes what the key held before. The value that is there already
-    /// stays, and null removes the key. When memory is exhausted `value` is deleted, the old one
-    /// stays and std::bad_alloc passes through.
+    /// Takes ownership of `value` and deletes the value that the key held before. Setting the value
+    /// that the key already holds does nothing; null removes the key. If memory is exhausted,
+    /// `value` is deleted, the old value stays and std::bad_alloc is thrown.
     /// REQUIRES: nothing else owns `value`.
     void set(const std::string& key, ParameterValue* value);
 
-    /// The key's value, lent until it is replaced or removed, or null when there is none.
+    /// The key's value, which the Parameter owns until it is replaced or removed; null if the key
+    /// does not exist.
     ParameterValue* get(const std::string& key) const;
 
-    /// Deletes the key's value; false when there is none.
+    /// Deletes the key and its value. Returns false if the key does not exist.
     bool remove(const std::string& key);
 
-    /// How many keys there are.
+    /// The number of keys.
     size_t size() const;
 
   private:

@@ -10,33 +10,35 @@
 
 namespace NIVUR {
 
-/// A listening TCP socket: create(), listen(), then accept() as connections come, which make it
-/// readable. Accepted connections do not depend on it. Threads: see Socket.
+/// A listening TCP socket: call create(), listen(), then accept() for each connection; a waiting
+/// connection makes the socket readable. Accepted connections do not depend on it. Threads: see
+/// Socket.
 class NIVUR_EXPORT ServerSocket : public Socket {
   public:
     /// Makes a TCP socket bound to a local address; see Socket::create().
     bool create(const std::string& ip, uint16_t port) override;
 
-    /// The same at an address; with `reuse` at once after a server whose connections have just
-    /// ended. See ClientSocket::create().
+    /// Makes a TCP socket bound to a local address and port; the system chooses a port if it is 0.
+    /// With `reuse` the port may be one that a server used shortly before. Fails with EEXIST if the
+    /// socket is already created.
     IoResult create(const SocketAddress& local, bool reuse = false);
 
     /// Closes the listening descriptor.
     void close() override;
 
-    /// Lets connections come, `count` of which may wait to be accepted. False, with an error line,
-    /// when not created or the platform refuses.
+    /// Starts listening with a backlog of `count` connections. Returns false, with an error line,
+    /// if the socket is not created or the platform refuses.
     /// REQUIRES: count > 0.
     bool listen(unsigned int count) const;
 
-    /// Accepts one connection into `connection`, whose earlier one is closed: DONE. Else it is
-    /// untouched; WOULD_BLOCK when no connection waits on a non-blocking socket.
+    /// Accepts a connection into `connection` and closes the one that it had: DONE. Otherwise
+    /// `connection` is unchanged; WOULD_BLOCK if no connection waits on a non-blocking socket.
     IoResult accept(ClientSocket& connection) const;
 
-    /// Accepts one connection; a blocking socket waits for it. The caller owns the new connected
-    /// socket. Null, with an error line, when not created or on failure, such as no connection on a
-    /// non-blocking socket. When memory is exhausted the connection is closed and std::bad_alloc
-    /// passes through.
+    /// Accepts a connection; a blocking socket waits for it. Returns the new connected socket,
+    /// which the caller owns. Returns null, with an error line, if the socket is not created or the
+    /// call fails, for example because no connection waits on a non-blocking socket. If memory is
+    /// exhausted, the connection is closed and std::bad_alloc is thrown.
     ClientSocket* accept();
 };
 

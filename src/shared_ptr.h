@@ -9,13 +9,13 @@
 
 namespace NIVUR {
 
-/// What happens to an object when its last SharedPtr goes. A disposer is not owned by the pointers
-/// that use it and must outlive them: make it a static.
+/// Decides what happens when the last SharedPtr to an object is destroyed. The pointers do not own
+/// their disposer, which must outlive them: make it a static object.
 template <class T>
 class PtrDisposer {
   public:
-    /// Called once, with null for a pointer made from null, on the thread that drops the last
-    /// reference and with no lock of the pointer held. It must not throw.
+    /// Disposes of the object, or of null for a pointer made from null. Called once, on the thread
+    /// that drops the last reference, with no lock of the pointer held. It must not throw.
     virtual void dispose(T* object) = 0;
 
   protected:
@@ -23,22 +23,23 @@ class PtrDisposer {
     ~PtrDisposer() = default;
 };
 
-/// The count that all SharedPtr to one object share.
+/// The reference count that all SharedPtr to one object share.
 template <class T>
 class SharedCount : public NoCopyable {
   public:
-    /// A block on the heap, which goes with the last reference, or a part of the object, which
-    /// serves again when the object is lent anew.
+    /// Where the count is: in a block of its own, which is deleted with the last reference, or
+    /// embedded in the object and reused each time the object is handed out.
     enum Place { ON_HEAP, IN_OBJECT };
 
-    /// One reference to `object`, which `disposer` will end.
+    /// Counts one reference to `object`, which `disposer` will dispose of.
     SharedCount(T* object, PtrDisposer<T>* disposer, Place place = ON_HEAP)
         : _ptr(object), _disposer(disposer), _place(place) {}
 
-    /// Adds one reference to those that are there.
+    /// Adds a reference. REQUIRES: there is one already.
     void incRefCount() { _refCount.fetch_add(1, std::memory_order_relaxed); }
 
-    /// Drops one reference; the last one disposes of the object and frees this block.
+    /// Drops a reference. After the last one, disposes of the object and deletes this count if it
+    /// is on the heap.
     void decRefCount();
 
   private:
@@ -52,32 +53,34 @@ class SharedCount : public NoCopyable {
 };
 
 /// A reference-counted pointer: the last of the pointers that share an object disposes of it, by
-/// default with delete. Pointers that share an object may be copied and dropped on any threads; one
-/// pointer that several threads use needs a lock of theirs if any of them changes it.
+/// default with delete. Pointers that share an object may be copied and dropped on any thread. A
+/// single SharedPtr object that several threads use needs external locking if any of them modifies
+/// it.
 template <class T>
 class SharedPtr {
   public:
-    /// The disposer of pointers that were given none: deletes the object.
+    /// The disposer of pointers that were given no other: deletes the object.
     class DefaultPtrDisposer final : public PtrDisposer<T> {
       public:
         constexpr DefaultPtrDisposer() = default;
         void dispose(T* object) override { delete object; }
     };
 
-    /// The one object of it, there before an application's first static object and after its last.
+    /// The only instance. It is usable before any static object is constructed and after all are
+    /// destroyed.
     static DefaultPtrDisposer _kDefaultPtrDisposer;
 
     /// An empty pointer.
     SharedPtr() noexcept = default;
 
-    /// Takes over `object`, which may be null. Not explicit, so that a new object can be handed to
-    /// whatever takes a pointer like this. When memory for the count is exhausted the object is
-    /// disposed of and std::bad_alloc passes through. `disposer` must outlive every copy.
+    /// Takes ownership of `object`, which may be null. `disposer` must outlive every copy. Not
+    /// explicit, so that a new object can be passed wherever a pointer like this is expected. If
+    /// memory for the count is exhausted, the object is disposed of and std::bad_alloc is thrown.
     SharedPtr(T* object, PtrDisposer<T>* disposer = &_kDefaultPtrDisposer) : _ptr(object) {
         if (object == nullptr && disposer == &_kDefaultPtrDisposer) {
-            return;  // nothing to count, so that an empty pointer never needs memory
+            return;  // an empty pointer needs no count
         }
-        // Without try, which callers that do without exceptions could not compile.
+        // Not a try block: callers that are compiled without exceptions could not compile it.
         struct Uncounted {
             ~Uncounted() {
                 if (disposer != nullptr) {
@@ -91,13 +94,13 @@ class SharedPtr {
         uncounted.disposer = nullptr;
     }
 
-    /// The first pointer to an object that holds its own `count`: it needs no memory.
+    /// Makes the first pointer to an object that embeds its own `count`; this allocates nothing.
     /// REQUIRES: there is no other pointer to the object.
     explicit SharedPtr(SharedCount<T>& count) noexcept : _ptr(count._ptr), _sharedCount(&count) {
         count._refCount.store(1, std::memory_order_relaxed);
     }
 
-    /// One more reference to the same object.
+    /// Adds a reference to the same object.
     SharedPtr(const SharedPtr& other) : _ptr(other._ptr), _sharedCount(other._sharedCount) {
         if (_sharedCount != nullptr) {
             _sharedCount->incRefCount();
@@ -109,7 +112,8 @@ class SharedPtr {
         : _ptr(std::exchange(other._ptr, nullptr)),
           _sharedCount(std::exchange(other._sharedCount, nullptr)) {}
 
-    /// The new object is held before the old one is let go, whose end may take `other` with it.
+    /// Acquires the new object before releasing the old one, because destroying the old one may
+    /// destroy `other`.
     SharedPtr& operator=(const SharedPtr& other) {
         SharedPtr(other).swap(*this);
         return *this;
@@ -127,19 +131,19 @@ class SharedPtr {
         }
     }
 
-    /// The object, lent, or null.
+    /// The object, or null.
     T* get() const { return _ptr; }
 
     ///@{
-    /// The object, which must be there: nothing checks it.
+    /// The object. REQUIRES: it is not null. Nothing checks this.
     T* operator->() const { return _ptr; }
     T& operator*() const { return *_ptr; }
     ///@}
 
-    /// True when there is an object.
+    /// Returns true if the pointer is not empty.
     explicit operator bool() const { return _ptr != nullptr; }
 
-    /// Drops the object: the pointer is empty when a disposer looks at it.
+    /// Drops the reference. The pointer is already empty when a disposer looks at it.
     void reset() noexcept { SharedPtr().swap(*this); }
 
     /// Exchanges the objects of two pointers; no count changes.
@@ -164,14 +168,15 @@ bool operator!=(const SharedPtr<T>& a, const SharedPtr<T>& b) {
     return a.get() != b.get();
 }
 
-// Only here, so that the types whose pointers the library instantiates have theirs in the library.
+// Defined outside the class, so that the types whose pointers the library instantiates have theirs
+// in the library.
 template <class T>
 NIVUR_LOCAL typename SharedPtr<T>::DefaultPtrDisposer SharedPtr<T>::_kDefaultPtrDisposer;
 
 template <class T>
 void SharedCount<T>::decRefCount() {
-    // What the others did with the object is done before it goes. The only one that is left can
-    // tell by looking.
+    // Orders the other owners' accesses before the disposal. At count 1 no other owner exists that
+    // could copy the pointer, so a load suffices and saves an atomic read-modify-write.
     if (_refCount.load(std::memory_order_acquire) != 1 &&
         _refCount.fetch_sub(1, std::memory_order_acq_rel) != 1) {
         return;
@@ -179,7 +184,7 @@ void SharedCount<T>::decRefCount() {
     const Place place = _place;
     _disposer->dispose(_ptr);
     if (place == ON_HEAP) {
-        // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDelete): `place`, which it does not follow
+        // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDelete): it does not follow `place`
         delete this;
     }
 }

@@ -7,15 +7,15 @@
 
 namespace NIVUR {
 
-/// Measures from its construction on the monotonic clock. One thread at a time may use it.
+/// Measures the time since its construction on the monotonic clock. Not thread-safe.
 class NIVUR_EXPORT StopWatch {
   public:
     StopWatch();
 
-    /// Counts the call and gives the milliseconds since construction, modulo 2^32 (49.7 days).
+    /// Counts the call and returns the milliseconds since construction, modulo 2^32 (49.7 days).
     unsigned int record();
 
-    /// How many times record() was called.
+    /// The number of calls of record().
     unsigned int getCount() const { return _count; }
 
   private:

@@ -9,12 +9,12 @@
 
 namespace NIVUR {
 
-/// The decimal number at the start of `text` as atoi() reads it, cut to its low 8 bits: 300 gives
-/// 44, -1 gives 255, no digits give 0. Any thread may call it.
+/// Returns the decimal number at the start of `text`, as atoi() reads it, cut to its low 8 bits:
+/// "300" gives 44, "-1" gives 255, and text without digits 0. Any thread may call it.
 NIVUR_EXPORT uint8_t stringToUInt8(const std::string& text);
 
-/// Conversions between numbers and text, which report no errors: malformed text yields a number all
-/// the same. Any thread may call any operation.
+/// Conversions between numbers and text. They report no errors: malformed text gives a number too.
+/// Any thread may call any operation.
 class NIVUR_EXPORT StringUtil {
   public:
     StringUtil() = delete;
@@ -22,11 +22,11 @@ class NIVUR_EXPORT StringUtil {
     /// `value` in decimal.
     static std::string int2String(long value);
 
-    /// Up to the first NUL, an optional minus and then digits, in 32-bit arithmetic that wraps.
-    /// Nothing is checked: any other byte counts as the digit of its distance from '0'.
+    /// Reads an optional minus sign and then digits, up to the first NUL, in 32-bit arithmetic that
+    /// wraps. Nothing is checked: any other byte is used as the digit (byte - '0').
     static int string2Int(const std::string& text);
 
-    /// Appends stringToUInt8() of each word between white space to `bytes`.
+    /// Appends stringToUInt8() of each word of `text`, as separated by white space, to `bytes`.
     static void string2UInt8Vector(const std::string& text, std::vector<uint8_t>& bytes);
 };
 

@@ -5,9 +5,10 @@
 
 namespace NIVUR {
 
-/// Fills the process-wide table that stands in for Android's property store off Android, and which
-/// SystemUtil::getDeviceInfo() reads: a copy of `value`, of which 1,023 bytes are read, replaces
-/// any earlier one; null removes the entry. On Android it does nothing. Any thread may call it.
+/// Sets a system property for SystemUtil::getDeviceInfo(), where the platform has no properties of
+/// its own: a process-wide table keeps a copy of `value`, of which at most 1,023 bytes are read.
+/// Null removes the property. On Android, which has properties, it does nothing. Any thread may
+/// call it.
 /// REQUIRES: name is not null.
 NIVUR_EXPORT void setSystemProperty(const char* name, const char* value);
 

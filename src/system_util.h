@@ -11,20 +11,20 @@ namespace NIVUR {
 
 /// An IPv4 address of the host.
 struct LocalIPInfo {
-    std::string name;  ///< the interface
+    std::string name;  ///< the name of the interface
     std::string ip;    ///< the address as dotted text
 };
 
-/// Questions to the system. Any thread may call any operation at any time.
+/// Queries about the host and the process. Any thread may call any operation at any time.
 class NIVUR_EXPORT SystemUtil {
   public:
     SystemUtil() = delete;
 
-    /// Milliseconds of the monotonic clock, the time base of every time limit and timer; only
-    /// differences mean anything. 0, and an error line, when the clock cannot be read.
+    /// The milliseconds of the monotonic clock, on which all timeouts and timers are based; only
+    /// differences have a meaning. Returns 0, with an error line, if the clock cannot be read.
     static uint64_t getCPUTime();
 
-    /// The same clock in microseconds.
+    /// The microseconds of the same clock.
     static uint64_t getCPUTimeInMicroseconds();
 
     /// Blocks the calling thread for at least `milliseconds`; signals do not shorten it.
@@ -33,18 +33,18 @@ class NIVUR_EXPORT SystemUtil {
     /// The id of the calling process.
     static int getpid();
 
-    /// The folder for an Android application's data files, with its trailing slash:
-    /// "/mnt/sdcard/", on every platform. Elsewhere no such folder need exist.
+    /// The folder for an Android application's data files: "/mnt/sdcard/", on every platform.
+    /// Elsewhere the folder need not exist.
     static std::string getAppDataFolder();
 
-    /// The device's manufacturer and model in lower case, from the system properties
-    /// ro.product.manufacturer and ro.product.model. False when either is missing or empty: it and
-    /// what comes after it are left as they were.
+    /// Gets the device's manufacturer and model in lower case, from the system properties
+    /// ro.product.manufacturer and ro.product.model. Returns false if either is missing or empty;
+    /// that output and the following one are unchanged.
     static bool getDeviceInfo(std::string& manufacturer, std::string& model);
 
-    /// The host's IPv4 addresses in the kernel's order: loopback and interfaces that are down
-    /// included, and on a point-to-point link the peer's. Empty also when they cannot be read,
-    /// for which one interface is enough: prefer getInterfaceAddresses().
+    /// The host's IPv4 addresses in the kernel's order, including loopback and interfaces that are
+    /// down; on a point-to-point link the peer's address. Returns no addresses if they cannot be
+    /// read: one unreadable interface fails the whole list. Prefer getInterfaceAddresses().
     static std::vector<LocalIPInfo> getLocalIPList();
 };
 

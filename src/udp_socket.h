@@ -9,77 +9,81 @@
 
 namespace NIVUR {
 
-/// A UDP socket, which sends and receives datagrams from and to its local address. Threads: see
-/// Socket.
+/// A UDP socket, which sends and receives datagrams. Threads: see Socket.
 class NIVUR_EXPORT UDPSocket : public Socket {
   public:
     /// Makes a UDP socket bound to a local address; see Socket::create().
     bool create(const std::string& ip, uint16_t port) override;
 
-    /// Makes a UDP socket bound to a local address and port; port 0 lets the system choose one.
+    /// Makes a UDP socket bound to a local address and port; the system chooses a port if it is 0.
     /// With `reuse` several sockets may share the port, as receivers of a multicast group do. Fails
-    /// with EEXIST when created already.
+    /// with EEXIST if the socket is already created.
     IoResult create(const SocketAddress& local, bool reuse = false);
 
-    /// Allows datagrams to broadcast addresses, or not (the default). Returns 0, or -1 on failure.
+    /// Allows datagrams to broadcast addresses, or forbids them (the default). Returns 0, or -1 on
+    /// failure.
     int setBroadcast(bool enable) override;
 
-    /// Joins a multicast group on the interface with that index; 0 is that of the group's scope, or
-    /// one that the system chooses. Returns 0, or -1 on failure.
+    /// Joins a multicast group on the interface with that index; 0 means the interface of the
+    /// group's scope, or one that the system chooses. Returns 0, or -1 on failure.
     int joinGroup(const SocketAddress& group, unsigned int interfaceIndex = 0);
 
-    /// Leaves a group that was joined on that interface. Returns 0, or -1 on failure.
+    /// Leaves a multicast group on that interface. Returns 0, or -1 on failure.
     int leaveGroup(const SocketAddress& group, unsigned int interfaceIndex = 0);
 
-    /// Limits how many routers pass on what is sent to groups, 0 (not beyond this host) to 255; the
-    /// default is 1, this network. Returns 0, or -1 on failure.
+    /// Limits the number of hops of multicast datagrams, 0 (this host) to 255; the default is 1
+    /// (this network). Returns 0, or -1 on failure.
     int setMulticastHopLimit(unsigned int hops);
 
-    /// Sets the peer that send() sends to and from which alone datagrams are received; it may be
-    /// called again. What the peer's host reports, such as ECONNREFUSED, fails a later call.
+    /// Sets the peer of send(); only its datagrams are received from now on. May be called again.
+    /// Errors that the peer's host reports, such as ECONNREFUSED, fail a later call.
     IoResult connect(const SocketAddress& peer);
 
     /// Sends one datagram to the peer.
     IoResult send(const void* data, size_t length) const;
 
-    /// As recvfrom(), for who knows or does not ask who sent it.
+    /// Like recvfrom(), without the sender.
     IoResult receive(void* data, size_t length) const;
 
     /// Sends one datagram.
     IoResult sendto(const SocketAddress& receiver, const void* data, size_t length) const;
 
-    /// Receives one datagram; `count` is its length, which may be 0, and `sender` tells who sent
-    /// it. One that is longer than `length` is lost, but for its beginning: FAILED with EMSGSIZE.
+    /// Receives one datagram; `count` is its length, which may be 0, and `sender` gets its sender.
+    /// A datagram longer than `length` is truncated and reported as FAILED with EMSGSIZE.
     IoResult recvfrom(SocketAddress& sender, void* data, size_t length) const;
 
-    /// Sends `length` bytes as datagrams of `datagram` bytes each and a last one that may be
-    /// shorter; where the system knows how, up to 64 of them take one call. `count` is the number
-    /// of bytes sent, fewer than `length` if a later datagram would block or fails. REQUIRES:
-    /// datagram > 0.
+    /// Sends `length` bytes as datagrams of `datagram` bytes each; the last one may be shorter.
+    /// Where the system supports it, one system call sends up to 64 of them. `count` is the number
+    /// of bytes sent, less than `length` if a later datagram would block or fails.
+    /// REQUIRES: datagram > 0.
     IoResult sendDatagrams(const SocketAddress& receiver, const void* data, size_t length,
                            size_t datagram) const;
 
-    /// Lets receiveDatagrams() receive several datagrams in one call. Other calls do not tell where
-    /// one ends. Returns 0, or -1 on a system that cannot.
+    /// Lets the system combine received datagrams for receiveDatagrams(). Do not receive with other
+    /// calls then: they do not tell where a datagram ends. Returns 0, or -1 if the system does not
+    /// support it.
     int setCoalescing(bool coalescing);
 
-    /// Receives one datagram, or with setCoalescing() several of one sender: `count` bytes, which
-    /// are datagrams of `datagram` bytes each and a last one that may be shorter. Give it 65,535
-    /// bytes of room; what does not fit is lost: FAILED with EMSGSIZE.
+    /// Receives one datagram, or with setCoalescing() several of one sender: `count` bytes, in
+    /// datagrams of `datagram` bytes each; the last one may be shorter. Pass room for 65,535 bytes:
+    /// what does not fit is lost, and the result is FAILED with EMSGSIZE.
     IoResult receiveDatagrams(SocketAddress& sender, void* data, size_t length,
                               size_t& datagram) const;
 
-    /// Sends one datagram to an address of the socket's own family; `sent`, if given, gets the
-    /// number of bytes. False with `sent` untouched, and an error line, when not created or for
-    /// text that is no such address. False with `sent` 0, and an error line, when the platform
-    /// refuses. REQUIRES: data is not null.
+    /// Sends one datagram to an address of the socket's own family. `sent`, if not null, gets the
+    /// number of bytes. Returns false, with an error line,
+    /// - with `sent` unchanged, if the socket is not created or `ip` is no numeric address of the
+    /// family;
+    /// - with `sent` 0, if the platform refuses.
+    /// REQUIRES: data is not null.
     bool sendto(const std::string& ip, uint16_t port, const void* data, unsigned long length,
                 unsigned int* sent) const;
 
-    /// Receives one datagram, for which a blocking socket waits: at most `length` bytes, the rest
-    /// of it is lost. `ip` and `port` get the sender, `length` the number of bytes. False, with a
-    /// log line and all three untouched, when not created, on failure, such as nothing there on a
-    /// non-blocking socket, and for an empty datagram.
+    /// Receives one datagram of at most `length` bytes, and drops the rest of a longer one; a
+    /// blocking socket waits for it. `ip` and `port` get the sender, `length` the number of bytes.
+    /// Returns false, with a log line and all three unchanged, if the socket is not created, for an
+    /// empty datagram, and if the call fails, for example because a non-blocking socket has nothing
+    /// to read.
     /// REQUIRES: data is not null, length > 0.
     bool recvfrom(std::string& ip, uint16_t& port, void* data, unsigned int& length) const;
 };

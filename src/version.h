@@ -4,20 +4,20 @@
 #include "export.h"
 
 /// \file
-/// The version. It stands here alone: CMake, pkg-config and the library's file name read it here.
+/// The version, defined here only: CMake, pkg-config and the library's file name take it from here.
 
-#define NIVUR_VERSION_MAJOR 0  ///< changes with an interface that breaks its users
-#define NIVUR_VERSION_MINOR 2  ///< changes with additions, and before 1.0 with breaks as well
-#define NIVUR_VERSION_PATCH 0  ///< changes with corrections alone
+#define NIVUR_VERSION_MAJOR 0  ///< changes when the interface breaks programs that use it
+#define NIVUR_VERSION_MINOR 2  ///< changes with additions; before 1.0 also when the interface breaks
+#define NIVUR_VERSION_PATCH 0  ///< changes with corrections
 
-/// The version of these headers as one number that compares: 10203 is 1.2.3.
+/// The version of these headers as one number, for comparisons: 10203 is 1.2.3.
 #define NIVUR_VERSION \
     (NIVUR_VERSION_MAJOR * 10000 + NIVUR_VERSION_MINOR * 100 + NIVUR_VERSION_PATCH)
 
 namespace NIVUR {
 
-/// The version of the library that runs, which may be newer than the headers that its caller was
-/// compiled with: a number as NIVUR_VERSION is. Any thread may call it.
+/// The version of the library that is loaded, in the form of NIVUR_VERSION. It may be newer than
+/// the headers that the caller was compiled with. Any thread may call it.
 NIVUR_EXPORT int version();
 
 }  // namespace NIVUR
