@@ -11,8 +11,8 @@
 
 namespace NIVUR {
 
-// As the default disposer it is constant-initialised and trivially destructible: it serves buffers
-// that an application's static objects hold, whenever those are made and destroyed.
+// Constant-initialised and trivially destructible, as the default disposer is: static objects of an
+// application may hold buffers, whenever they are constructed and destroyed.
 Buffer::SharedBufferDisposer Buffer::_disposer;
 template class SharedCount<Buffer>;
 template class SharedPtr<Buffer>;
@@ -37,7 +37,7 @@ Buffer::Buffer(unsigned int size, BaseBufferParam* param, BufferOwner* owner)
 
 Buffer::~Buffer() {
     checkBufferOverflow();
-    // What param and values see of the buffer, should their destructors look, is an invalid one.
+    // From here on the destructors of param and values see an invalid buffer.
     _owner = nullptr;
     _home.reset();
     _state = BUFFER_STATE_INVALID;
@@ -76,10 +76,10 @@ bool Buffer::goHome() {
     memcpy(guard, _data + usedSize, sizeof(guard));
     reset();
     if (_home->free.giveBack(_index)) {
-        return true;  // from here on the buffer may be in use again, or deleted
+        return true;  // another thread may already use the buffer, or have deleted it
     }
     _usedSize = usedSize;
-    memcpy(_data + usedSize, guard, sizeof(guard));  // as it was found, for the destructor to check
+    memcpy(_data + usedSize, guard, sizeof(guard));  // restored for the check in the destructor
     return false;
 }
 
@@ -103,7 +103,7 @@ BufferOwner* Buffer::owner() const {
 }
 
 void Buffer::placeGuard() {
-    memcpy(_data + _usedSize, &_checkByte, sizeof(_checkByte));  // at any alignment
+    memcpy(_data + _usedSize, &_checkByte, sizeof(_checkByte));  // may be unaligned
 }
 
 }  // namespace NIVUR

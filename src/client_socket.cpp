@@ -23,7 +23,7 @@ ClientSocket& ClientSocket::operator=(const ClientSocket& other) {
     if (this == &other) {
         return *this;
     }
-    std::string remoteIP = other._remoteIP;  // before anything changes: memory may run out
+    std::string remoteIP = other._remoteIP;  // may throw, so before anything changes
     Socket::operator=(other);
     const bool connected = _socket != -1;
     _remoteIP = connected ? std::move(remoteIP) : std::string();
@@ -78,7 +78,7 @@ bool ClientSocket::connect(const std::string& ip, uint16_t port) {
         logLine(LOG_ERROR, "invalid address: ip=%s, port=%d", ip.c_str(), port);
         return false;
     }
-    std::string remoteIP = ip;  // before the call: memory cannot run out once it is connected
+    std::string remoteIP = ip;  // may throw, so before the call
     if (platform::connect(_socket, address) == -1) {
         logLine(LOG_ERROR, "connect() failed: socket=%d, remoteIP=%s, remotePort=%d, err=%d",
                 _socket, ip.c_str(), port, getError());
@@ -90,7 +90,7 @@ bool ClientSocket::connect(const std::string& ip, uint16_t port) {
 }
 
 IoResult ClientSocket::connect(const SocketAddress& peer) {
-    std::string remoteIP = peer.ip();  // before the call, as above
+    std::string remoteIP = peer.ip();  // may throw, so before the call
     const IoResult result = platform::complete([&] { return platform::connect(_socket, peer); });
     if (result) {
         _remoteIP = std::move(remoteIP);
@@ -109,7 +109,9 @@ IoResult ClientSocket::finishConnect() {
     if (errno != ENOTCONN) {
         return platform::failure();
     }
-    // Asked first: what fails between the two is then told by its own number.
+    // The peer is unknown: the connection has failed, is in progress, or was never begun. The state
+    // is read before the pending error, because a connection that fails between the two calls is
+    // then still reported by its own error number.
     const bool idle = platform::isIdle(_socket);
     const int error = platform::takeError(_socket);
     return error == 0 && !idle ? IoResult{IoResult::WOULD_BLOCK}
@@ -168,7 +170,7 @@ bool ClientSocket::recv(void* data, unsigned int& length) const {
         logLine(LOG_DEBUG, "recv data failed: socket=%d, err=%d", _socket, getError());
         return false;
     }
-    const bool closed = count == 0 && length > 0;
+    const bool closed = count == 0 && length > 0;  // receiving 0 bytes returns 0 as well
     length = static_cast<unsigned int>(count);
     if (closed) {
         errno = 0;

@@ -23,7 +23,7 @@ Date inTimeZone(const Date& date, short timeZone) {
 struct Part {
     const char* before;
     unsigned int number;
-    size_t width;  // filled with zeros
+    size_t width;  // with leading zeros
 };
 
 std::string join(std::initializer_list<Part> parts) {
@@ -130,7 +130,7 @@ void Date::calculateDate() {
 }
 
 void Date::calculateMillisecondsFrom1970() {
-    // Unsigned: what does not fit, from the year 584556019 on, wraps.
+    // Unsigned arithmetic: from the year 584556019 on it wraps.
     const auto days = static_cast<unsigned long long>(daysFrom1970({_year, _month, _day}));
     const unsigned long long seconds = ((days * 24 + _hour) * 60 + _minute) * 60 + _second;
     _millisecondsFrom1970 = seconds * 1000 + _millisecond;

@@ -10,7 +10,7 @@ namespace {
 
 using D = Dictionary;
 
-/// The types of values in the order of allKeys(), in which Dictionary::Entry::Value has them too.
+/// The types of values in the order of allKeys(), which is also that of Dictionary::Entry::Value.
 constexpr D::ValueType kTypes[] = {
     D::TYPE_STRING,        D::TYPE_INTEGER,      D::TYPE_DECIMAL,       D::TYPE_BOOLEAN,
     D::TYPE_OBJECT,        D::TYPE_STRING_ARRAY, D::TYPE_INTEGER_ARRAY, D::TYPE_DECIMAL_ARRAY,

@@ -4,7 +4,7 @@ namespace NIVUR {
 
 Parameter::Parameter() = default;
 
-// A value's destructor is the caller's code, which may ask for this: it finds the entry gone.
+// extract() removes an entry before it deletes the value, whose destructor may call this object.
 Parameter::~Parameter() {
     while (!_entries.empty()) {
         const auto removed = _entries.extract(_entries.begin());

@@ -13,6 +13,7 @@ RingBuffer::RingBuffer(unsigned int size, std::string name)
 
 RingBuffer::~RingBuffer() = default;
 
+/// Returns whether `side` may copy `length` bytes. It can go `ahead` bytes further than the other.
 inline bool RingBuffer::mayPass(Side& side, const Side& other, unsigned int ahead,
                                 unsigned int length) {
     const unsigned int total = side.total.load(std::memory_order_relaxed);
@@ -22,6 +23,7 @@ inline bool RingBuffer::mayPass(Side& side, const Side& other, unsigned int ahea
     return length <= side.limit - total;
 }
 
+/// Hands `length` copied bytes to the other side.
 inline void RingBuffer::pass(Side& side, unsigned int length) {
     const unsigned int tail = _size - side.position;
     side.position = length < tail ? side.position + length : length - tail;
@@ -59,7 +61,7 @@ void RingBuffer::reset() {
     std::fill_n(_buffer.get(), _size, '\0');
     _writer.position = _reader.position = 0;
     const unsigned int total = _writer.total.load(std::memory_order_relaxed);
-    _reader.limit = total;  // what was stored counts as read
+    _reader.limit = total;  // the stored bytes count as read
     _reader.total.store(total, std::memory_order_release);
 }
 
@@ -68,7 +70,7 @@ unsigned int RingBuffer::getUnreadSize() const {
         const unsigned int read = _reader.total.load(std::memory_order_acquire);
         const unsigned int written = _writer.total.load(std::memory_order_acquire);
         if (_reader.total.load(std::memory_order_relaxed) == read) {
-            return written - read;  // both were so at one moment
+            return written - read;  // both totals were valid at one moment
         }
     }
 }

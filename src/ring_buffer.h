@@ -61,14 +61,14 @@ class NIVUR_EXPORT RingBuffer : public NoCopyable {
     //     ---- read ----><---- stored ----><---- free ---->
     //         _reader.total     _writer.total      _reader.total + _size
     //
-    // Only a producer touches the free bytes, and only a consumer the stored ones. Each side keeps
-    // a `limit`, up to which it may copy, and reads the other side's total again only when the
-    // limit does not suffice: so the two seldom share a cache line, and a block of 64 bytes between
-    // two threads takes 0.09 to 0.87 times the time of the best peer (docs/performance.md, "Ring
-    // buffer").
+    // Only producers touch the free bytes, and only consumers the stored ones. Each side keeps a
+    // `limit` for its total and reads the other side's total only when the limit does not suffice,
+    // so that the sides seldom share a cache line: 66 ns for 188 bytes between two processors,
+    // where a deque under one mutex takes 415 ns (docs/performance.md, "188 B, 2 threads, two
+    // processors").
     //
-    // Memory ordering: a side adds to its total with release after it has copied, and the other
-    // side reads that total with acquire before it copies over those bytes.
+    // Memory ordering: a side releases its total after it has copied; the other side acquires that
+    // total before it copies over those bytes.
     struct alignas(64) Side {
         Mutex mutex;
         unsigned int position NIVUR_GUARDED_BY(mutex) = 0;  // in _buffer; less than _size, or 0

@@ -21,13 +21,13 @@ void RunLoop::State::logRefusal(Refusal refusal) const {
              refusal == Refusal::STOPPING ? "stopping" : "not running");
 }
 
-/// Queues a task; false, with the reason logged and the task deleted, when the loop refuses it.
+/// Queues a task. If the loop refuses it, logs the reason, deletes the task and returns false.
 bool RunLoop::State::post(std::unique_ptr<Runnable> task, bool highPriority) {
     const Refusal refusal = highPriority ? postHighPriority(task) : postNormal(task);
     if (refusal != Refusal::NONE) {
         logRefusal(refusal);
     }
-    return refusal == Refusal::NONE;  // the loop may be gone, together with the task
+    return refusal == Refusal::NONE;  // the task may have run and destroyed the loop
 }
 
 RunLoop::State::Refusal RunLoop::State::postNormal(std::unique_ptr<Runnable>& task) {
@@ -35,7 +35,7 @@ RunLoop::State::Refusal RunLoop::State::postNormal(std::unique_ptr<Runnable>& ta
     for (;;) {
         switch (_intake.add(task)) {
             case Intake::ADDED:
-                return Refusal::NONE;  // the task may have run, and ended the loop
+                return Refusal::NONE;  // the task may have run and destroyed the loop
             case Intake::ADDED_ASLEEP:
                 signal();
                 return Refusal::NONE;
@@ -47,7 +47,7 @@ RunLoop::State::Refusal RunLoop::State::postNormal(std::unique_ptr<Runnable>& ta
             _posted.fetch_sub(1, std::memory_order_relaxed);
             return refusal;
         }
-        openIntake();  // the loop's thread has started and not yet come to it
+        openIntake();  // the loop's thread has started, but has not opened it yet
     }
 }
 
@@ -69,8 +69,8 @@ RunLoop::State::Refusal RunLoop::State::postHighPriority(std::unique_ptr<Runnabl
     return Refusal::NONE;
 }
 
-/// Gives the signal that is owed for removing the sleeper's mark. The loop waits for it before it
-/// does anything else, so that it is still there.
+/// Signals the loop after its mark was removed. The loop waits for this signal before it does
+/// anything else, so it still exists.
 void RunLoop::State::signal() {
     if (_sleepPlace != nullptr) {
         _sleepPlace->signal();
@@ -79,16 +79,16 @@ void RunLoop::State::signal() {
     }
 }
 
-/// Makes a caller on another thread wait until nothing runs.
+/// On another thread than the loop's, makes the caller wait until nothing runs.
 void RunLoop::State::enterGate(Gate::Waiter& waiter) {
     if (!isLoopThread()) {
         _gate.enter(waiter);
     }
 }
 
-/// Lets posts in while the loop runs. stop() sets the flag and closes the intake under one lock, so
-/// that no post slips in after it and is forgotten. isStarted() is read under the thread's own
-/// lock: otherwise the intake of a loop whose thread is just ending could be opened.
+/// Opens the intake if the loop runs. stop() sets the flag and closes the intake under the same
+/// lock, so that no post is accepted after it. isStarted() is read under the thread's own lock:
+/// otherwise the intake of a loop whose thread is just ending could be opened.
 void RunLoop::State::openIntake() {
     AutoLock lock(_mutex);
     if (getRefusal() == Refusal::NONE) {
@@ -101,7 +101,7 @@ RunLoop::RunLoop(const std::string& name) : _state(std::make_unique<State>(name)
 RunLoop::~RunLoop() {
     do {
         stop();
-    } while (_state->dropAll());  // a task's destructor may have called the loop
+    } while (_state->dropAll());  // the destructor of a task may have added another one
 }
 
 bool RunLoop::start(Thread::ThreadPriority priority) {
@@ -133,7 +133,7 @@ void RunLoop::stop() {
 void RunLoop::postItem(Runnable* item, bool highPriority, bool wait) {
     State& state = *_state;
     std::unique_ptr<Runnable> task(item);
-    const bool atOnce = wait && state.isLoopThread();  // which could not wait for itself
+    const bool atOnce = wait && state.isLoopThread();  // the loop cannot wait for itself
     if (atOnce || item == nullptr) {
         const State::Refusal refusal = state.getRefusal();
         if (refusal != State::Refusal::NONE) {
@@ -212,7 +212,7 @@ long RunLoop::addWatch(int descriptor, Readiness readiness, Runnable* task) {
         AutoLock lock(state._mutex);
         const bool first = state._watches == nullptr;
         error = state.addWatch(watch, id);
-        // A loop that sleeps on its semaphore must come and sleep where descriptors can wake it.
+        // A loop that sleeps on its semaphore must wake and then sleep in the poller.
         owesSignal = first && state._intake.endSleep();
     }
     if (owesSignal) {
@@ -241,9 +241,9 @@ void RunLoop::cancelTasksForObject(void* object) {
         return;
     }
     State& state = *_state;
-    Gate::Waiter waiter(object);  // what the running task adds meanwhile is dropped at the gate
+    Gate::Waiter waiter(object);  // the loop also drops what the running task adds
     {
-        TaskQueue dropped;  // deleted at once: their posters need not wait for the running task
+        TaskQueue dropped;  // deleted before the wait, so that their posters go on at once
         AutoLock lock(state._mutex);
         state.dropTasksOf(object, dropped);
         state.enterGate(waiter);

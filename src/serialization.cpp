@@ -14,8 +14,8 @@ namespace {
 
 constexpr char kNoMemory[] = "memory exhausted";
 
-// Nothing but exhausted memory or sizes (std::bad_alloc, std::length_error) makes a reader or a
-// writer throw.
+// Readers and writers throw only when memory or the maximum size of a string is exhausted
+// (std::bad_alloc, std::length_error).
 
 template <class Value>
 std::string textOf(const Value& value) {
@@ -36,7 +36,8 @@ std::string textOf(const Value& value) {
     return text;
 }
 
-/// What `text` describes; if that cannot be had, nothing, and report() is told why.
+/// Returns what `text` describes. On failure returns an empty value and passes the reason to
+/// report().
 template <class Value, class Report>
 Value valueOf(const std::string& text, Report report) {
     JsonReader reader(text);

@@ -47,7 +47,7 @@ ClientSocket* ServerSocket::accept() {
     }
     platform::AddressText text;
     const std::string remoteIP = platform::addressText(peer, text);
-    // The memory is had before the descriptor is let go, so that neither can be lost.
+    // `new` may throw, so the memory is allocated before the Descriptor gives the connection up.
     return new ClientSocket(connection.release(), remoteIP, peer.port());
 }
 

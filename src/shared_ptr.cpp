@@ -4,8 +4,8 @@
 
 namespace NIVUR {
 
-// The disposers are constant-initialised and trivially destructible: they are there before the
-// first static object of an application and after its last.
+// The disposers are constant-initialised and trivially destructible: they are usable before any
+// static object is constructed and after all are destroyed.
 template class SharedCount<Runnable>;
 template class SharedPtr<Runnable>;
 

@@ -87,7 +87,7 @@ int Socket::createSocket(const std::string& ip, uint16_t port, bool tcp) {
         return -1;
     }
     if (platform::bind(socket, address) == -1) {
-        const SavedErrno error;
+        const SavedErrno error;  // close() may change it
         logLine(LOG_ERROR, "socket bind failed, err=%d", error.number());
         closeSocket(socket);
         return -1;
@@ -127,7 +127,7 @@ bool Socket::checkCreated(const char* kind) const {
 
 void Socket::logLine(LogLevel level, const char* fmt, ...) const {
     if (_logEnabled) {
-        const SavedErrno error;
+        const SavedErrno error;  // callers read it after the line
         va_list args;
         va_start(args, fmt);
         Log::vlog("NIVUR", level, fmt, args);
@@ -176,6 +176,7 @@ int Socket::wait(std::optional<unsigned int> timeout) const {
 std::set<Socket*> Socket::waitMultipleSocket(const std::set<Socket*>& sockets,
                                              unsigned int timeout) {
     NIVUR_ASSERT(sockets.size() < FD_SETSIZE);
+    // Sockets that are not created are in neither loop, so that indexes and sockets stay in step.
     platform::ReadSet watched;
     for (const Socket* socket : sockets) {
         if (socket->_socket != -1) {
@@ -222,8 +223,8 @@ int Socket::receiveBufferSize() const {
 }
 
 int Socket::setTrafficClass(unsigned int codePoint) {
-    // The lower two bits are those of congestion notification. 64 and more are refused shifted,
-    // too.
+    // The code point is the upper six bits of the byte; the lower two are for congestion
+    // notification. Code points above 63 become 256, which is refused.
     return platform::setOption(_socket, _isIPv6, platform::FamilyOption::TRAFFIC_CLASS,
                                std::min(codePoint, 64U) << 2);
 }

@@ -14,7 +14,7 @@ bool isSpace(char c) {
 }  // namespace
 
 uint8_t stringToUInt8(const std::string& text) {
-    // What atoi() does, but defined for numbers that do not fit.
+    // Like atoi(), but defined for numbers out of range.
     return static_cast<uint8_t>(std::strtol(text.c_str(), nullptr, 10));
 }
 
@@ -30,7 +30,7 @@ int StringUtil::string2Int(const std::string& text) {
     }
     uint32_t value = 0;
     for (; *c != '\0'; ++c) {
-        // As on ARM, where char is unsigned.
+        // Unsigned bytes, as char is on ARM.
         value = value * 10 + static_cast<unsigned char>(*c) - uint32_t{'0'};
     }
     return static_cast<int>(negative ? 0 - value : value);

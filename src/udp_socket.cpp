@@ -84,7 +84,7 @@ bool UDPSocket::sendto(const std::string& ip, uint16_t port, const void* data, u
         return false;
     }
     const ptrdiff_t count = platform::sendto(_socket, data, length, address);
-    const SavedErrno error;
+    const SavedErrno error;  // address() and port() may change it
     if (count == -1 && _logEnabled) {
         logLine(LOG_ERROR,
                 "sendto() failed: socket=%d, data=%p, len=%u, local_ip=%s, local_port=%u, "

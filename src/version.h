@@ -7,7 +7,7 @@
 /// The version, defined here only: CMake, pkg-config and the library's file name take it from here.
 
 #define NIVUR_VERSION_MAJOR 0  ///< changes when the interface breaks programs that use it
-#define NIVUR_VERSION_MINOR 2  ///< changes with additions; before 1.0 also when the interface breaks
+#define NIVUR_VERSION_MINOR 2  ///< changes with additions; before 1.0 also with such breaks
 #define NIVUR_VERSION_PATCH 0  ///< changes with corrections
 
 /// The version of these headers as one number, for comparisons: 10203 is 1.2.3.

@@ -9,8 +9,8 @@ namespace NIVUR::platform {
 
 }  // namespace NIVUR::platform
 
-/// Checks a caller's duty in every build type. A macro, since it reports the caller's text and
-/// place.
+/// Checks a REQUIRES clause in every build type. A macro, because it reports the expression and the
+/// line of the caller.
 #define NIVUR_ASSERT(expression)                                                        \
     ((expression) ? (void)0                                                             \
                   : ::NIVUR::platform::reportAssertion(#expression, __FILE__, __LINE__, \

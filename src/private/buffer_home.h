@@ -8,12 +8,16 @@
 
 namespace NIVUR {
 
-/// What a list shares with its buffers, and what lives until the last of them all is deleted: the
-/// list may be destroyed on one thread while others drop its buffers.
+/// The state that a list shares with its buffers. Each of them holds a reference to it: the list
+/// may be destroyed on one thread while others return buffers.
+///
+///     BufferList --_buffers--> Buffer ... Buffer      as long as the list exists
+///         |                       |         |
+///         +------- _home ---------+---------+-------> BufferHome { list, checksGuards, free }
 struct BufferHome {
     BufferHome(BufferOwner* itsList, unsigned int count) : list(itsList), free(count) {}
 
-    std::atomic<BufferOwner*> list;  // null once it is gone
+    std::atomic<BufferOwner*> list;  // null once it is destroyed
     std::atomic<bool> checksGuards{false};
     FreeSet free;
 };

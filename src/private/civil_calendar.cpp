@@ -4,8 +4,7 @@ namespace NIVUR {
 
 namespace {
 
-// Years begin in March here, so that the leap day is the last of its year; four hundred of them are
-// an era.
+// Years begin in March here, so that the leap day is the last day of its year. An era is 400 years.
 constexpr int64_t kDaysPerEra = 146097;
 constexpr int64_t kDaysFromYear0To1970 = 719468;
 

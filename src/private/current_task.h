@@ -11,24 +11,34 @@
 
 namespace NIVUR {
 
-/// The task that a pass has taken, which the loop's thread gives and takes back and which other
-/// threads may describe meanwhile. One word holds its address and a bit that says that somebody is
-/// looking at it: the loop's thread needs the queue lock to take the task back only when that bit
-/// is set. Operations called "locked" REQUIRE that lock.
+/// The task that the current pass runs. The loop's thread sets and takes it; other threads may look
+/// at it for a dump, with the queue lock held. One atomic word holds the task's address, and in its
+/// lowest bit whether a thread looks at it:
+///
+///     0 --setLocked()--> task --lookLocked()--> task | 1 --the look ends--> task
+///     0 <--take()------- task                   task | 1 --take()--> waits for the lock
+///
+/// The loop's thread needs the queue lock to take the task back only if the bit is set, that is
+/// during a dump. Operations with "locked" in their name REQUIRE the queue lock.
+///
+/// Memory ordering: the end of a look releases the word and take() acquires it, so that the task is
+/// deleted only after the dump has read it.
 class CurrentTask : public NoCopyable {
   public:
     CurrentTask() = default;
     ~CurrentTask() { delete get(); }
 
-    /// The task, or null. On the loop's thread.
+    /// The task, or null. Called on the loop's thread.
     Runnable* get() const { return taskOf(_word.load(std::memory_order_relaxed)); }
 
-    /// Puts a task, or null, where none is. On the loop's thread.
+    /// Sets the task, which may be null. Called on the loop's thread.
+    /// REQUIRES: there is no task.
     void setLocked(std::unique_ptr<Runnable> task) {
         _word.store(reinterpret_cast<uintptr_t>(task.release()), std::memory_order_relaxed);
     }
 
-    /// Takes the task back, having waited for who looks at it under `mutex`. On the loop's thread.
+    /// Removes the task and returns it. Waits for a thread that looks at it, which holds `mutex`.
+    /// Called on the loop's thread.
     std::unique_ptr<Runnable> take(Mutex& mutex) {
         const uintptr_t word = _word.exchange(0, std::memory_order_acq_rel);
         if ((word & kWatched) != 0U) {
@@ -37,13 +47,13 @@ class CurrentTask : public NoCopyable {
         return std::unique_ptr<Runnable>(taskOf(word));
     }
 
-    /// The same when the lock keeps others from looking.
+    /// Removes the task and returns it. The caller's lock keeps other threads from looking.
     std::unique_ptr<Runnable> takeLocked() {
         return std::unique_ptr<Runnable>(taskOf(_word.exchange(0, std::memory_order_relaxed)));
     }
 
-    /// Calls `see(task)` if there is one, which stays until `see` has returned, and tells whether
-    /// there is. On any thread.
+    /// Calls `see(task)` if there is a task, which is not deleted meanwhile. Returns true if there
+    /// is one. Called on any thread.
     template <class See>
     bool lookLocked(See see) {
         Runnable* const task = taskOf(_word.fetch_or(kWatched, std::memory_order_acq_rel));

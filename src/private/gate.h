@@ -10,39 +10,48 @@
 
 namespace NIVUR {
 
-/// Where other threads wait until nothing runs on a loop. It is closed from the moment at which a
-/// pass takes what it will run until that has run and is deleted, and open while the loop sleeps or
-/// has no thread. Waiters are let through whenever the loop's thread comes by between two of its
-/// tasks, so that they neither hold it up nor race with it for a lock. Guarded by the queue lock.
+/// Lets other threads wait until a loop runs nothing. The gate is closed from the moment at which a
+/// pass takes its timers, watches and task until these have run and are deleted; it is open while
+/// the loop sleeps or has no thread. Guarded by the queue lock.
+///
+///     another thread                                the loop's thread
+///     acquires the queue lock, enter()              runs a task
+///     wait()                                        between two tasks: takeWaiters()
+///                                                   drops what each waiter asks for
+///     wait() returns, deletes _dropped   <--------  signal(), with the lock released
+///
+/// A waiter only leaves its request. The loop's thread serves it when it holds the lock anyway, so
+/// that waiters neither delay a busy loop nor compete with it for the lock.
 class Gate : public NoCopyable {
   public:
-    /// A caller at the gate, and what it wants done while nothing runs.
+    /// A caller that waits at the gate, and its request.
     class Waiter : public NoCopyable {
       public:
-        /// Wants the tasks of `object` dropped, unless that is null.
+        /// Asks for the tasks of `object` to be dropped, unless it is null.
         explicit Waiter(const void* object = nullptr) : _object(object) {}
 
-        /// Returns when this caller has passed: at once unless it found the gate closed. REQUIRES:
-        /// the queue lock is not held.
+        /// Returns at once if enter() found the gate open, otherwise when the loop's thread has
+        /// served this waiter.
+        /// REQUIRES: the queue lock is not held.
         void wait() {
             while (_passed && _passed->wait() != 0) {
             }
         }
 
         const void* const _object;
-        TaskQueue _dropped;  // deleted by the caller, with no lock held
+        TaskQueue _dropped;  // deleted on the thread of the waiter, with no lock held
         Waiter* _next = nullptr;
 
       private:
         friend class Gate;
 
-        std::optional<Semaphore> _passed;  // if it waits
+        std::optional<Semaphore> _passed;  // empty if the gate was open
     };
 
     void close() { _closed = true; }
     void open() { _closed = false; }
 
-    /// Makes the caller wait if the gate is closed.
+    /// Makes waiter.wait() wait if the gate is closed.
     void enter(Waiter& waiter) {
         if (_closed) {
             waiter._passed.emplace();
@@ -52,13 +61,14 @@ class Gate : public NoCopyable {
 
     bool hasWaiters() const { return _waiters != nullptr; }
 
-    /// All waiters, chained: they pass with signal().
+    /// Removes all waiters and returns them as a chain for signal().
     Waiter* takeWaiters() { return std::exchange(_waiters, nullptr); }
 
-    /// Ends the waits of those who were taken. REQUIRES: the queue lock is not held.
+    /// Ends the waits of a chain.
+    /// REQUIRES: the queue lock is not held.
     static void signal(Waiter* passed) {
         while (passed != nullptr) {
-            Waiter* const next = passed->_next;  // a waiter may be gone once it is told
+            Waiter* const next = passed->_next;  // notify() may destroy the waiter
             passed->_passed->notify();
             passed = next;
         }

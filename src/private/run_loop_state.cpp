@@ -18,11 +18,11 @@ using platform::Poller;
 constexpr uint64_t kNow = 0;
 constexpr uint64_t kNever = std::numeric_limits<uint64_t>::max();
 
-// Asking costs more than a short task: a ready descriptor waits for so many passes at most while
-// there is work, each of which runs one task.
+// While there is work, the poller is asked in every 16th pass only, since asking costs more than a
+// short task. A pass runs at most one task.
 constexpr unsigned int kPassesPerPoll = 16;
 
-constexpr unsigned int kBlindSleepMs = 10;
+constexpr unsigned int kBlindSleepMs = 10;  // the sleep when the clock cannot be read
 
 bool actsOn(Runnable& task, const void* object) {
     return task.getObject() == object;
@@ -31,7 +31,8 @@ bool actsOn(Runnable& task, const void* object) {
 }  // namespace
 
 size_t RunLoop::State::queuedTasks() const {
-    const size_t taken = _taken.load(std::memory_order_acquire);  // never more than posted later
+    // Read first, so that it does not exceed the number of posts.
+    const size_t taken = _taken.load(std::memory_order_acquire);
     return _posted.load(std::memory_order_relaxed) - taken;
 }
 
@@ -42,8 +43,9 @@ void RunLoop::State::addTimer(std::unique_ptr<Timer>& timer) {
     (void)timer.release();
 }
 
-/// Registers a watch, which is then the loop's: 0 and its id, or an error number. The first one
-/// that can be watched brings the poller; before, and when memory is exhausted, nothing is changed.
+/// Registers a watch and takes ownership of it. Returns 0 and sets `id`, or returns an error
+/// number. The first watch that can be registered creates the poller. If memory is exhausted,
+/// std::bad_alloc is thrown and nothing is changed.
 int RunLoop::State::addWatch(std::unique_ptr<Watch>& watch, long& id) {
     std::unique_ptr<WatchList> made;
     if (_watches == nullptr) {
@@ -77,8 +79,8 @@ void RunLoop::State::dropItems(TaskQueue& dropped) {
     dropped.append(_items);
 }
 
-/// Takes out what is for an object: queued tasks, timers and watches, and on the loop's thread also
-/// what the pass has taken.
+/// Moves what belongs to an object to `dropped`: queued tasks, timers and watches, and on the
+/// loop's thread also what the pass has taken.
 void RunLoop::State::dropTasksOf(const void* object, TaskQueue& dropped) {
     const auto wanted = [object](Runnable& task) { return actsOn(task, object); };
     const auto drop = [&dropped](Source& source) { source.drop(dropped); };
@@ -101,15 +103,16 @@ void RunLoop::State::dropTasksOf(const void* object, TaskQueue& dropped) {
     _dueTimers.dropIf(wanted, dropped);
 }
 
-/// Takes watches out of what the pass will run; the one whose task runs stays until it has run.
+/// Removes ready watches of the pass, but not the one whose task runs: that one is dropped after it
+/// has run.
 template <class Predicate>
 void RunLoop::State::dropReadyIf(Predicate wanted, TaskQueue& dropped) {
     const Source* const running = _runningSource;
     _readyWatches.dropIf([&](Watch& watch) { return &watch != running && wanted(watch); }, dropped);
 }
 
-/// Removes a timer from what is pending, and on the loop's thread from what the pass will run:
-/// another one finds the gate closed until the pass has run it.
+/// Removes a pending timer, and on the loop's thread also one that the pass has taken. Another
+/// thread then waits at the gate until the pass has run it.
 void RunLoop::State::dropTimer(long id, TaskQueue& dropped) {
     if (Timer* const pending = _timers.find(id)) {
         _timers.remove(*pending);
@@ -128,7 +131,7 @@ void RunLoop::State::dropWatch(long id, TaskQueue& dropped) {
     dropReadyIf([id](const Watch& watch) { return watch._id == id; }, dropped);
 }
 
-/// Drops whatever is queued or registered; false when there was nothing.
+/// Drops all that is queued or registered. Returns false if there was nothing.
 bool RunLoop::State::dropAll() {
     TaskQueue dropped;
     AutoLock lock(_mutex);
@@ -149,20 +152,20 @@ void RunLoop::State::runLoopProc() {
         if (!busy) {
             sleep();
         }
-        busy = runPass();  // also after a sleep that stop() ended, for what was added before it
+        busy = runPass();  // even if stop() ended the sleep: runs what was added before it
     }
     Log::log("NIVUR", LOG_DEBUG, "thread %s break loop!", _name.c_str());
     {
         AutoLock lock(_mutex);
         _gate.close();
     }
-    while (dropAll()) {  // a task's destructor may add to the loop
+    while (dropAll()) {  // the destructor of a task may add another one
     }
     passGate(true);
     _loopThread = std::thread::id();
 }
 
-/// Runs what is due and ready, and one task; false when no task is left that it knows of.
+/// Runs what is due and ready, and one task. Returns false if no task is left.
 bool RunLoop::State::runPass() {
     if (_watching) {
         fetchEvents();
@@ -176,14 +179,14 @@ bool RunLoop::State::runPass() {
     }
     if (_current.get() != nullptr) {
         if ((selection & (TIMERS | WATCHES)) != 0U) {
-            passGate(false);  // which may cancel the task
+            passGate(false);  // a waiter may cancel the task
         }
         runTask();
     }
     return (selection & (TIMERS | MORE_TASKS)) != 0U;
 }
 
-/// Asks which descriptors are ready, unless sleep() has or did so some passes ago.
+/// Asks the poller for ready descriptors, unless sleep() or one of the last passes has.
 void RunLoop::State::fetchEvents() {
     if (_events == 0 && ++_passesSinceEvents >= kPassesPerPoll) {
         _events = _poller.load()->wait(0);
@@ -191,7 +194,7 @@ void RunLoop::State::fetchEvents() {
     }
 }
 
-/// Takes what this pass will run: some bits of Selection.
+/// Takes what this pass will run. Returns a combination of Selection bits.
 unsigned int RunLoop::State::select() {
     Gate::Waiter* passed = nullptr;
     unsigned int selection = 0;
@@ -216,7 +219,7 @@ unsigned int RunLoop::State::select() {
 void RunLoop::State::collectDueTimers() {
     uint64_t now = 0;
     const auto isDue = [&now](const Timer& timer) {
-        // Read again only when the last reading does not show the timer to be due.
+        // Read the clock only if the last reading shows that the timer is not due.
         now = now < timer._nextTime ? platform::monotonicMilliseconds() : now;
         return now >= timer._nextTime;
     };
@@ -224,7 +227,7 @@ void RunLoop::State::collectDueTimers() {
         _timers.remove(*timer);
         _dueTimers.add(*timer);
     }
-    for (Timer* const timer : _dueTimers) {  // put back only now, so that none is taken twice
+    for (Timer* const timer : _dueTimers) {  // a second loop, so that no timer is taken twice
         if (timer->_repeats) {
             timer->advance();
             timer->hold();
@@ -234,7 +237,8 @@ void RunLoop::State::collectDueTimers() {
 }
 
 void RunLoop::State::collectReadyWatches() {
-    // At once where more may be ready, and where earlier passes have not counted.
+    // Ask again in the next pass if there may be more events, or if some were for a watch that has
+    // changed.
     bool askAgain = !_watching || _events == Poller::kMostEvents;
     for (; _events > 0; --_events) {
         askAgain =
@@ -250,7 +254,7 @@ void RunLoop::State::collectReadyWatches() {
 void RunLoop::State::takeTask() {
     std::unique_ptr<Runnable> task = _highPriorityItems.pop();
     if (task == nullptr) {
-        if (_items.empty()) {  // otherwise the posters' word is left alone
+        if (_items.empty()) {  // otherwise do not touch the posters' cache line
             _intake.drainTo(_items);
         }
         task = _items.pop();
@@ -267,7 +271,7 @@ void RunLoop::State::runBatch(Batch<Kind> State::*batch) {
     }
 }
 
-/// Drops the source that has run, and gives the next one of the batch, held until it has run.
+/// Drops the source that has run, and returns the next one of the batch, held while it runs.
 template <class Kind>
 Kind* RunLoop::State::next(Batch<Kind> State::*batch, Kind* finished) {
     {
@@ -275,7 +279,7 @@ Kind* RunLoop::State::next(Batch<Kind> State::*batch, Kind* finished) {
         AutoLock lock(_mutex);
         if (finished != nullptr) {
             Batch<Kind>& sources = this->*batch;
-            if (sources.first() == finished) {  // unless its task has removed it
+            if (sources.first() == finished) {  // false if its task has removed it
                 sources.removeFirst();
                 finished->drop(dropped);
             }
@@ -286,11 +290,11 @@ Kind* RunLoop::State::next(Batch<Kind> State::*batch, Kind* finished) {
             return begin(this->*batch);
         }
     }
-    AutoLock lock(_mutex);  // again: the destructor of what has run may have removed others
+    AutoLock lock(_mutex);  // only now: the destructor of what has run may have removed others
     return begin(this->*batch);
 }
 
-/// The first source of a batch, or null, marked as running.
+/// Returns the first source of a batch, or null, and marks it as running.
 template <class Kind>
 Kind* RunLoop::State::begin(Batch<Kind>& batch) {
     Kind* const first = batch.first();
@@ -301,7 +305,7 @@ Kind* RunLoop::State::begin(Batch<Kind>& batch) {
     return first;
 }
 
-/// Runs and deletes the task of the pass, if there is one and it was not cancelled meanwhile.
+/// Runs and deletes the task of the pass, unless it was cancelled meanwhile.
 void RunLoop::State::runTask() {
     if (Runnable* const task = _current.get()) {
         _currentBegun = true;
@@ -311,7 +315,7 @@ void RunLoop::State::runTask() {
     }
 }
 
-/// Lets through who waits at the gate, between two tasks, and perhaps leaves it open.
+/// Serves the waiters at the gate between two tasks, and opens the gate if `open`.
 void RunLoop::State::passGate(bool open) {
     Gate::Waiter* passed = nullptr;
     {
@@ -324,7 +328,7 @@ void RunLoop::State::passGate(bool open) {
     Gate::signal(passed);
 }
 
-/// Serves the waiters at the gate, who are to be signalled once the lock is released.
+/// Serves the waiters at the gate, and returns them for Gate::signal() after the lock is released.
 Gate::Waiter* RunLoop::State::letThrough() {
     Gate::Waiter* const passed = _gate.takeWaiters();
     for (Gate::Waiter* waiter = passed; waiter != nullptr; waiter = waiter->_next) {
@@ -335,7 +339,7 @@ Gate::Waiter* RunLoop::State::letThrough() {
     return passed;
 }
 
-/// Returns when there may be something to do.
+/// Sleeps until there may be something to do.
 void RunLoop::State::sleep() {
     _sleepPlace = _poller.load();
     if (!_intake.beginSleep()) {
@@ -345,7 +349,8 @@ void RunLoop::State::sleep() {
     if (_intake.endSleep() || signalled) {
         return;
     }
-    // Whoever has removed the mark is about to signal, and must not find the loop gone.
+    // Another thread has removed the mark and is about to signal. Wait for it: the loop must not be
+    // destroyed before.
     if (_sleepPlace != nullptr) {
         _sleepPlace->takeSignal();
     } else {
@@ -353,9 +358,9 @@ void RunLoop::State::sleep() {
     }
 }
 
-/// Opens the gate and tells until when the loop may sleep. Reads everything after the mark is set:
-/// whoever adds something from now on sees the mark and signals. The first watch may have come
-/// before that, and after the place to sleep was chosen.
+/// Opens the gate and returns until when the loop may sleep. Reads the queues after the mark is
+/// set: whoever adds something from now on sees the mark and signals. The comparison of _sleepPlace
+/// detects a first watch that was added before the mark was set.
 uint64_t RunLoop::State::prepareSleep() {
     Gate::Waiter* passed = nullptr;
     uint64_t due = kNow;
@@ -372,7 +377,7 @@ uint64_t RunLoop::State::prepareSleep() {
     return due;
 }
 
-/// True when a signal was taken.
+/// Sleeps. Returns true if it has taken the signal.
 bool RunLoop::State::sleepUntil(uint64_t due) {
     const bool limited = due != kNever;
     const unsigned int limitMs = limited && due != kNow ? timeUntil(due) : 0;
@@ -385,7 +390,8 @@ bool RunLoop::State::sleepUntil(uint64_t due) {
     return false;
 }
 
-/// Milliseconds from now. A clock that cannot be read must make the loop neither spin nor hang.
+/// Returns the milliseconds from now until `due`. If the clock cannot be read, it sleeps a little
+/// itself, so that the loop neither spins nor hangs.
 unsigned int RunLoop::State::timeUntil(uint64_t due) {
     const uint64_t now = SystemUtil::getCPUTime();
     if (now == 0) {
@@ -395,7 +401,7 @@ unsigned int RunLoop::State::timeUntil(uint64_t due) {
     return now >= due ? 0 : static_cast<unsigned int>(std::min<uint64_t>(due - now, UINT_MAX));
 }
 
-/// The text of a dump.
+/// Returns the text of a dump.
 std::string RunLoop::State::describe() {
     std::string text = "dump thread info, _name: " + _name;
     const auto list = [&text](Runnable& task) { text += task.dump() + "\r\t"; };
@@ -426,7 +432,8 @@ std::string RunLoop::State::describe() {
     return text;
 }
 
-/// Nothing when there are none. One that runs although it was removed is listed first.
+/// Adds the watches to the text of a dump; nothing if there are none. A watch that runs although it
+/// was removed is listed first.
 void RunLoop::State::describeWatches(std::string& text) {
     if (_watches == nullptr) {
         return;

@@ -45,16 +45,18 @@ class AwaitedTask : public Runnable, public NoCopyable {
     const std::shared_ptr<Semaphore> _done;
 };
 
-/// What a run loop consists of, and what its thread does with it.
+/// The state of a run loop and the work of its thread.
 ///
 ///     posts ------> _intake --drainTo()--> _items -+
-///     urgent posts --------> _highPriorityItems --+-select()--> _current ------> run, delete
-///     timers --------------> _timers -------------+---------> _dueTimers -----> run, drop
-///     watches -> _watches -> poller -> _events ---+---------> _readyWatches --> run, drop
+///     urgent posts --------> _highPriorityItems ---+-select()--> _current ------> run, delete
+///     timers --------------> _timers --------------+---------> _dueTimers -----> run, drop
+///     watches -> _watches -> poller -> _events ----+---------> _readyWatches --> run, drop
 ///
-/// A pass takes the due timers, the ready watches and one task, in one visit to the queue lock, and
-/// runs them in this order. A loop with nothing to do sleeps until somebody removes the mark that
-/// it left in the intake, and signals.
+/// In each pass the loop's thread takes the due timers, the ready watches and one task, all under
+/// one acquisition of the queue lock, and runs them in this order. A loop that has nothing to do
+/// marks the intake as asleep and sleeps, on its semaphore or in the poller. Whoever replaces the
+/// mark signals it. See Intake for that protocol, Gate for callers that wait until nothing runs,
+/// and docs/architecture.md for the locks.
 struct RunLoop::State : public NoCopyable {
     enum class Refusal { NONE, STOPPING, NOT_RUNNING };
 
@@ -87,7 +89,7 @@ struct RunLoop::State : public NoCopyable {
 
     // -- The loop's thread
 
-    /// What a pass has taken besides a task, and whether it has left any.
+    /// What a pass has taken besides a task, and whether tasks are left.
     enum Selection : unsigned int { TIMERS = 1, WATCHES = 2, MORE_TASKS = 4 };
 
     void runLoopProc();
@@ -120,7 +122,7 @@ struct RunLoop::State : public NoCopyable {
     Semaphore _wakeSemaphore;
     Intake _intake;
     std::atomic<size_t> _posted{0};
-    std::atomic<size_t> _taken{0};  // to run or to be dropped; written with _mutex held
+    std::atomic<size_t> _taken{0};  // to be run or dropped; written with _mutex held
 
     // -- The queue lock: held briefly, never while a task runs or is deleted. Only the lock of
     //    _thread is acquired inside it. It guards everything down to the next heading.
@@ -133,7 +135,7 @@ struct RunLoop::State : public NoCopyable {
     uint64_t _timersAdded NIVUR_GUARDED_BY(_mutex) = 0;
     std::unique_ptr<WatchList> _watches NIVUR_GUARDED_BY(_mutex);  // from the first watch on
 
-    // What the pass has taken. Other threads only look at it, and take ready watches out.
+    // What the pass has taken. Other threads only read it, and remove ready watches.
     Batch<Timer> _dueTimers NIVUR_GUARDED_BY(_mutex);
     Batch<Watch> _readyWatches NIVUR_GUARDED_BY(_mutex);
     const Source* _runningSource NIVUR_GUARDED_BY(_mutex) = nullptr;
@@ -142,10 +144,10 @@ struct RunLoop::State : public NoCopyable {
     // -- The loop's thread alone
 
     bool _currentBegun = false;
-    size_t _events = 0;  // of the poller, not looked at yet
+    size_t _events = 0;  // fetched from the poller and not yet collected
     unsigned int _passesSinceEvents = 0;
-    bool _watching = false;                   // as of the last selection
-    platform::Poller* _sleepPlace = nullptr;  // null: the semaphore. Read by who removes the mark
+    bool _watching = false;                   // whether the last selection found watches
+    platform::Poller* _sleepPlace = nullptr;  // null: the semaphore; read by the signaller
 };
 
 }  // namespace NIVUR

@@ -16,9 +16,8 @@
 
 namespace NIVUR {
 
-/// What a run loop runs a task for again and again: a timer or a watch. It may be registered, in
-/// the batch of a pass and running at once, and is deleted when the last of these no longer holds
-/// it.
+/// A timer or a watch: it may be registered, in the batch of a pass, and running, all at once. Each
+/// of these holds it, and it is deleted when none does. Guarded by the queue lock.
 class Source : public Runnable, public NoCopyable {
   public:
     void run() override {
@@ -31,7 +30,7 @@ class Source : public Runnable, public NoCopyable {
 
     void hold() { ++_holders; }
 
-    /// Drops one holder; after the last, gives the source to `dropped` for deletion.
+    /// Drops one holder; after the last, moves the source to `dropped` for deletion.
     void drop(TaskQueue& dropped) {
         if (--_holders == 0) {
             dropped.push(std::unique_ptr<Runnable>(this));
@@ -50,7 +49,7 @@ class Source : public Runnable, public NoCopyable {
 
 /// A task that is due at a certain time, once or repeatedly.
 struct Timer : Source {
-    /// First due `interval` milliseconds after `now`.
+    /// Makes a timer that is first due `interval` milliseconds after `now`.
     Timer(std::unique_ptr<Runnable> task, unsigned int interval, bool repeats, uint64_t now)
         : Source(std::move(task)), _interval(interval), _repeats(repeats) {
         restart(now);
@@ -59,7 +58,7 @@ struct Timer : Source {
     void restart(uint64_t now) { _nextTime = now + _interval; }
     void advance() { _nextTime += _interval; }
 
-    /// The task's address, which callers know the timer by.
+    /// The id by which callers know the timer: the address of its task.
     long id() const { return reinterpret_cast<long>(task()); }
 
     bool operator<(const Timer& other) const {
@@ -69,7 +68,7 @@ struct Timer : Source {
     const unsigned int _interval;  // ms
     const bool _repeats;
     uint64_t _nextTime = 0;  // ms of the monotonic clock
-    uint64_t _sequence = 0;  // order of insertion, which settles equal due times
+    uint64_t _sequence = 0;  // order of insertion, for equal due times
 
     // Intrusive links of the timer queue: heap index; next in bucket, and the pointer to this.
     size_t _index = 0;
@@ -77,7 +76,7 @@ struct Timer : Source {
     Timer** _linkInBucket = nullptr;
 };
 
-/// A task that runs while a descriptor is ready for reading, or for writing.
+/// A task that runs while a descriptor is readable, or while it is writable.
 struct Watch : Source {
     Watch(std::unique_ptr<Runnable> task, int descriptor, unsigned int readiness)
         : Source(std::move(task)), _descriptor(descriptor), _readiness(readiness) {}
@@ -85,13 +84,13 @@ struct Watch : Source {
     bool operator<(const Watch& other) const { return _id < other._id; }
 
     const int _descriptor;
-    const unsigned int _readiness;  // one of the poller's bits
+    const unsigned int _readiness;  // a bit of platform::Poller::Readiness
     long _id = 0;
     Watch* _nextOfDescriptor = nullptr;
 };
 
-/// The sources of one kind that a pass runs, first to last. It has room for all that are
-/// registered, so that a pass needs no memory.
+/// The timers, or the watches, that a pass runs, in this order. reserve() is called when one is
+/// registered, so that a pass allocates nothing.
 template <class Kind>
 class Batch {
   public:
@@ -105,7 +104,7 @@ class Batch {
         }
     }
 
-    /// Makes room for `count` sources.
+    /// Reserves memory for `count` sources.
     void reserve(size_t count) {
         if (count > _sources.capacity()) {
             _sources.reserve(2 * count);
@@ -114,13 +113,13 @@ class Batch {
 
     void add(Kind& source) { _sources.push_back(&source); }
 
-    /// Puts the sources in the order of operator<.
+    /// Sorts the sources by operator<.
     void sort() {
         std::sort(_sources.begin(), _sources.end(),
                   [](const Kind* a, const Kind* b) { return *a < *b; });
     }
 
-    /// Removes the sources that `wanted` picks and drops them, first to last.
+    /// Removes the sources for which `wanted` returns true and drops them, first to last.
     template <class Predicate>
     void dropIf(Predicate wanted, TaskQueue& dropped) {
         const auto dropIfWanted = [&](Kind* source) {

@@ -10,14 +10,14 @@
 
 namespace NIVUR {
 
-/// The link in a task, through which the queues that own tasks chain them.
+/// Access to the link in a task, for the queues that own tasks.
 class TaskLink {
   public:
     static Runnable*& of(Runnable& task) { return task._next; }
 };
 
-/// A first-in, first-out queue that owns its tasks and chains them through the tasks themselves, so
-/// that queueing and moving them needs no memory. Not thread-safe.
+/// A first-in, first-out queue that owns its tasks. They are linked through a pointer in each task,
+/// so that queueing and moving them allocates nothing. Not thread-safe.
 class TaskQueue : public NoCopyable {
   public:
     TaskQueue() = default;
@@ -38,7 +38,7 @@ class TaskQueue : public NoCopyable {
         append(last, last, 1);
     }
 
-    /// The first task, or null.
+    /// Removes the first task and returns it; null if the queue is empty.
     std::unique_ptr<Runnable> pop() {
         std::unique_ptr<Runnable> task(_first);
         if (task != nullptr) {
@@ -49,7 +49,8 @@ class TaskQueue : public NoCopyable {
         return task;
     }
 
-    /// Moves the tasks of `other` that `wanted` picks to the end of this queue, in their order.
+    /// Moves the tasks of `other` for which `wanted` returns true to the end of this queue, in
+    /// their order.
     template <class Predicate>
     void takeIf(TaskQueue& other, Predicate wanted) {
         Runnable** link = &other._first;
@@ -75,8 +76,8 @@ class TaskQueue : public NoCopyable {
         }
     }
 
-    /// Appends a chain of tasks, which this queue owns from here on, whose links lead from the
-    /// newest to the oldest. The oldest becomes the first of them.
+    /// Appends a chain of tasks whose links lead from the newest to the oldest, and takes ownership
+    /// of them. The oldest becomes the first of them.
     void appendReversed(Runnable* newest) {
         Runnable* oldest = nullptr;
         size_t count = 0;
@@ -104,7 +105,7 @@ class TaskQueue : public NoCopyable {
     }
 
     Runnable* _first = nullptr;
-    Runnable** _end = &_first;  // where the next task is linked
+    Runnable** _end = &_first;  // the link that the next task is stored in
     size_t _size = 0;
 };
 

@@ -11,22 +11,25 @@
 
 namespace NIVUR {
 
-/// The pending timers of a loop: a binary heap by due time, and an intrusive hash table by id.
+/// The pending timers of a loop: a binary heap in the order of operator<, and an intrusive hash
+/// table by id.
 ///
-///     _heap:    [ 0: due next ][ 1 ][ 2 ] ...      each timer knows its index
-///     _buckets: [ hash of id ] -> timer -> timer   chained through the timers, in both directions
+///     _heap:    [ 0: due next ][ 1 ][ 2 ] ...      each timer stores its index
+///     _buckets: [ hash of id ] -> timer -> timer   doubly linked through the timers
 ///
-/// Adding, removing and moving one timer take O(log n) steps, finding one by its id O(1), and only
-/// growing allocates. It does not own the timers. Not thread-safe.
+/// Adding, removing and rescheduling a timer take O(log n) steps, finding one by its id O(1), and
+/// only growing allocates. With 10,000 timers a reset takes 88 ns and firing one 213 ns
+/// (docs/performance.md, "reset, 10000 pending" and "fire, 10000 due"). The queue does not own the
+/// timers. Not thread-safe.
 class TimerQueue : public NoCopyable {
   public:
     bool empty() const { return _heap.empty(); }
     size_t size() const { return _heap.size(); }
 
-    /// The least of the timers, or null.
+    /// The timer that is due first, or null.
     Timer* first() const { return empty() ? nullptr : _heap.front(); }
 
-    /// A timer with this id, or null.
+    /// The timer with this id, or null.
     Timer* find(long id) const {
         Timer* timer = empty() ? nullptr : bucketOf(id);
         while (timer != nullptr && timer->id() != id) {
@@ -35,7 +38,8 @@ class TimerQueue : public NoCopyable {
         return timer;
     }
 
-    /// When memory is exhausted nothing is changed. Cannot fail right after a remove().
+    /// If memory is exhausted, std::bad_alloc is thrown and nothing is changed. Cannot fail right
+    /// after a remove().
     void add(Timer& timer) {
         if (_heap.size() == _buckets.size()) {
             grow();
@@ -57,7 +61,8 @@ class TimerQueue : public NoCopyable {
     /// Restores the order after the due time of `timer` has changed.
     void update(Timer& timer) { sift(timer, timer._index); }
 
-    /// Removes all that `wanted` picks and gives them to `take`, the least first.
+    /// Removes the timers for which `wanted` returns true and passes each to `take`, in the order
+    /// of operator<.
     template <class Predicate, class Taker>
     void removeIf(Predicate wanted, Taker take) {
         const auto picked = std::partition(_heap.begin(), _heap.end(),
@@ -118,7 +123,7 @@ class TimerQueue : public NoCopyable {
         timer._index = index;
     }
 
-    /// Sifts the timer up or down from `index`, whose entry may be overwritten.
+    /// Sifts the timer up or down from `index`, whose entry in the heap may be out of date.
     void sift(Timer& timer, size_t index) {
         for (size_t parent = 0; index > 0; index = parent) {
             parent = (index - 1) / 2;

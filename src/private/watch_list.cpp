@@ -23,7 +23,7 @@ void WatchList::Registration::remove(const Watch& watch) {
     --(watch._readiness == Poller::READABLE ? readers : writers);
 }
 
-/// What all of them wait for.
+/// Returns the union of what the watches wait for.
 unsigned int WatchList::Registration::readiness() const {
     return (readers > 0 ? Poller::READABLE : 0U) | (writers > 0 ? Poller::WRITABLE : 0U);
 }
@@ -81,7 +81,7 @@ bool WatchList::collect(const Poller::Event& event, Batch<Watch>& ready) const {
     return true;
 }
 
-/// Takes the watch out of both indexes.
+/// Removes the watch from both indexes.
 void WatchList::forget(Watch& watch) {
     const auto entry = _byDescriptor.find(watch._descriptor);
     entry->second.remove(watch);

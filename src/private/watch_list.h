@@ -17,12 +17,12 @@ namespace NIVUR {
 /// The watches of a loop, by id and by descriptor, and their registrations with the poller.
 ///
 ///     _byId:          id -> watch, in the order of adding
-///     _byDescriptor:  descriptor -> registration -> watch -> watch   chained, oldest first
+///     _byDescriptor:  descriptor -> registration -> watch -> watch   linked, oldest first
 ///
-/// All watches of a descriptor are one registration, for the union of what they wait for. Its tag
-/// is the id of the oldest of them: since ids never recur, an event that was fetched before the
-/// last watch of a descriptor was removed matches no later watch of the same number. It does not
-/// own the watches. Not thread-safe.
+/// All watches of a descriptor share one registration, for the union of what they wait for. The
+/// poller stores a tag with each registration and returns it with each event. The tag changes
+/// whenever a watch of the descriptor is added or removed, so that an event that was fetched before
+/// the change runs no watch. The list does not own the watches. Not thread-safe.
 class WatchList : public NoCopyable {
   public:
     explicit WatchList(std::unique_ptr<platform::Poller> poller) : _poller(std::move(poller)) {}
@@ -32,16 +32,17 @@ class WatchList : public NoCopyable {
 
     platform::Poller& poller() const { return *_poller; }
 
-    /// Gives the watch its id and registers it: 0, or the error number for what cannot be watched.
-    /// When memory is exhausted no watch is changed.
+    /// Gives the watch an id and registers it. Returns 0, or the error number if it cannot be
+    /// watched. If memory is exhausted, std::bad_alloc is thrown and no watch is changed.
     int add(Watch& watch);
 
-    /// A watch with this id, or null.
+    /// The watch with this id, or null.
     Watch* find(long id) const;
 
     void remove(Watch& watch);
 
-    /// Removes all that `wanted` picks and gives them to `take`, in the order of adding.
+    /// Removes the watches for which `wanted` returns true and passes each to `take`, in the order
+    /// of adding.
     template <class Predicate, class Taker>
     void removeIf(Predicate wanted, Taker take) {
         for (auto entry = _byId.begin(); entry != _byId.end();) {
@@ -53,8 +54,8 @@ class WatchList : public NoCopyable {
         }
     }
 
-    /// Adds the watches that an event is for to a batch, which has room for all, and holds them.
-    /// False when the descriptor's watches have changed since the event was fetched.
+    /// Adds the watches that an event makes ready to `ready` and holds them. Returns false, and
+    /// adds none, if the descriptor's watches have changed since the event was fetched.
     bool collect(const platform::Poller::Event& event, Batch<Watch>& ready) const;
 
     template <class Visitor>
@@ -65,7 +66,7 @@ class WatchList : public NoCopyable {
     }
 
   private:
-    /// All watches of a descriptor.
+    /// All watches of one descriptor.
     struct Registration {
         void append(Watch& watch);
         void remove(const Watch& watch);

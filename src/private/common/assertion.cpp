@@ -1,6 +1,6 @@
 #include "private/assertion.h"
 
-// The platform's header declares its report only without it.
+// With NDEBUG the platform's header does not declare its report function.
 #undef NDEBUG
 #include <cassert>
 

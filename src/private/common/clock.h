@@ -7,17 +7,17 @@
 
 namespace NIVUR::platform {
 
-/// The time of the monotonic clock; zero, and an error line, when it cannot be read.
+/// Returns the time of the monotonic clock; zero, with an error line, if it cannot be read.
 timespec monotonicNow();
 
-/// The same in milliseconds; 0, without a log line, when it cannot be read. May be called with
-/// locks held.
+/// Returns the milliseconds of the monotonic clock; 0, without a log line, if it cannot be read:
+/// may be called with locks held.
 uint64_t monotonicMilliseconds();
 
-/// Milliseconds since 1970-01-01 00:00:00 UTC on the wall clock.
+/// Returns the milliseconds since 1970-01-01 00:00:00 UTC on the wall clock.
 uint64_t wallClockMilliseconds();
 
-/// By how many whole hours, rounded towards zero, local time is ahead of UTC now.
+/// Returns by how many whole hours, rounded towards zero, local time is ahead of UTC now.
 int localTimeZone();
 
 }  // namespace NIVUR::platform

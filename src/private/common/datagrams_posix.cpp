@@ -13,15 +13,16 @@ namespace NIVUR::platform {
 
 namespace {
 
-// Since Linux 4.18 and 5.0; headers may be older.
+// Linux has these options since 4.18 and 5.0; older headers lack them.
 constexpr int kUdpSegment = 103;
 constexpr int kUdpGro = 104;
 
-// What one call takes: kernels before 6.9 no more segments, and no protocol a longer packet.
+// The most that one call can send: kernels before 6.9 accept 64 segments, and no UDP packet is
+// longer than 65,507 bytes.
 constexpr size_t kMostSegments = 64;
 constexpr size_t kMostBytes = 65507;
 
-/// A message of one piece of memory, with room for what stands beside it.
+/// A message with one piece of data and room for control data.
 template <size_t kControl>
 struct Message : NoCopyable {
     Message(void* data, size_t length) : piece{data, length} {
@@ -36,7 +37,8 @@ struct Message : NoCopyable {
     alignas(cmsghdr) char control[kControl] = {};
 };
 
-/// Older kernels would send all segments as one datagram.
+/// Returns whether the kernel knows the segment option; older kernels would send all segments as
+/// one datagram.
 bool knowsSegments(int socket) {
     int size = 0;
     socklen_t length = sizeof(size);
@@ -57,14 +59,16 @@ ptrdiff_t sendSegments(int socket, const SocketAddress& receiver, const char* da
     return ::sendmsg(socket, &message.header, 0);
 }
 
-/// Whether a call failed because this route takes no segments: they exceed its MTU, or nothing
-/// computes their checksums.
+/// Returns whether a call failed because this route does not support segments: they exceed its MTU,
+/// or nothing computes their checksums.
 bool isSegmentsRefused(const IoResult& sent) {
     return sent.error == EINVAL || sent.error == EMSGSIZE || sent.error == EIO;
 }
 
 }  // namespace
 
+/// Sends as many datagrams in one call as the system allows; falls back to one by one if the route
+/// refuses segments.
 IoResult sendDatagrams(int socket, const SocketAddress& receiver, const void* data, size_t length,
                        size_t datagram) {
     const auto* const bytes = static_cast<const char*>(data);

@@ -9,7 +9,8 @@ namespace NIVUR {
 
 namespace {
 
-/// The exponent behind the first 'e' of a number, confined so that it can be added to.
+/// Returns the exponent after the 'e' at that position, or 0 without one; limited, so that adding
+/// to it does not overflow.
 long long exponentOf(std::string_view number, size_t e) {
     constexpr long long kMost = 1LL << 62;
     if (e == std::string_view::npos) {
@@ -25,8 +26,8 @@ long long exponentOf(std::string_view number, size_t e) {
     return isNegative ? -exponent : exponent;
 }
 
-/// Whether a number that no double can hold is too large, not too close to 0: by the place of its
-/// first digit that is not 0.
+/// Returns whether a number that from_chars() found out of range is too large, rather than too
+/// close to 0. The place of its first digit that is not 0 decides.
 bool isLarge(std::string_view number) {
     const size_t e = number.find_first_of("eE");
     const std::string_view digits = number.substr(0, e);

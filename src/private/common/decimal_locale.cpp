@@ -12,11 +12,11 @@ namespace NIVUR {
 
 namespace {
 
-/// Gives the calling thread the C locale's numbers while it lives.
+/// Gives the calling thread the number format of the C locale while it exists.
 class PlainNumbers : public NoCopyable {
   public:
-    // If memory has run out the thread keeps its locale. glibc's C locale needs none, and Android's
-    // locales all write numbers alike.
+    // If memory is exhausted the thread keeps its locale. This cannot matter: glibc's C locale
+    // needs no memory, and all locales of Android write numbers alike.
     PlainNumbers() : _plain(::newlocale(LC_ALL_MASK, "C", nullptr)), _before(::uselocale(_plain)) {}
     ~PlainNumbers() {
         ::uselocale(_before);

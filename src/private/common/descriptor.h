@@ -9,7 +9,7 @@
 
 namespace NIVUR::platform {
 
-/// Closes the descriptor that it holds, unless that is -1 or was released.
+/// Owns a descriptor and closes it; -1 is none.
 class Descriptor : public NoCopyable {
   public:
     explicit Descriptor(int descriptor) : _descriptor(descriptor) {}

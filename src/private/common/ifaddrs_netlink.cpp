@@ -16,8 +16,8 @@ namespace NIVUR::platform {
 
 namespace {
 
-// A record and all that it points to in one block. The platform's record has two more pointers: a
-// reader that was built with it finds null there.
+/// A record and everything that it points to, in one block. The platform's record has two more
+/// pointers: code that was compiled for it finds null there.
 struct Record : ifaddrs {
     sockaddr* broadcastAddress;
     void* data;
@@ -26,7 +26,7 @@ struct Record : ifaddrs {
     char name[IFNAMSIZ];
 };
 
-// Writes a socket address of that family over zeros, with as much of the bytes as fits.
+/// Writes a socket address of that family over zeros, with as many of the bytes as fit.
 sockaddr* fillAddress(sockaddr_in6& room, int family, unsigned int scope, AddressBytes bytes) {
     auto* const address = reinterpret_cast<sockaddr*>(&room);
     address->sa_family = static_cast<sa_family_t>(family);
@@ -50,7 +50,7 @@ sockaddr* fillNetmask(sockaddr_in6& room, int family, unsigned int prefixLength)
     return fillAddress(room, family, 0, {mask, sizeof(mask)});
 }
 
-// The list as it grows; it is freed with this unless it was released.
+/// The list while it is built; freed with this object unless released.
 class AddressList final : public AddressVisitor, public NoCopyable {
   public:
     ~AddressList() { freeInterfaces(_head); }
@@ -94,7 +94,7 @@ class AddressList final : public AddressVisitor, public NoCopyable {
 int listInterfaces(ifaddrs** list) noexcept {
     AddressList addresses;
     const DumpState state = dumpAddresses(addresses);
-    const SavedErrno error;  // over the freeing of what was listed
+    const SavedErrno error;  // freeing the incomplete list may change it
     if (state == DumpState::DONE) {
         *list = addresses.release();
         return 0;

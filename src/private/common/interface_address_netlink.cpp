@@ -26,7 +26,7 @@ SocketAddress makeIPv4(AddressBytes bytes) {
     return SocketAddress::fromPlatform(&address, sizeof(address));
 }
 
-// Only link-local addresses are ambiguous without their interface.
+/// Only link-local addresses are ambiguous without their interface.
 SocketAddress makeIPv6(AddressBytes bytes, unsigned int interfaceIndex) {
     sockaddr_in6 address{};
     address.sin6_family = AF_INET6;
@@ -44,7 +44,7 @@ class AddressCollector final : public platform::AddressVisitor {
         const unsigned int index = found.interfaceIndex;
         changed = changed || found.changed;
         if (!_interface.read(index)) {
-            return errno == ENXIO || errno == ENODEV;  // it is gone
+            return errno == ENXIO || errno == ENODEV;  // the interface has vanished: skip it
         }
         const auto make = [&](AddressBytes bytes) {
             return found.family == AF_INET ? makeIPv4(bytes) : makeIPv6(bytes, index);
@@ -68,7 +68,7 @@ class AddressCollector final : public platform::AddressVisitor {
 }  // namespace
 
 IoResult getInterfaceAddresses(std::vector<InterfaceAddress>& list) {
-    // Again when addresses came or went meanwhile, as others may be missing then.
+    // The dump is repeated if addresses came or went meanwhile, since others may be missing then.
     for (int left = 8;; --left) {
         AddressCollector collector;
         if (platform::dumpAddresses(collector) != platform::DumpState::DONE) {

@@ -17,7 +17,7 @@ namespace NIVUR::platform {
 
 namespace {
 
-// Received bytes that are yet to be read.
+/// Received bytes that are still to be read.
 class Bytes {
   public:
     Bytes(const uint8_t* data, size_t size) : _data(data), _size(size) {}
@@ -25,7 +25,7 @@ class Bytes {
     const uint8_t* data() const { return _data; }
     size_t size() const { return _size; }
 
-    // The structure that they begin with, whatever its alignment. REQUIRES: size() >= sizeof(T).
+    /// The structure at their start, at any alignment. REQUIRES: size() >= sizeof(T).
     template <class T>
     T read() const {
         T value;
@@ -33,11 +33,11 @@ class Bytes {
         return value;
     }
 
-    // The first `length` bytes without the first `header`. REQUIRES: header <= length <= size().
+    /// The first `length` bytes without their first `header`. REQUIRES: header <= length <= size().
     Bytes body(size_t length, size_t header) const { return {_data + header, length - header}; }
 
-    // Skips an item and its padding; the last one may be unpadded, so the aligned length is never
-    // computed: it could exceed the buffer or overflow. REQUIRES: length <= size().
+    /// Skips an item and its padding. The last item may be unpadded, so the aligned length is never
+    /// computed: it could exceed the buffer or overflow. REQUIRES: length <= size().
     void drop(size_t length) {
         const size_t padding = (4 - length % 4) % 4;
         const size_t dropped = length + std::min(padding, _size - length);
@@ -50,7 +50,7 @@ class Bytes {
     size_t _size;
 };
 
-// Calls `visit(type, payload)` for each attribute until it gives false, which is the result then.
+/// Calls `visit(type, payload)` for each attribute until it returns false. Returns the last result.
 template <class Visit>
 bool visitAttributes(Bytes body, Visit visit) {
     while (body.size() >= sizeof(rtattr)) {
@@ -76,7 +76,7 @@ bool visitAddresses(Bytes body, bool changed, AddressVisitor& visitor) {
     if (message.ifa_family != AF_INET && message.ifa_family != AF_INET6) {
         return true;
     }
-    AddressBytes local{};  // may stand before or after the address
+    AddressBytes local{};  // may come before or after the address
     visitAttributes(body, [&local](int type, AddressBytes payload) {
         local = type == IFA_LOCAL ? payload : local;
         return true;
@@ -93,7 +93,7 @@ bool visitAddresses(Bytes body, bool changed, AddressVisitor& visitor) {
     return goOn && (!none || local.data == nullptr || visit({}));
 }
 
-// The number that an error message of the kernel begins with, negated.
+/// The error number in an error message of the kernel, which negates it.
 int errorOf(Bytes body) {
     const int error = body.size() < sizeof(int) ? 0 : body.read<int>();
     return error < 0 && error != INT_MIN ? -error : EIO;
@@ -108,7 +108,7 @@ bool requestDump(int socket) {
     request.header.nlmsg_len = sizeof(request);
     request.header.nlmsg_type = RTM_GETADDR;
     request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_ROOT;
-    errno = EIO;  // for a part of it
+    errno = EIO;  // if send() sends less than the request
     return ::send(socket, &request, sizeof(request), 0) == sizeof(request);
 }
 
@@ -146,7 +146,8 @@ DumpState dumpAddresses(AddressVisitor& visitor) {
     if (socket.get() == -1 || !requestDump(socket.get())) {
         return DumpState::FAILED;
     }
-    // The most that the kernel puts into one datagram. With pages of 16 KiB it sends 8 KiB unasked.
+    // The largest datagram of a dump. With pages of 16 KiB the kernel sends 8 KiB even if the
+    // receiver offers less room.
     constexpr size_t kRoom = 32768;
     const std::unique_ptr<uint8_t[]> buffer(new (std::nothrow) uint8_t[kRoom]);
     if (buffer == nullptr) {
@@ -155,7 +156,7 @@ DumpState dumpAddresses(AddressVisitor& visitor) {
     }
     DumpState state = DumpState::MORE;
     while (state == DumpState::MORE) {
-        errno = EIO;  // for an end of the answer before its last message
+        errno = EIO;  // if the answer ends before its last message
         const ssize_t count = ::recv(socket.get(), buffer.get(), kRoom, MSG_TRUNC);
         if (count <= 0) {
             return DumpState::FAILED;

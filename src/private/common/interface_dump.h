@@ -6,7 +6,7 @@
 
 namespace NIVUR::platform {
 
-/// Bytes of an address in the kernel's answer, in the order of the network; null for none.
+/// The bytes of an address in network order; data is null if there is none.
 struct AddressBytes {
     const uint8_t* data;
     size_t length;
@@ -17,12 +17,12 @@ struct DumpedAddress {
     int family;  ///< AF_INET or AF_INET6
     unsigned int interfaceIndex;
     unsigned int prefixLength;
-    bool changed;          ///< the kernel says that what it lists changed meanwhile
-    AddressBytes address;  ///< on a point-to-point link the peer's; none if that is not known
-    AddressBytes local;    ///< the interface's own, if the kernel tells it apart
+    bool changed;          ///< the addresses have changed during the dump
+    AddressBytes address;  ///< on a point-to-point link the peer's; may be none
+    AddressBytes local;    ///< the interface's own, if the kernel lists it separately
 };
 
-/// Is handed the addresses as they are found; false ends the walk.
+/// Receives the addresses in the order of the dump; returns false to stop.
 class AddressVisitor {
   public:
     virtual bool visit(const DumpedAddress& address) = 0;
@@ -32,18 +32,18 @@ class AddressVisitor {
 };
 
 enum class DumpState {
-    MORE,    ///< another part of the answer must be received
+    MORE,    ///< the next part of the answer must be received
     DONE,    ///< the answer is complete
-    FAILED,  ///< the kernel reports an error, which is in errno
-    STOPPED  ///< the visitor did not want to go on
+    FAILED,  ///< the kernel has reported an error, which is in errno
+    STOPPED  ///< the visitor has stopped
 };
 
-/// Walks one received part of the answer to a netlink address dump. Any bytes will do: nothing
-/// outside them is read, and what is malformed is left out.
+/// Walks one received part of the answer to a netlink address dump. The bytes are not trusted:
+/// nothing outside them is read, and malformed items are skipped.
 DumpState walkAddressDump(const void* received, size_t length, AddressVisitor& visitor);
 
-/// Asks the kernel for the addresses of all interfaces and walks the whole answer: DONE, STOPPED,
-/// or FAILED with the reason in errno.
+/// Asks the kernel for the addresses of all interfaces and walks the whole answer. Returns DONE,
+/// STOPPED, or FAILED with the reason in errno.
 DumpState dumpAddresses(AddressVisitor& visitor);
 
 }  // namespace NIVUR::platform

@@ -5,8 +5,8 @@
 
 namespace NIVUR::platform {
 
-/// getifaddrs() and freeifaddrs() for the library itself, which calls of those names need not
-/// reach: in a process that loads the library late they are the platform's.
+/// getifaddrs() and freeifaddrs() for use in the library. In a process that loads the library late,
+/// calls of the global names reach the platform's functions instead.
 int listInterfaces(ifaddrs** list) noexcept;
 void freeInterfaces(ifaddrs* list) noexcept;
 

@@ -5,10 +5,12 @@
 
 namespace NIVUR::platform {
 
-/// Name and flags of interfaces, read once for all addresses of one that follow each other.
+/// Looks up names and flags of interfaces. Keeps the last one, since the addresses of an interface
+/// follow one another.
 class InterfaceLookup {
   public:
-    /// Reads the interface with that index; false, with the reason in errno, if it cannot be read.
+    /// Looks up the interface with that index. Returns false, with the reason in errno, if it
+    /// fails.
     bool read(unsigned int index);
 
     const char* name() const { return _request.ifr_name; }
@@ -16,7 +18,7 @@ class InterfaceLookup {
 
   private:
     ifreq _request{};
-    unsigned int _index = 0;  // of _request; no interface has 0
+    unsigned int _index = 0;  // the interface in _request; 0 if none
 };
 
 }  // namespace NIVUR::platform

@@ -10,17 +10,18 @@
 namespace NIVUR::platform {
 
 /// Waits for any of many descriptors to become ready, or for a signal. One thread waits and reads
-/// the events; any thread may change what is watched, also meanwhile, and signal.
+/// the events. Any thread may change what is watched, also during a wait, and signal.
 ///
-/// A port supplies this class: level-triggered, any number of descriptors of any value, a wait
-/// whose time is in proportion to the ready ones, and a tag that comes back with each event.
+/// A port to another platform supplies this class: level-triggered, for any number of descriptors
+/// of any value, with a wait whose time is proportional to the number of ready ones, and with a tag
+/// that each event returns.
 class Poller : public NoCopyable {
   public:
-    /// Kinds of readiness, as bits. The end of a descriptor and its errors are both kinds; that the
-    /// peer will send no more is READABLE alone.
+    /// Kinds of readiness, as bits. A hang-up or an error counts as both; end of stream from the
+    /// peer as READABLE only.
     enum Readiness : unsigned int { READABLE = 1, WRITABLE = 2 };
 
-    /// A descriptor that is ready, and the tag with which it was registered.
+    /// A ready descriptor, and the tag of its registration.
     struct Event {
         int descriptor;
         uint32_t tag;
@@ -28,32 +29,34 @@ class Poller : public NoCopyable {
     };
 
     static constexpr int kNoLimit = -1;
-    static constexpr size_t kMostEvents = 256;  // of one wait; further ones are for the next
+    static constexpr size_t kMostEvents = 256;  // in one wait; the next wait returns more
 
-    /// Null, with the reason in errno, when the platform has no descriptors for it.
+    /// Returns null, with the reason in errno, if the platform has no descriptors for the poller
+    /// itself.
     static std::unique_ptr<Poller> create();
 
     virtual ~Poller() = default;
 
-    /// Registers a descriptor for `readiness`, some bits; false, with the reason in errno, when it
-    /// cannot be watched.
+    /// Registers a descriptor for `readiness`, a combination of bits. Returns false, with the
+    /// reason in errno, if it cannot be watched.
     virtual bool add(int descriptor, unsigned int readiness, uint32_t tag) = 0;
 
-    /// Changes the bits and the tag of a registered descriptor, or registers it if the platform has
-    /// forgotten it because it was closed. As add() otherwise.
+    /// Changes the bits and the tag of a registered descriptor. Registers it again if the platform
+    /// has dropped it because it was closed. Otherwise like add().
     virtual bool change(int descriptor, unsigned int readiness, uint32_t tag) = 0;
 
     virtual void remove(int descriptor) = 0;
 
     /// Waits until a descriptor is ready, a signal has come or `timeoutMs` milliseconds have
-    /// passed. Returns how many events there are now, which event() gives until the next wait.
+    /// passed. Returns the number of events, which event() returns until the next wait.
     virtual size_t wait(int timeoutMs) = 0;
     virtual Event event(size_t index) const = 0;
 
-    /// Ends the present or the next wait, until takeSignal() has taken the signal.
+    /// Ends the current or the next wait; every wait returns at once until takeSignal() has removed
+    /// the signal.
     virtual void signal() = 0;
 
-    /// Takes one signal, waiting for it.
+    /// Removes one signal, waiting for it.
     virtual void takeSignal() = 0;
 };
 

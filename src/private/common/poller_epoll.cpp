@@ -27,7 +27,7 @@ class EpollPoller : public Poller {
         : _epoll(::epoll_create1(EPOLL_CLOEXEC)),
           _signals(_epoll.get() == -1 ? -1 : ::eventfd(0, EFD_CLOEXEC)) {}
 
-    /// False, with the reason in errno, when a descriptor is missing.
+    /// Returns false, with the reason in errno, if a descriptor could not be created.
     bool prepare() { return _signals.get() != -1 && add(_signals.get(), READABLE, 0); }
 
     bool add(int descriptor, unsigned int readiness, uint32_t tag) override {
@@ -47,7 +47,7 @@ class EpollPoller : public Poller {
     size_t wait(int timeoutMs) override {
         const int count =
             ::epoll_wait(_epoll.get(), _events.data(), static_cast<int>(_events.size()), timeoutMs);
-        return count > 0 ? static_cast<size_t>(count) : 0;  // a signal handler ended it, at worst
+        return count > 0 ? static_cast<size_t>(count) : 0;  // -1 if a signal handler has run
     }
 
     Event event(size_t index) const override {

@@ -44,7 +44,7 @@ struct PropertyTable {
 };
 
 PropertyTable& propertyTable() {
-    // Never destroyed: an application's statics may still ask at exit.
+    // Never destroyed, because destructors of static objects may still read it.
     static PropertyTable& table = *new PropertyTable;
     return table;
 }

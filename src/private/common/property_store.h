@@ -5,8 +5,8 @@
 
 namespace NIVUR::platform {
 
-/// The value of a system property, cut to 1,023 bytes; empty when it is missing. Any thread may
-/// call it.
+/// Returns the value of a system property, cut to 1,023 bytes; "" if it does not exist. Any thread
+/// may call it.
 std::string systemProperty(const char* name);
 
 }  // namespace NIVUR::platform

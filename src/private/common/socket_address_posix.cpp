@@ -16,14 +16,14 @@ static_assert(alignof(sockaddr_in6) <= alignof(SocketAddress));
 
 namespace {
 
-/// The bytes as the platform's structure of either family, whose ports are at the same place.
+/// The bytes as an IPv6 structure, in which family and port are at the same place for IPv4.
 sockaddr_in6 read(const SocketAddress& address) {
     sockaddr_in6 platform;
     std::memcpy(&platform, address.data(), sizeof(platform));
     return platform;
 }
 
-/// Copies text to where a NUL ends it; false if it has one already or is too long.
+/// Copies text and adds a NUL. Returns false if the text has a NUL or is too long.
 template <size_t kRoom>
 bool copyText(std::string_view text, char (&copy)[kRoom]) {
     if (text.size() >= kRoom || text.find('\0') != std::string_view::npos) {
@@ -33,7 +33,7 @@ bool copyText(std::string_view text, char (&copy)[kRoom]) {
     return true;
 }
 
-/// The index of the interface with that name, or the number that the text is.
+/// Reads a scope: the name of an interface or its index.
 bool readScope(std::string_view text, uint32_t& scope) {
     char name[IFNAMSIZ];
     if (copyText(text, name)) {

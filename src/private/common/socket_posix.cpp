@@ -50,7 +50,8 @@ socklen_t platformSize(const SocketAddress& address) {
     return static_cast<socklen_t>(address.size());
 }
 
-/// Makes a call that takes an address. Without one it would mean something else.
+/// Makes a call that takes an address. Fails with EINVAL for no address, which the platform would
+/// understand differently.
 template <class Call>
 auto withAddress(const SocketAddress& address, Call call) {
     if (!address.isValid()) {
@@ -60,7 +61,7 @@ auto withAddress(const SocketAddress& address, Call call) {
     return call(platformAddress(address), platformSize(address));
 }
 
-/// Makes a call that gives an address, which is none after a failure.
+/// Makes a call that returns an address; after a failure, no address.
 template <class Call>
 auto givenAddress(SocketAddress& address, Call call) {
     sockaddr_in6 given{};
@@ -70,13 +71,14 @@ auto givenAddress(SocketAddress& address, Call call) {
     return result;
 }
 
-/// A datagram that did not fit is a failure.
+/// Turns a datagram that did not fit into a failure.
 IoResult uncut(size_t room, IoResult received) {
     return received.count > room ? IoResult{IoResult::FAILED, 0, EMSGSIZE} : received;
 }
 
-// Answers as select() does, but for descriptors of any size: a closed one fails the whole wait, and
-// end of stream and errors count as readable. Neither call is restarted after a signal.
+/// Like select(), but for descriptors of any value: a closed one fails the whole wait, and end of
+/// stream and errors count as readable. Like select(), it is not restarted after a signal: the
+/// caller is told (EINTR), because the remaining time is not known.
 int pollReadable(pollfd* entries, size_t count, std::optional<unsigned int> timeout) {
     timespec limit{};
     if (timeout) {
@@ -253,12 +255,12 @@ int setOption(int socket, bool isIPv6, FamilyOption option, unsigned int number)
         return -1;
     }
     const int value = static_cast<int>(number);
-    // In the order of FamilyOption.
+    // In the order of FamilyOption: the names for IPv4 and IPv6.
     static constexpr int kNames[][2] = {{IP_TOS, IPV6_TCLASS},
                                         {IP_TTL, IPV6_UNICAST_HOPS},
                                         {IP_MULTICAST_TTL, IPV6_MULTICAST_HOPS}};
     const int(&names)[2] = kNames[static_cast<int>(option)];
-    // An IPv6 socket sends to IPv4-mapped addresses too, with the options of IPv4.
+    // Set both: an IPv6 socket uses the IPv4 options for IPv4-mapped addresses.
     const int ipv4 = ::setsockopt(socket, IPPROTO_IP, names[0], &value, sizeof(value));
     return isIPv6 ? ::setsockopt(socket, IPPROTO_IPV6, names[1], &value, sizeof(value)) : ipv4;
 }
@@ -268,7 +270,7 @@ int setMembership(int socket, const SocketAddress& group, unsigned int interface
     const auto* const bytes = static_cast<const char*>(group.data());
     if (group.isIPv6()) {
         ipv6_mreq request{};
-        // An int on Android.
+        // The field is an int on Android.
         request.ipv6mr_interface = static_cast<decltype(request.ipv6mr_interface)>(
             interfaceIndex != 0 ? interfaceIndex : group.scopeId());
         std::memcpy(&request.ipv6mr_multiaddr, bytes + offsetof(sockaddr_in6, sin6_addr),

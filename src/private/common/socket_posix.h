@@ -13,18 +13,20 @@
 #include "io_result.h"
 #include "socket_address.h"
 
-/// The socket calls, as the socket classes need them. Results are the platform's unless said
-/// otherwise: -1 is a failure whose reason is in errno. Every descriptor made is close-on-exec.
-/// A call with no address fails with EINVAL.
+/// The system calls of the socket classes. Results are the platform's unless stated otherwise: -1
+/// is a failure whose reason is in errno. A call that is interrupted by a signal fails with EINTR
+/// and is not repeated; complete() repeats it. New descriptors are close-on-exec. A call with no
+/// address fails with EINVAL.
 namespace NIVUR::platform {
 
-/// Room for the text of any address.
+/// A buffer for the text of any address.
 using AddressText = char[256];
 
-/// The address of numeric text of that family, without a scope; none, and EINVAL, for other text.
+/// Makes an address from numeric text of that family, without a scope. Other text makes no address,
+/// and EINVAL.
 SocketAddress parseAddress(const char* ip, uint16_t port, bool isIPv6);
 
-/// The text of an address without its scope, in `text`.
+/// Writes an address without its scope to `text`, and returns it.
 const char* addressText(const SocketAddress& address, AddressText& text);
 
 int open(const SocketAddress& family, bool tcp);
@@ -39,19 +41,19 @@ int listen(int socket, unsigned int count);
 int accept(int socket, SocketAddress& peer);
 int shutdown(int socket);
 
-/// Whether a TCP socket is neither connected nor on the way to it.
+/// Returns true if a TCP socket is neither connected nor connecting.
 bool isIdle(int socket);
 
-/// Never raises SIGPIPE.
+/// Does not raise SIGPIPE.
 ptrdiff_t send(int socket, const void* data, size_t length);
 ptrdiff_t recv(int socket, void* data, size_t length);
 ptrdiff_t sendto(int socket, const void* data, size_t length, const SocketAddress& receiver);
 ptrdiff_t recvfrom(int socket, void* data, size_t length, SocketAddress& sender);
 
-/// The result of the call that has just set errno.
+/// Converts errno to a result.
 IoResult failure();
 
-/// Makes a call until no signal interrupts it, and says what came of it.
+/// Repeats a call as long as signals interrupt it, and converts its result.
 template <class Call>
 IoResult complete(Call call) {
     ptrdiff_t count = -1;
@@ -61,10 +63,10 @@ IoResult complete(Call call) {
     return count == -1 ? failure() : IoResult{IoResult::DONE, static_cast<size_t>(count)};
 }
 
-/// Receives one datagram whole, or fails with EMSGSIZE.
+/// Receives one datagram; fails with EMSGSIZE if it does not fit.
 IoResult receiveDatagram(int socket, void* data, size_t length, SocketAddress& sender);
 
-/// UDPSocket's operations of these names.
+/// See the operations of UDPSocket.
 IoResult sendDatagrams(int socket, const SocketAddress& receiver, const void* data, size_t length,
                        size_t datagram);
 IoResult receiveDatagrams(int socket, SocketAddress& sender, void* data, size_t length,
@@ -80,7 +82,7 @@ enum class Option : int {
 };
 int setOption(int socket, Option option, int value);
 int getOption(int socket, Option option);  ///< the value, or -1
-int takeError(int socket);                 ///< the error number that was pending, or 0
+int takeError(int socket);  ///< clears the pending error and returns its number, or 0
 int setBlocking(int socket, bool blocking);
 int setNoDelay(int socket, bool noDelay);
 
@@ -89,19 +91,21 @@ enum class FamilyOption { TRAFFIC_CLASS, HOPS, MULTICAST_HOPS };
 int setOption(int socket, bool isIPv6, FamilyOption option, unsigned int number);
 int setMembership(int socket, const SocketAddress& group, unsigned int interfaceIndex, bool member);
 
-/// Waits until the socket is readable or `timeout` milliseconds, if given, have passed: 1 or 0.
+/// Waits until the socket is readable or `timeout` milliseconds have passed. Returns 1 or 0.
 int waitReadable(int socket, std::optional<unsigned int> timeout);
 
-/// Sockets to be waited for together.
+/// A set of sockets to wait for.
 class ReadSet {
   public:
     /// REQUIRES: fewer than FD_SETSIZE sockets were added.
     void add(int socket) { _entries[_count++] = {socket, POLLIN, 0}; }
 
-    /// Waits until any is readable or `timeout` milliseconds have passed: their number or 0.
+    /// Waits until any socket is readable or `timeout` milliseconds have passed. Returns the number
+    /// of readable ones, or 0.
     int wait(unsigned int timeout);
 
-    /// Whether the wait found the socket that was added as number `index`, from 0, readable.
+    /// Returns whether the wait found the socket readable that was added as number `index`,
+    /// counting from 0.
     bool isReadable(size_t index) const { return _entries[index].revents != 0; }
 
   private:

@@ -18,12 +18,12 @@ namespace NIVUR {
 
 namespace {
 
-/// Only A to Z change, whatever the locale.
+/// Changes A to Z only, in any locale.
 char toLower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-/// False, with `value` untouched, when the property is missing or empty.
+/// Returns false and leaves `value` unchanged if the property is missing or empty.
 bool readLowerCase(const char* property, std::string& value) {
     std::string text = platform::systemProperty(property);
     if (text.empty()) {

@@ -146,7 +146,7 @@ std::shared_ptr<Thread::Run> Thread::waitForEndedRun() {
 
 void Thread::waitForRun(const std::shared_ptr<Run>& run) {
     if (run == nullptr || run->isCaller()) {
-        return;  // a thread cannot join itself: the next start, wait or destructor does it
+        return;  // a thread cannot join itself: the next start(), wait or destructor joins it
     }
     int error = 0;
     {
@@ -155,7 +155,7 @@ void Thread::waitForRun(const std::shared_ptr<Run>& run) {
             return;
         }
         error = ::pthread_join(run->handle, nullptr);
-        run->joined = error == 0;  // or the next one to wait tries again
+        run->joined = error == 0;  // after a failure the next caller tries again
     }
     if (error != 0) {
         Log::log("NIVUR", LOG_ERROR, "thread_join() failed: err=%d", error);
@@ -219,7 +219,7 @@ void Thread::setThreadName(const char* name) {
 }
 
 void Thread::setPriority(ThreadPriority priority, const char* name) {
-    // On Linux "process 0" is the calling thread alone.
+    // On Linux "process 0" means the calling thread alone.
     if (::setpriority(PRIO_PROCESS, 0, niceValue(priority)) != 0) {
         const int error = errno;
         Log::log("NIVUR", LOG_WARN, "Change the thread priority failed: %s, err=%d", name, error);

@@ -6,13 +6,13 @@
 
 namespace NIVUR::platform {
 
-/// Waits for a signal until a time of the monotonic clock. False, with the platform's error number
-/// in errno, when the time has passed (ETIMEDOUT, never early), a signal handler has run (EINTR) or
-/// the platform refuses. timed_wait_monotonic.cpp has it for C libraries that wait by that clock,
-/// timed_wait_wall_clock.cpp for all others.
+/// Waits for a signal until a time of the monotonic clock. Returns false, with the platform's error
+/// number in errno, if the time has passed (ETIMEDOUT, never early), a signal handler has run
+/// (EINTR) or the platform refuses. Defined in timed_wait_monotonic.cpp for C libraries that can
+/// wait by that clock, in timed_wait_wall_clock.cpp for others.
 bool waitUntil(sem_t* semaphore, const timespec& deadline);
 
-/// A time whose nanoseconds may be out of range by less than one second.
+/// Carries nanoseconds, which may be out of range by less than one second, into the seconds.
 inline timespec normalized(time_t seconds, long nanoseconds) {
     constexpr long kNanosecondsPerSecond = 1000000000;
     if (nanoseconds >= kNanosecondsPerSecond) {
