@@ -1,17 +1,17 @@
-// Calls a run loop and waits for the answer, and learns whether the task ran.
+// Calls a run loop, waits for the answer, and finds out whether the task ran.
 
 #include <nivur/nivur.h>
 
 #include <cstdio>
 #include <optional>
 
-// What only the loop's thread touches needs no lock.
+// Needs no lock: only the loop's thread uses its data.
 class Catalogue {
   public:
     Catalogue() { _loop.start(); }
     ~Catalogue() { _loop.stop(); }
 
-    // From any thread, but never from a loop that this one may be waiting for.
+    // May be called on any thread, but not on a loop for which this one may wait.
     std::optional<int> add(int price) {
         std::optional<int> total;
         _loop.postItem(NIVUR::makeRunnable([&] { total = (_total += price); }), false, true);
@@ -22,7 +22,7 @@ class Catalogue {
 
   private:
     int _total = 0;
-    NIVUR::RunLoop _loop{"catalogue"};  // last: it ends before what its tasks use
+    NIVUR::RunLoop _loop{"catalogue"};  // last: destroyed before what its tasks use
 };
 
 int main() {

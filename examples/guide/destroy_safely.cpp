@@ -1,4 +1,4 @@
-// Destroys an object while tasks and a timer for it are queued on a loop that goes on.
+// Destroys an object while tasks and a timer for it are queued on a loop that keeps running.
 
 #include <nivur/nivur.h>
 
@@ -7,8 +7,8 @@
 class Camera {
   public:
     Camera(NIVUR::RunLoop& loop, int& pictures) : _loop(loop), _pictures(pictures) {
-        // The object that a task acts on is what it can be cancelled by: a Functor0 names it by
-        // itself, makeRunnable() is told.
+        // Tasks are cancelled by the object that they act on: a Functor0 knows it, makeRunnable()
+        // is given it.
         for (int i = 0; i < 10000; ++i) {
             _loop.postItem(new NIVUR::Functor0<Camera, void (Camera::*)()>(this, &Camera::shoot),
                            false, false);
@@ -16,8 +16,8 @@ class Camera {
         _loop.addTimer(NIVUR::makeRunnable([this] { shoot(); }, this), 1, true);
     }
 
-    // First of all, while every member is still there: waits for the task that runs, if any, and
-    // drops the rest. No lock may be held here that shoot() takes.
+    // First, while every member still exists: waits for the running task, if any, and drops the
+    // rest. Do not hold a lock here that shoot() acquires.
     ~Camera() { _loop.cancelTasksForObject(this); }
 
     void waitForPicture() { _taken.wait(); }
@@ -42,11 +42,11 @@ int main() {
         Camera camera(loop, pictures);
         camera.waitForPicture();
     }
-    const int whenItWent = pictures;
+    const int picturesBefore = pictures;
     NIVUR::SystemUtil::sleep(20);
     int later = 0;
-    loop.postItem(NIVUR::makeRunnable([&] { later = pictures - whenItWent; }), false, true);
-    std::printf("while the camera lived: %s\n", whenItWent > 0 ? "pictures" : "nothing");
-    std::printf("after it was gone: %d pictures, and the loop still answers\n", later);
-    return whenItWent > 0 && later == 0 ? 0 : 1;
+    loop.postItem(NIVUR::makeRunnable([&] { later = pictures - picturesBefore; }), false, true);
+    std::printf("while the camera existed: %s\n", picturesBefore > 0 ? "pictures" : "nothing");
+    std::printf("after it was destroyed: %d pictures, and the loop still answers\n", later);
+    return picturesBefore > 0 && later == 0 ? 0 : 1;
 }

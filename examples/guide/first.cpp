@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-// The library writes nothing itself: without a sink it refuses in silence.
+// The library writes nothing itself: without a sink, its messages are lost.
 static void printLine(int level, const char* format, va_list arguments) {
     if (level >= NIVUR::LOG_WARN) {
         std::vprintf(format, arguments);
@@ -15,7 +15,7 @@ int main() {
     NIVUR::RunLoop loop("worker");
     int answer = 0;
     const auto compute = [&] { return NIVUR::makeRunnable([&] { answer += 42; }); };
-    loop.postItem(compute(), false, true);  // refused: the loop does not run yet
+    loop.postItem(compute(), false, true);  // refused: the loop is not running yet
     if (!loop.start()) {
         return 1;
     }

@@ -1,4 +1,4 @@
-// Writes a record as JSON, reads it back, and meets what JSON numbers do not survive.
+// Writes a record as JSON, reads it back, and shows which numbers JSON text does not preserve.
 
 #include <nivur/nivur.h>
 
@@ -13,7 +13,7 @@ int main() {
     Dictionary screen;
     screen.setString("name", "television");
     screen.setDecimal("scale", 1.5L);
-    screen.setObject("size", size);  // a copy: later changes of size do not reach it
+    screen.setObject("size", size);  // a copy: later changes of size do not affect it
     screen.setStringArray("inputs", {"hdmi", "network"});
 
     const Dictionary read = Serialization::deserialize(Serialization::serialize(screen));
@@ -21,12 +21,12 @@ int main() {
                 read.getDecimal("scale"), read.getObject("size").getInteger("width"),
                 read.getStringArray("inputs").back().c_str());
 
-    // A getter gives 0 or "" for a missing key and for a value of another type alike.
+    // A getter returns 0 or "" for a missing key and for a value of another type.
     std::printf("scale as an integer: %lld, is it there: %s, its type: %d\n",
                 read.getInteger("scale"), read.hasKey("scale") ? "yes" : "no",
                 read.getType("scale"));
 
-    size.setInteger("width", 4294967297);  // 2^32 + 1: JSON text carries the low 32 bits
+    size.setInteger("width", 4294967297);  // 2^32 + 1: JSON text has the low 32 bits
     std::printf("%s\n", Serialization::serialize(size).c_str());
     std::printf("one number too large: %u keys\n",
                 Serialization::deserialize(R"({"name": "lost", "big": 1e999})").size());

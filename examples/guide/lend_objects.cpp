@@ -1,4 +1,4 @@
-// Lends objects of one's own and buffers of a list, which come back by themselves.
+// Hands out objects of its own and buffers of a list, which return by themselves.
 
 #include <nivur/nivur.h>
 
@@ -7,7 +7,7 @@
 using NIVUR::Buffer;
 using NIVUR::SharedPtr;
 
-// Opened once, lent many times. The count is a part of it, so that lending takes no memory.
+// Opened once, handed out many times. It embeds the count, so that lend() allocates nothing.
 class Connection : public NIVUR::NoCopyable {
   public:
     SharedPtr<Connection> lend() { return SharedPtr<Connection>(_count); }
@@ -40,10 +40,10 @@ int main() {
                 list.getBuffer(1500) ? "found" : "refused");
     const NIVUR::BufferOwner* const home = first->owner();
     first.reset();
-    std::printf("one reference gone: %u free, %s\n", list.freeCount(),
+    std::printf("one reference dropped: %u free, %s\n", list.freeCount(),
                 home == &list ? "in its list" : "elsewhere");
 
-    // Without a list: a buffer that carries an object which is deleted with it.
+    // Without a list: a buffer that owns an object, which is deleted with it.
     const SharedPtr<Buffer> frame = NIVUR::BufferPool::getBuffer(64, new Origin);
     std::printf("a frame of the %s\n", static_cast<Origin*>(frame->param())->camera);
     return 0;

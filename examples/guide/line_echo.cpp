@@ -1,4 +1,4 @@
-// A server that echoes lines to any number of clients and hangs up on silent ones: the listener,
+// A server that echoes lines to any number of clients and disconnects silent ones. The listener,
 // the clients and a timer share one loop, so that nothing here needs a lock.
 
 #include <nivur/nivur.h>
@@ -22,7 +22,7 @@ class LineServer {
         _loop.addTimer(NIVUR::makeRunnable([this] { onTimer(); }, this), 20, true);
     }
 
-    // After this nothing of the server runs, so that its sockets may close.
+    // After this call no task of the server runs, so that its sockets can be closed.
     ~LineServer() { _loop.cancelTasksForObject(this); }
 
     SocketAddress address() const { return _listener.localAddress(); }
@@ -55,7 +55,7 @@ class LineServer {
             _clients[descriptor] = std::move(client);
             client = Client();
         }
-        if (result.status == IoResult::FAILED) {  // no descriptor is left: the timer tries again
+        if (result.status == IoResult::FAILED) {  // no descriptors left: the timer tries again
             _loop.removeWatch(std::exchange(_listening, 0));
         }
     }
@@ -70,7 +70,7 @@ class LineServer {
         const IoResult sent = client.socket.send(client.received.data(), lines);
         client.received.erase(0, lines);
         const bool open = result || result.status == IoResult::WOULD_BLOCK;
-        if (!open || sent.count < lines) {  // or the client does not read
+        if (!open || sent.count < lines) {  // closed, or the client does not read
             hangUp(descriptor);
         }
     }
@@ -89,14 +89,14 @@ class LineServer {
     }
 
     void hangUp(int descriptor) {
-        _loop.removeWatch(_clients[descriptor].watch);  // first, since closing frees the number
+        _loop.removeWatch(_clients[descriptor].watch);  // first: closing frees the descriptor
         _clients.erase(descriptor);
     }
 
     NIVUR::RunLoop& _loop;
     NIVUR::ServerSocket _listener;
     long _listening = 0;
-    std::map<int, Client> _clients;  // touched on the loop's thread alone
+    std::map<int, Client> _clients;  // used on the loop's thread only
 };
 
 int main() {

@@ -1,4 +1,4 @@
-// Finds the addresses under which other hosts reach this one.
+// Finds the addresses at which other hosts can reach this one.
 
 #include <nivur/nivur.h>
 

@@ -1,4 +1,4 @@
-// Takes buffers from a pool, shares them, and sees them come back by themselves.
+// Takes buffers from a pool and shares them; they return to the pool by themselves.
 
 #include <nivur/nivur.h>
 
@@ -24,15 +24,15 @@ int main() {
 
     SharedPtr<Buffer> packet = pool.getPoolBuffer(5, nullptr);
     if (!packet) {
-        return 1;  // only when there is no memory left
+        return 1;  // only if memory is exhausted
     }
     std::memcpy(packet->data(), "hello", 5);
-    packet->setUsedSize(5);  // the guard now stands behind these 5 bytes
+    packet->setUsedSize(5);  // the guard is now after these 5 bytes
     packet->parameter().set("label", new Label("of the first holder"));
     SharedPtr<Buffer> shared = packet;
     std::printf("%u of %u bytes used\n", shared->usedSize(), shared->capacity());
 
-    // The list of 1,500 bytes has none left, nor has the other one after this.
+    // The list of 1,500-byte buffers is empty; after the next call the other list is, too.
     const SharedPtr<Buffer> larger = pool.getPoolBuffer(5, nullptr);
     const SharedPtr<Buffer> plain = pool.getPoolBuffer(5, nullptr);
     std::printf("the next two: %u bytes, and %u bytes of plain memory\n", larger->capacity(),
@@ -40,12 +40,12 @@ int main() {
 
     Buffer* const place = packet.get();
     packet.reset();
-    std::printf("one reference gone: used %u\n", shared->usedSize());
+    std::printf("one reference dropped: used %u\n", shared->usedSize());
     shared.reset();
     packet = pool.getPoolBuffer(5, nullptr);
-    std::printf("the other gone: %s buffer again, used %u, label: %s\n",
+    std::printf("the other dropped: %s buffer again, used %u, label: %s\n",
                 packet.get() == place ? "the same" : "another", packet->usedSize(),
                 labelOf(*packet));
-    packet->parameter().remove("label");  // each holder starts by removing what it does not expect
+    packet->parameter().remove("label");  // each holder first removes what it does not expect
     return packet.get() == place ? 0 : 1;
 }

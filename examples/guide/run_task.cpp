@@ -1,4 +1,4 @@
-// Hands work to a run loop, which does it on its own thread, one task at a time.
+// Posts tasks to a run loop, which runs them on its own thread, one at a time.
 
 #include <nivur/nivur.h>
 
@@ -6,7 +6,7 @@
 
 using NIVUR::makeRunnable;
 
-// The library writes nothing itself: it hands its lines to this sink, on any thread.
+// The library writes nothing itself: it passes its messages to this sink, on any thread.
 static void printLine(int level, const char* fmt, va_list args) {
     if (level >= NIVUR::LOG_WARN) {
         std::vprintf(fmt, args);
@@ -24,7 +24,7 @@ int main() {
     NIVUR::Semaphore done;
     const auto print = [](const char* text) { return makeRunnable([text] { std::puts(text); }); };
 
-    loop.postItem(makeRunnable([&] { posted.wait(); }), false, false);  // holds the loop so far
+    loop.postItem(makeRunnable([&] { posted.wait(); }), false, false);  // busy until `posted`
     loop.postItem(print("first normal task"), false, false);
     loop.postItem(print("second normal task"), false, false);
     loop.postItem(print("high-priority task"), true, false);
@@ -33,5 +33,5 @@ int main() {
     done.wait();
 
     loop.stop();
-    loop.postItem(print("never seen"), false, false);  // refused: the task is deleted all the same
+    loop.postItem(print("never seen"), false, false);  // refused, and deleted
 }

@@ -1,4 +1,4 @@
-// Sends events with values to those who asked for their name.
+// Sends events with values to the handlers that are registered for their name.
 
 #include <nivur/nivur.h>
 
@@ -15,11 +15,11 @@ class Display : public NIVUR::EventHandler {
         _events.registerEventHandler("volume", this);
     }
 
-    // Enough because all events are sent on this thread. A call under way on another one would not
-    // be waited for, and could come in after the object is gone.
+    // This is enough because all events are sent on this thread. It does not wait for a call on
+    // another thread, which could then use the destroyed object.
     ~Display() override { _events.unregisterEventHandler("volume", this); }
 
-    // On the thread that sends.
+    // Runs on the thread that sends.
     void onEvent(const NIVUR::Event& event, NIVUR::Parameter*) override {
         const auto* volume = dynamic_cast<Volume*>(event.parameter().get("volume"));
         std::printf("display: %s %d%%\n", event.id().c_str(), volume->percent);
@@ -42,6 +42,6 @@ int main() {
         sendVolume(events, 40);
         sendVolume(events, 100);
     }
-    sendVolume(events, 0);  // to nobody
+    sendVolume(events, 0);  // there is no handler left
     std::puts("done");
 }

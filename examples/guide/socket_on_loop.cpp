@@ -1,5 +1,5 @@
 // A TCP connection on a run loop: it connects without waiting, receives until it would block, sends
-// what is left when it can, and is closed from any thread.
+// the rest when the socket is writable, and may be closed on any thread.
 
 #include <nivur/nivur.h>
 
@@ -16,18 +16,18 @@ class Connection {
     Connection(RunLoop& loop, const SocketAddress& peer) : _loop(loop) {
         IoResult result = _socket.create(SocketAddress(peer.isIPv6() ? "::" : "0.0.0.0", 0));
         if (result && _socket.setBlocking(false) == 0) {
-            result = _socket.connect(peer);  // under way, as a rule: finishConnect() will tell
+            result = _socket.connect(peer);  // usually in progress, see finishConnect()
         }
         const bool failed = result.status == IoResult::FAILED;
-        // Last, as the loop may be at work at once.
+        // Last: the loop may run the task at once.
         post([this, failed, result] { failed ? endUnlessReady(result) : watchWritable(true); });
     }
 
-    // Stop order: first the watches and tasks, of which none runs once this call has returned, on
-    // whichever thread; then the members, and so the descriptor.
+    // Order: first the watches and tasks, none of which runs after this call, on any thread; then
+    // the members, and with them the descriptor.
     ~Connection() { _loop.cancelTasksForObject(this); }
 
-    // On any thread.
+    // May be called on any thread.
     void send(const std::string& data) {
         post([this, data] {
             _unsent += data;
@@ -35,15 +35,15 @@ class Connection {
         });
     }
 
-    // Waits for the end of the connection and gives what was received.
+    // Waits for the end of the connection and returns what was received.
     const std::string& waitForEnd() {
         _ended.wait();
         return _received;
     }
 
   private:
-    // All that follows runs on the loop's thread alone and needs no lock. `this` is the object by
-    // which the destructor cancels it.
+    // Everything below runs on the loop's thread only, and needs no lock. The destructor cancels it
+    // by the object, `this`.
     template <class Task>
     void post(Task task) {
         _loop.postItem(NIVUR::makeRunnable(task, this), false, false);
@@ -54,7 +54,7 @@ class Connection {
                               NIVUR::makeRunnable([this, task] { (this->*task)(); }, this));
     }
 
-    // A socket is writable nearly always: it is watched only while there is something to send.
+    // A socket is nearly always writable: it is watched only while there is something to send.
     void watchWritable(bool wanted) {
         if (wanted && _writable == 0) {
             _writable = watch(RunLoop::WRITABLE, &Connection::onWritable);
@@ -78,7 +78,7 @@ class Connection {
         endUnlessReady(result);
     }
 
-    // Not without end, for the sake of others on the loop: the watch comes again.
+    // At most 16 calls, so that others on the loop get their turn; the watch runs again.
     void onReadable() {
         char data[16384];
         IoResult result;
@@ -104,7 +104,7 @@ class Connection {
 
     RunLoop& _loop;
     NIVUR::ClientSocket _socket;
-    long _readable = 0;  // ids of watches; 0 is none
+    long _readable = 0;  // ids of watches; 0 if there is none
     long _writable = 0;
     bool _over = false;
     std::string _unsent;
@@ -112,7 +112,7 @@ class Connection {
     NIVUR::Semaphore _ended;
 };
 
-// Reads all of a question and answers it.
+// Reads a whole question and answers it.
 static size_t serve(const NIVUR::ServerSocket& listener, size_t length) {
     NIVUR::ClientSocket client;
     char data[16384];
@@ -132,7 +132,7 @@ int main() {
     if (!listener.create(SocketAddress("127.0.0.1", 0)) || !listener.listen(8) || !loop.start()) {
         return 1;
     }
-    const std::string question(4 << 20, '?');  // more than the system takes at once
+    const std::string question(4 << 20, '?');  // more than the system accepts at once
     Connection connection(loop, listener.localAddress());
     connection.send(question);
     std::printf("the server received %zu bytes\n", serve(listener, question.size()));

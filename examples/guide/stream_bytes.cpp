@@ -1,4 +1,4 @@
-// Passes a stream of bytes from one thread to another through a ring, with the time of each line.
+// Passes a stream of bytes from one thread to another through a ring.
 
 #include <nivur/nivur.h>
 
@@ -9,7 +9,7 @@ using NIVUR::AutoLock;
 using NIVUR::Mutex;
 using NIVUR::StringUtil;
 
-// What two threads write.
+// Two threads write to it.
 class Journal {
   public:
     void add(const std::string& line) {

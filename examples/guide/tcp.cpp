@@ -1,4 +1,4 @@
-// A client asks, and a server on a thread of its own answers.
+// A client asks a question, and a server on another thread answers it.
 
 #include <nivur/nivur.h>
 
@@ -9,7 +9,7 @@ using NIVUR::ClientSocket;
 using NIVUR::IoResult;
 using NIVUR::SocketAddress;
 
-// One call transfers what the platform does in one go; these go on until it is all.
+// One call may transfer only a part; these repeat it until all is transferred.
 static bool sendAll(const ClientSocket& socket, const std::string& data) {
     size_t done = 0;
     while (done < data.size()) {
@@ -30,7 +30,7 @@ static bool receiveAll(const ClientSocket& socket, std::string& data) {
         }
         const IoResult received = socket.receive(&data[done], data.size() - done);
         if (!received) {
-            return false;  // CLOSED: the peer has ended; FAILED: the connection broke
+            return false;  // CLOSED: the peer has ended its side; FAILED: an error
         }
         done += received.count;
     }
@@ -51,7 +51,7 @@ static void serve(const NIVUR::ServerSocket& listener) {
 int main() {
     NIVUR::ServerSocket listener;
     const SocketAddress local("127.0.0.1", 0);  // the system chooses a port
-    // With `true`, a server that is started again can have its port again at once.
+    // With `true`, a server that is restarted can bind its port again at once.
     if (!listener.create(local, true) || !listener.listen(8)) {
         return 1;
     }

@@ -1,4 +1,4 @@
-// A repeating timer that ends itself, and a watchdog that is put off as long as it beats.
+// A repeating timer that stops itself, and a watchdog that each beat restarts.
 
 #include <nivur/nivur.h>
 
@@ -6,8 +6,8 @@
 
 class Heart {
   public:
-    // Timers may be added before the loop runs. A task that uses a timer's id needs that: once the
-    // loop runs, the task may be at work before addTimer() has returned.
+    // Timers may be added before the loop is started. Do so if a task uses the id of its timer: on
+    // a running loop, the task may run before addTimer() has returned the id.
     Heart() {
         _beat = _loop.addTimer(NIVUR::makeRunnable([this] { beat(); }), 20, true);
         _watchdog =
@@ -23,7 +23,7 @@ class Heart {
         std::printf("beat %d\n", ++_beats);
         _loop.resetTimer(_watchdog);  // due 5 s from now again
         if (_beats == 3) {
-            _loop.stopTimer(_beat);  // from its own task, which it does not wait for
+            _loop.stopTimer(_beat);  // from its own task, for which it does not wait
             _lastBeat.notify();
         }
     }
@@ -32,7 +32,7 @@ class Heart {
     long _beat = 0;
     long _watchdog = 0;
     NIVUR::Semaphore _lastBeat;
-    NIVUR::RunLoop _loop{"heart"};  // last: it ends before what its tasks use
+    NIVUR::RunLoop _loop{"heart"};  // last: destroyed before what its tasks use
 };
 
 int main() {

@@ -15,7 +15,7 @@ int main() {
         return 1;
     }
     const std::string text = "a datagram arrives whole, or not at all";
-    const SocketAddress toBob = bob.localAddress();  // made once, for any number of datagrams
+    const SocketAddress toBob = bob.localAddress();  // made once for any number of datagrams
     alice.sendto(toBob, text.data(), text.size());
 
     char data[1500];
