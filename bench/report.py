@@ -76,7 +76,7 @@ def behind(rows, remarks):
         reasons.setdefault(remark(row, remarks), []).append(row)
     parts = []
     for words, members in reasons.items():
-        name = members[0].service if len(members) == 1 else f"{len(members)} rows"
+        name = f'"{members[0].service}"' if len(members) == 1 else f"{len(members)} rows"
         parts.append(f"Behind in {name} ({ranges(members)})" + (f": {words}." if words else "."))
     return " ".join(parts)
 
@@ -84,7 +84,7 @@ def behind(rows, remarks):
 def summary(rows, remarks):
     ahead, level, worse = (count(rows, verdict) for verdict in VERDICTS)
     lines = [f"Of {ahead + level + worse} rows, nivur is **ahead** of the best peer in {ahead}, **level** with it in {level} and "
-             f"**behind** it in {worse}. In brackets: nivur's time as a multiple of the best peer's.", "",
+             f"**behind** it in {worse}. The ranges in brackets are nivur's time divided by the best peer's.", "",
              "| | Ahead | Level | Behind | Why |", "|---|---|---|---|---|"]
     for family, title in FAMILIES.items():
         groups = [[row for row in rows if row.family == family and row.verdict == verdict] for verdict in VERDICTS]
