@@ -12,9 +12,10 @@
 #include <thread>
 #include <vector>
 
-/// What the families share. A measurement is called FAMILY/SERVICE/PEER, which report.py splits:
-/// each service is a row of the table. Its value is the time of one item or, if the measurement
-/// sets counters, each of those: in nanoseconds, or a plain number if the name begins with '#'.
+/// What the families of benchmarks share. A measurement is named FAMILY/SERVICE/PEER, which
+/// report.py splits: each service is a row of the table. The value of a measurement is the time of
+/// one item in nanoseconds. If it sets counters, each counter is a value: a time in nanoseconds or,
+/// if its name begins with '#', a plain number.
 namespace bench {
 
 using benchmark::State;
@@ -28,31 +29,31 @@ inline double nanoseconds(Clock::duration duration) {
 template <class Adapter>
 struct Peer {};
 
-/// A peer that promises less, or something else: shown, but not compared with.
+/// Marks a peer that guarantees less, or does something else: shown, but not compared.
 template <class Adapter>
 struct Other : Adapter {
     using Adapter::Adapter;
     static std::string name() { return "other:" + Adapter::name(); }
 };
 
-/// What the work costs without the library: no implementation could be faster.
+/// Marks the cost of the work without a library: no implementation could be faster.
 template <class Adapter>
 struct Limit : Adapter {
     using Adapter::Adapter;
     static std::string name() { return "limit:" + Adapter::name(); }
 };
 
-/// The adapters that are measured in a row.
+/// The adapters of a row.
 template <class... Adapters>
 struct Peers {};
 
-/// Pins this thread, and those that it starts meanwhile, to one processor. Waking a thread on
-/// another processor can take ten times as long as the rest, so that times of threads that the
-/// system places cannot be compared.
+/// Pins the calling thread, and those that it starts meanwhile, to one processor. Waking a thread
+/// on another processor can take ten times as long as everything else, so that times with threads
+/// that the system places cannot be compared.
 class OneProcessor {
   public:
     explicit OneProcessor(int processor) {
-        // Asked once, as some systems count only those that the thread may use.
+        // Read once, because some systems count only the processors that the thread may use.
         static const unsigned int all = std::max(1U, std::thread::hardware_concurrency());
         sched_getaffinity(0, sizeof(_before), &_before);
         cpu_set_t one;
@@ -70,23 +71,23 @@ class Family {
   public:
     explicit Family(std::string name) : _name(std::move(name)) {}
 
-    /// Measures body(state, Peer<Adapter>) for each of the adapters: the processor time of the one
-    /// thread that does all the work, which other programs disturb less than the clock.
+    /// Measures body(state, Peer<Adapter>) for each of the adapters, in the processor time of the
+    /// single thread that does all the work: other programs disturb it less than the clock.
     template <class... Adapters, class Body>
     void add(const std::string& service, Peers<Adapters...>, Body body) const {
         (addOne<Adapters>(service, body), ...);
     }
 
-    /// Measures by the clock. Each of the threads is pinned to a processor of its own as long as
-    /// there are enough; threads that they start share it.
+    /// Measures by the clock. Each thread is pinned to its own processor while there are enough;
+    /// threads that it starts share it.
     template <class... Adapters, class Body>
     void addThreaded(const std::string& service, Peers<Adapters...>, Body body,
                      int threads = 1) const {
         (addOne<Adapters>(service, body)->UseRealTime()->Threads(threads), ...);
     }
 
-    /// Measures body(state, peer, processor) by the clock twice: with the other thread to be placed
-    /// on the measuring thread's processor, which is 0, and on processor 1.
+    /// Measures body(state, peer, processor) by the clock twice: with the other thread on the
+    /// processor of the measuring thread, 0, and on processor 1.
     template <class AnyPeers, class Body>
     void addPlaced(const std::string& service, AnyPeers peers, Body body) const {
         for (const int processor : {0, 1}) {
@@ -119,7 +120,7 @@ class Family {
     std::string _name;
 };
 
-/// Says that an iteration was so many items.
+/// Sets the number of items of an iteration.
 inline void setItems(State& state, size_t perIteration) {
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(perIteration));
 }
@@ -134,7 +135,7 @@ void repeat(State& state, int times, Body body) {
     }
 }
 
-/// Times of single events, for percentiles.
+/// The times of single events, for percentiles.
 class Samples {
   public:
     void add(Clock::duration duration) { _values.push_back(nanoseconds(duration)); }
@@ -153,7 +154,7 @@ class Samples {
     std::vector<double> _values;
 };
 
-/// A counting semaphore of the standard library's parts, the same for every peer.
+/// A counting semaphore made of the standard library, the same for every peer.
 class Signal {
   public:
     void set() {

@@ -15,7 +15,7 @@
 
 namespace bench {
 
-/// What a C library gets as the argument of runAndDelete().
+/// The argument for runAndDelete() that is passed to a C library.
 template <class Task>
 void* newTask(Task task) {
     return new Task(std::move(task));
@@ -27,7 +27,7 @@ void runAndDelete(void* argument) {
     (*task)();
 }
 
-/// The library has no queue, and so gets one that is emptied in batches.
+/// libuv has no queue, so the adapter has one, which is emptied in batches.
 class UvLoop {
   public:
     struct Timer {
@@ -287,7 +287,7 @@ class GlibLoop {
             },
             newTask(std::move(task)), [](void* argument) { delete static_cast<Task*>(argument); });
         g_source_attach(source, _context);
-        g_source_unref(source);  // the context has its own reference until the source is done
+        g_source_unref(source);  // the context holds its own reference until the source is finished
         return source;
     }
 

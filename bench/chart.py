@@ -36,7 +36,7 @@ def scale(bottom):
 
 
 def dot(x, y, colour, cut=False):
-    """What is off the scale is a triangle at its end."""
+    """A value off the scale is shown as a triangle at its end."""
     if cut:
         way = 1 if x > CENTRE else -1
         return f'<path d="M{x - 4 * way:.1f} {y - 4}L{x + 3 * way:.1f} {y}L{x - 4 * way:.1f} {y + 4}Z" fill="{colour}"/>'

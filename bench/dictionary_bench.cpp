@@ -63,7 +63,8 @@ struct VariantRecord {
     std::map<std::string, std::variant<long long, std::string, long double, bool>> record;
 };
 
-/// A hash table without an order, which cannot be copied and gives its keys only at its end.
+/// A hash table without an order, which cannot be copied and lists its keys only when it is
+/// destroyed.
 class GlibRecord {
   public:
     static std::string name() { return "GLib's GVariantDict"; }
@@ -90,7 +91,7 @@ class GlibRecord {
     GVariantDict _record;
 };
 
-/// Keys in an order of chance.
+/// Keys in random order.
 std::vector<std::string> makeKeys(size_t count) {
     std::vector<std::string> keys;
     for (size_t i = 0; i < count; ++i) {

@@ -31,7 +31,8 @@ struct NivurValues {
     }
 };
 
-/// The C library's functions, whose names ours take in this process. They list the links as well.
+/// The C library's functions; in this process nivur's have their names. They list the links as
+/// well.
 struct PlainInterfaces {
     static std::string name() { return "C library"; }
     static void list() {
@@ -45,7 +46,8 @@ struct PlainInterfaces {
     }
 };
 
-/// Gives the calling thread a network of its own with so many addresses; false if it may not.
+/// Moves the calling thread to a new network namespace with that number of addresses. Returns false
+/// if it may not.
 bool makeNetwork(int addresses) {
     if (::unshare(CLONE_NEWNET) != 0) {
         return false;
@@ -55,7 +57,7 @@ bool makeNetwork(int addresses) {
         return false;
     }
     std::fputs("link set lo up\n", ip);
-    for (int i = 2; i < addresses; ++i) {  // two come by themselves
+    for (int i = 2; i < addresses; ++i) {  // it has two from the start
         std::fprintf(ip, "address add 10.0.%d.%d/32 dev lo\n", i / 250, i % 250 + 1);
     }
     return ::pclose(ip) == 0;

@@ -20,7 +20,7 @@ namespace {
 
 const Family kFamily("json");
 
-/// Each peer's document, and the text that it came from.
+/// Each peer's document and the text from which it was read.
 struct NivurJson {
     using Document = NIVUR::Dictionary;
     static std::string name() { return "nivur"; }
@@ -48,7 +48,7 @@ struct JanssonJson {
     }
 };
 
-/// What somebody writes who wants values of C++ out of jansson and back.
+/// What a user of jansson writes to get C++ values out of it and back.
 struct ConvertedJson {
     struct Value;
     using Array = std::vector<Value>;
@@ -152,7 +152,7 @@ struct NlohmannJson {
     static std::string write(const Document& document) { return document.dump(); }
 };
 
-/// A list of settings of some 1 KB.
+/// A list of settings of about 1 KB.
 nlohmann::json flat() {
     nlohmann::json document;
     for (int i = 0; i < 12; ++i) {
@@ -165,7 +165,7 @@ nlohmann::json flat() {
     return document;
 }
 
-/// A tree of some 80 KB: three branches at each of seven levels.
+/// A tree of about 80 KB: three branches at each of seven levels.
 nlohmann::json deep(int levels = 7) {
     nlohmann::json node = {{"id", levels}, {"name", "node"}, {"visible", true}};
     for (const char* branch : {"first", "second", "third"}) {
@@ -176,7 +176,7 @@ nlohmann::json deep(int levels = 7) {
     return node;
 }
 
-/// Measurements of some 1 MB.
+/// Measurements of about 1 MB.
 nlohmann::json arrays() {
     nlohmann::json document;
     for (int i = 0; i < 20000; ++i) {

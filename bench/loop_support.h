@@ -6,22 +6,21 @@
 
 #include "bench.h"
 
-/// The adapters of run loops, each on a thread of its own and, with one exception, with the queue
-/// it comes with:
-///   post(task)             queues a task from any thread
-///   postFirst(task)        the same, ahead of what is queued
-///   call(task)             posts and waits until it has run
-///   postCancellable(task)  what cancel() takes to remove the task; both on the loop's thread
-///   addTimer(ms, action)   a timer that fires once; this and the rest on the loop's thread
-///   resetTimer(timer), stopTimer(timer)
-///   addWatch(descriptor, action)  calls it as long as the descriptor is readable
-///   removeWatch(watch)
-/// Where the peer has no such thing the adapter has none either. A posted task costs every peer but
-/// libuv's an allocation, since they erase its type.
+/// The adapters of run loops, each on a thread of its own and, with one exception, with the peer's
+/// own queue:
+///     post(task)             queues a task from any thread
+///     postFirst(task)        the same, before queued tasks
+///     call(task)             posts and waits until it has run
+///     postCancellable(task)  returns what cancel() needs to remove the task; both on the loop's
+///     thread addTimer(ms, action)   a timer that fires once; this and the rest on the loop's
+///     thread resetTimer(timer), stopTimer(timer) addWatch(descriptor, action)  calls it while the
+///     descriptor is readable removeWatch(watch)
+/// An adapter lacks the operations that its peer lacks. A posted task costs every peer except libuv
+/// an allocation, since they erase its type.
 namespace bench {
 
 using Action = std::function<void()>;
-constexpr unsigned int kTimerInterval = 3600 * 1000;  // ms, of timers that are only pending
+constexpr unsigned int kTimerInterval = 3600 * 1000;  // ms, for timers that only stay pending
 
 /// A task as an entry of a peer's queue, whose type has a virtual run().
 template <class Entry, class Task>

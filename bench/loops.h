@@ -60,7 +60,7 @@ class NivurLoop {
 
   private:
     NIVUR::RunLoop _loop{"bench"};
-    char* _object = nullptr;  // only told apart, never used
+    char* _object = nullptr;  // only compared, never used
 };
 
 class AsioLoop {
@@ -102,7 +102,7 @@ class AsioLoop {
     void resetTimer(Timer* timer) { timer->arm(kTimerInterval); }
     void stopTimer(Timer* timer) { delete timer; }
 
-    /// Waits for one readiness at a time.
+    /// Waits for one readiness event at a time.
     struct Watch {
         boost::asio::posix::stream_descriptor descriptor;
         Action action;
@@ -123,7 +123,7 @@ class AsioLoop {
     }
     void removeWatch(Watch* watch) {
         watch->descriptor.release();
-        post([watch] { delete watch; });  // when its handler has heard of the cancellation
+        post([watch] { delete watch; });  // after its handler was told of the cancellation
     }
 
   private:
@@ -133,7 +133,7 @@ class AsioLoop {
     std::thread _thread{[this] { _io.run(); }};
 };
 
-/// The queue of notifications and a thread that works it off.
+/// The notification queue and the thread that serves it.
 class PocoLoop {
   public:
     using Handle = Poco::Notification::Ptr;

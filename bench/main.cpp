@@ -7,7 +7,7 @@
 
 namespace {
 
-// A thousand sockets and their peers need more descriptors than many systems grant at first.
+// A thousand sockets and their peers need more descriptors than many systems initially grant.
 void raiseDescriptorLimit() {
     rlimit limit = {};
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -18,8 +18,8 @@ void raiseDescriptorLimit() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // The standard library counts and locks without atomics until a process has had a second
-    // thread.
+    // The standard library counts references and locks without atomic operations until the process
+    // has started a second thread.
     std::thread([] {}).join();
     raiseDescriptorLimit();
     const QCoreApplication application(argc, argv);

@@ -14,7 +14,7 @@ namespace {
 const Family kFamily("pool");
 constexpr unsigned int kBufferSize = 1500;
 
-/// A piece of a pool that goes back to it by itself, as a buffer does.
+/// A block of a pool, which returns to it by itself, as a buffer does.
 template <class Pool>
 struct GiveBack {
     Pool* pool;
@@ -75,10 +75,11 @@ struct BoostPool {
     boost::pool<> pool{kBufferSize};
 };
 
-/// Takes one and gives it back, with half of the pool in use elsewhere.
+/// Takes a block and returns it, with half of the pool in use.
 template <class Pool>
 void measure(State& state, Peer<Pool>, unsigned int count) {
-    // They stay until the next measurement: std::pmr's pool may not end before its threads have.
+    // They stay until the next measurement: the pool of std::pmr must not be destroyed before its
+    // threads have ended.
     static std::unique_ptr<Pool> pool;
     static std::vector<typename Pool::Taken> inUse;
     if (state.thread_index() == 0) {

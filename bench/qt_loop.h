@@ -12,8 +12,8 @@
 
 namespace bench {
 
-/// A thread with Qt Core's event loop, which needs a QCoreApplication to be there. Tasks are events
-/// that are posted to an object of that thread, and are cancelled by their object.
+/// A thread with Qt Core's event loop, which needs a QCoreApplication. Tasks are events that are
+/// posted to an object of that thread, and are cancelled by their object.
 class QtLoop {
   public:
     class Receiver;
@@ -71,7 +71,7 @@ class QtLoop {
         virtual void run() = 0;
     };
 
-    static constexpr size_t kCancellable = 10000;  // tasks that may be queued at once
+    static constexpr size_t kCancellable = 10000;  // the most tasks that are queued at once
 
     QThread _thread;
     Receiver _receiver;

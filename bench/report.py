@@ -37,7 +37,7 @@ def quantity(value, row):
 
 
 def remark(row, remarks):
-    """Why nivur is behind."""
+    """The reason why nivur is behind."""
     return next((words for pattern, words in remarks["rows"].items()
                  if fnmatch.fnmatchcase(f"{row.family}/{row.service}", pattern)), "")
 
@@ -70,7 +70,7 @@ def ranges(rows):
 
 
 def behind(rows, remarks):
-    """The rows in which nivur is behind, those with the same reason together."""
+    """The rows in which nivur is behind, grouped by reason."""
     reasons = {}
     for row in rows:
         reasons.setdefault(remark(row, remarks), []).append(row)

@@ -62,7 +62,7 @@ struct SpscRing {
     boost::lockfree::spsc_queue<char> bytes{kCapacity};
 };
 
-/// The bytes themselves, with nothing that guards or counts them.
+/// Copies the bytes only, without locks and counts.
 struct Memcpy {
     static std::string name() { return "memcpy"; }
     bool write(const char* data, unsigned int length) {
@@ -88,7 +88,7 @@ void measureOneThread(State& state, Peer<Ring>, unsigned int length) {
     }
 }
 
-/// A block counts when it is read. A thread that finds no room or no data lets others run. The
+/// The time of a block ends when it is read. A thread that finds no room or no data yields. The
 /// producer runs on `processor`.
 template <class Ring>
 void measureTwoThreads(State& state, Peer<Ring>, unsigned int length, int processor) {

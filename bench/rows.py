@@ -1,4 +1,4 @@
-"""What the benchmarks measured: a row for each service."""
+"""The results of the benchmarks: a row for each service."""
 import glob
 import json
 import os
@@ -31,19 +31,19 @@ class Row:
         return dict(sorted(times.items(), key=lambda item: item[1]))
 
     def ratios(self, kind):
-        """For each process nivur's time divided by that of the kind's best, which has the lowest median."""
+        """For each process, nivur's time divided by that of the best of this kind, which has the lowest median."""
         best = next(iter(self.medians(kind)), None)
         return [own / other for own, other in zip(self.nivur, self.times[kind].get(best, []))]
 
     @property
     def verdict(self):
-        """None without a peer."""
+        """The verdict, or None without a peer."""
         ratios = self.ratios("peer")
         return ratios and ("ahead" if max(ratios) < 1 else "behind" if min(ratios) > 1 else "level") or None
 
 
 def figures(run):
-    """What a benchmark measured: its counters, or else the time of one item."""
+    """The values of a benchmark: its counters, or else the time of one item."""
     counters = {key: value for key, value in run.items() if key not in STANDARD}
     if counters:
         return {"" if name == "time" else ": " + name: value for name, value in counters.items()}

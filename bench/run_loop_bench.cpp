@@ -14,7 +14,7 @@ using PriorityLoops = Peers<NivurLoop, EventLoop, GlibLoop, PocoLoop, QtLoop>;
 
 constexpr int kQueued = 10000;
 
-/// What asking every task costs whether it is for the object that is cancelled.
+/// The cost of asking every task whether it belongs to the object that is cancelled.
 struct AskingLoop : NivurLoop {
     static std::string name() { return "asking all"; }
     template <class Task>
@@ -35,7 +35,7 @@ struct AskingLoop : NivurLoop {
 using CancellingLoops =
     Peers<NivurLoop, QtLoop, Other<EventLoop>, Other<GlibLoop>, Other<PocoLoop>, Limit<AskingLoop>>;
 
-/// Counts tasks on the loop's thread and tells when the last one has run.
+/// Counts tasks on the loop's thread and signals when the last one has run.
 struct Countdown {
     int left;
     Signal done;
@@ -72,7 +72,7 @@ void measurePosts(State& state, Peer<Loop>, int processor, int posts, int poster
     setItems(state, static_cast<size_t>(posts));
 }
 
-/// From the post until the task runs; the loop has had time to fall asleep.
+/// The time from the post until the task runs. The loop has had time to fall asleep.
 template <class Loop>
 void measureWakeUp(State& state, Peer<Loop>, int processor) {
     Loop loop = startOn<Loop>(processor);
@@ -109,7 +109,7 @@ void measureCalls(State& state, Peer<Loop>, int processor) {
     state.counters["time"] = calls.at(0.5);
 }
 
-/// The loop is held while 10,000 tasks and then an urgent one are queued.
+/// The loop is blocked while 10,000 tasks and then an urgent one are queued.
 template <class Loop>
 void measurePriority(State& state, Peer<Loop>) {
     Loop loop;
@@ -138,7 +138,7 @@ void measurePriority(State& state, Peer<Loop>) {
     state.counters["time"] = waits.at(0.5);
 }
 
-/// A task that queues 10,000 and cancels each hundredth of them.
+/// A task that queues 10,000 tasks and cancels every hundredth of them.
 template <class Loop>
 void measureCancel(State& state, Peer<Loop>) {
     Loop loop;
@@ -170,7 +170,7 @@ void addRunLoop() {
             measurePosts(state, peer, processor, posts, posters);
         });
     };
-    // The Looper's time for a post grows with its queue: it is left out where that is long.
+    // The Looper's time for a post grows with its queue: it is left out where the queue is long.
     addPosts("post, 1 poster", StreamLoops(), 50000, 1);
     addPosts("post, 4 posters", StreamLoops(), 50000, 4);
     addPosts("post, bursts of 1000", AllLoops(), 1000, 1);

@@ -112,7 +112,7 @@ template <class Semaphore>
 void measurePingPong(State& state, Peer<Semaphore>, int processor) {
     Semaphore ping;
     Semaphore pong;
-    bool stopped = false;  // written before a signal and read after it
+    bool stopped = false;  // written before a signal, read after it
     std::thread partner([&] {
         const OneProcessor there(processor);
         for (ping.wait(); !stopped; ping.wait()) {

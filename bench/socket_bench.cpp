@@ -35,7 +35,7 @@ int makeBound(int type) {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const int length = 1 << 20;  // holds the largest message whole
+    const int length = 1 << 20;  // room for the largest message
     ::setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &length, sizeof length);
     ::setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &length, sizeof length);
     ::bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address);
@@ -115,7 +115,7 @@ class PocoTcp {
     Poco::Net::StreamSocket _socket;
 };
 
-/// One message into one end and out of the other, on one thread: the cost of the calls.
+/// Sends a message and receives it on one thread: the cost of the calls.
 template <class Tcp>
 void measureTcp(State& state, Peer<Tcp>, size_t length) {
     const auto [client, server] = connectTcp();
@@ -130,8 +130,8 @@ void measureTcp(State& state, Peer<Tcp>, size_t length) {
     }
 }
 
-// The datagram sockets take the receiver's address as text and give the sender's as text, as ours
-// do, so that all do the same work.
+// The peers of datagram sockets convert addresses from and to text, as nivur does, so that all do
+// the same work.
 
 class PlainUdp {
   public:
@@ -232,8 +232,8 @@ void measureUdp(State& state, Peer<Udp>, size_t length) {
     }
 }
 
-// Many datagrams of one size to one address, which is kept: into the receiver and out again. What
-// one call each costs, and what one call for all of them does.
+// Many datagrams of one size, to one address that is kept, are sent and received: with one call for
+// each, and with one call for all.
 
 constexpr size_t kDatagrams = 32;
 constexpr size_t kDatagram = 1200;
@@ -263,7 +263,7 @@ class PlainDatagrams {
     int _descriptor = makeBound(SOCK_DGRAM);
 };
 
-/// What the library does not do, as it saves less than half.
+/// Not done by the library, since it saves less than half.
 class MessageDatagrams : public PlainDatagrams {
   public:
     static std::string name() { return "sendmmsg and recvmmsg"; }
@@ -355,7 +355,7 @@ class AsioDatagrams {
     asio::ip::udp::socket _socket{_io, asio::ip::udp::v4(), makeBound(SOCK_DGRAM)};
 };
 
-/// Its receiving reads up to 20 datagrams with one recvmmsg().
+/// It receives up to 20 datagrams with one recvmmsg().
 class UvDatagrams {
   public:
     static std::string name() { return "libuv"; }

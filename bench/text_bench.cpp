@@ -15,7 +15,7 @@ namespace {
 
 const Family kFamily("text");
 
-/// A way to do something, which is measured.
+/// An implementation that is measured.
 template <class Way>
 void measure(State& state, Way way) {
     unsigned int number = 0;

@@ -10,7 +10,7 @@ using AllLoops = Peers<NivurLoop, UvLoop, AsioLoop, EventLoop, GlibLoop, LooperL
 using PunctualLoops = Peers<NivurLoop, UvLoop, AsioLoop, GlibLoop, LooperLoop>;
 constexpr size_t kBatch = 2000;
 
-/// Timers that stay pending while others come and go; due within a minute of each other.
+/// Timers that stay pending while others are added and removed; due within a minute of each other.
 template <class Loop>
 class Pending {
   public:
@@ -69,7 +69,7 @@ void measureReset(State& state, Peer<Loop>, size_t count) {
     setItems(state, kBatch);
 }
 
-/// From the moment at which all are due, and their adding is over, until the last has run.
+/// The time from when all timers are added and due until the last one has run.
 template <class Loop>
 void measureFire(State& state, Peer<Loop>, size_t count) {
     Loop loop;
@@ -95,8 +95,8 @@ void measureFire(State& state, Peer<Loop>, size_t count) {
     state.counters["time"] = fires.at(0.5);
 }
 
-/// A loop with ten tasks of some 20 us queued at all times, and a timer of 1 ms that is added again
-/// and again: counts the tasks that end between the moment at which it is due and its run.
+/// A loop in which ten tasks of about 20 us are always queued, and a timer of 1 ms is added again
+/// and again. Counts the tasks that end between the time at which the timer is due and its run.
 template <class Loop>
 class BusyLoop {
   public:
@@ -173,7 +173,7 @@ void addTimers() {
     addCounts(AllLoops(), 100);
     addCounts(ManyTimersLoops(), 1000);  // the Looper's times grow with the number of its timers
     addCounts(ManyTimersLoops(), 10000);
-    // Not for libevent, whose timers wait for as long as tasks post further tasks.
+    // Without libevent, whose timers starve while tasks post further tasks.
     kFamily.addThreaded("timer due among 10 queued tasks", PunctualLoops(),
                         [](State& state, auto peer) { measureBusy(state, peer); });
 }

@@ -18,7 +18,7 @@ using AllLoops = Peers<NivurLoop, UvLoop, AsioLoop, EventLoop, GlibLoop, LooperL
 constexpr int kRounds = 500;
 constexpr size_t kWatched = 1000;
 constexpr size_t kBatch = 500;
-constexpr int kPatience = 10;  // ms, after which a waiting thread looks whether it is to end
+constexpr int kPatience = 10;  // ms, after which a waiting thread checks whether it is to end
 
 /// The two connected ends of a socket pair.
 class Ends {
@@ -44,7 +44,7 @@ class Ends {
     std::array<int, 2> _ends{};
 };
 
-/// Adds a watch from outside, as all peers allow it: on the loop's thread.
+/// Adds a watch on the loop's thread, which all peers allow.
 template <class Loop>
 auto addWatch(Loop& loop, int descriptor, const Action& action) {
     decltype(loop.addWatch(0, {})) watch{};
@@ -57,7 +57,7 @@ void removeWatch(Loop& loop, const Watch& watch) {
     loop.call([&] { loop.removeWatch(watch); });
 }
 
-/// From the write until the task runs.
+/// The time from the write until the task runs.
 template <class Loop>
 void measureByte(State& state, Peer<Loop>, int processor) {
     const Ends ends;
@@ -80,7 +80,7 @@ void measureByte(State& state, Peer<Loop>, int processor) {
     removeWatch(loop, watch);
 }
 
-/// A byte goes back and forth between two loops: the time of one way.
+/// A byte is passed back and forth between two loops: the time of one direction.
 template <class Loop>
 void measureBackAndForth(State& state, Peer<Loop>, int processor) {
     const Ends ends;
@@ -107,7 +107,7 @@ void measureBackAndForth(State& state, Peer<Loop>, int processor) {
     removeWatch(loops[1], second);
 }
 
-/// So many of a thousand descriptors become ready again and again: the time of one of them.
+/// Some of a thousand descriptors become ready again and again: the time for each of them.
 template <class Loop>
 void measureReady(State& state, Peer<Loop>, size_t ready) {
     std::vector<int> descriptors;
@@ -128,7 +128,7 @@ void measureReady(State& state, Peer<Loop>, size_t ready) {
     }
     for (auto _ : state) {
         for (int round = 0; round < 20; ++round) {
-            loop.call([&] {  // so that the loop looks when all are ready
+            loop.call([&] {  // so that the loop asks when all are ready
                 left = ready;
                 for (size_t i = 0; i < ready; ++i) {
                     ::eventfd_write(descriptors[i * (kWatched / ready)], 1);
@@ -141,7 +141,7 @@ void measureReady(State& state, Peer<Loop>, size_t ready) {
     for (auto& watch : watches) {
         removeWatch(loop, watch);
     }
-    loop.call([] {});  // some peers let go of a descriptor a pass later
+    loop.call([] {});  // some peers release a descriptor one pass later
     for (const int descriptor : descriptors) {
         ::close(descriptor);
     }
@@ -179,7 +179,7 @@ class Watching {
         for (auto& watch : _watches) {
             removeWatch(_loop, watch);
         }
-        _loop.call([] {});  // some peers let go of a descriptor a pass later
+        _loop.call([] {});  // some peers release a descriptor one pass later
     }
 
   private:
@@ -187,7 +187,7 @@ class Watching {
     std::vector<decltype(_loop.addWatch(0, {}))> _watches;
 };
 
-/// Waits for datagrams with a thread that hands the kernel all sockets for each wait.
+/// Waits for datagrams with a thread that passes all sockets to the kernel for each wait.
 template <class Wait>
 class Waiting {
   public:
@@ -250,7 +250,7 @@ class PollWait {
     std::vector<pollfd> _polled;
 };
 
-/// From the sending of a datagram to one of so many sockets until it has been received.
+/// The time from sending a datagram to one of the sockets until it has been received.
 template <class Waiter>
 void measureDatagram(State& state, Peer<Waiter>, size_t count) {
     Sockets sockets(count);

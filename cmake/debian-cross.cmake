@@ -1,5 +1,5 @@
-# Another processor's Linux, with Debian's cross compiler and its C library, in which an emulator runs
-# what was built: -DNIVUR_CROSS=TRIPLET
+# Builds for Linux on another processor with Debian's cross compiler, and runs programs in an emulator:
+# -DNIVUR_CROSS=TRIPLET
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES NIVUR_CROSS)
 string(REGEX MATCH "^[^-]+" processor "${NIVUR_CROSS}")
 set(CMAKE_SYSTEM_NAME Linux)
@@ -7,7 +7,7 @@ set(CMAKE_SYSTEM_PROCESSOR ${processor})
 set(CMAKE_CXX_COMPILER ${NIVUR_CROSS}-g++)
 set(CMAKE_C_COMPILER ${NIVUR_CROSS}-gcc)
 set(CMAKE_LIBRARY_ARCHITECTURE ${NIVUR_CROSS})
-# One C library must serve it all: the distribution's for that architecture if it is installed, or else the
+# All must use the same C library: the distribution's for that architecture if it is installed, otherwise the
 # cross compiler's.
 set(root /)
 if(NOT EXISTS /lib/${NIVUR_CROSS}/libc.so.6)

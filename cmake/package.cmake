@@ -1,5 +1,5 @@
-# What `cmake --install` does. The component `runtime` is what a program that was linked needs, `dev` what
-# it takes to link one.
+# `cmake --install`. The component `runtime` has what linked programs need, `dev` what is needed to link
+# them.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -24,7 +24,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/nivurConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/nivurConfigVersion.cmake DESTINATION ${package_dir} COMPONENT dev)
 install(EXPORT nivurTargets NAMESPACE NIVUR:: DESTINATION ${package_dir} COMPONENT dev)
 
-# Found from where the file is, so that the tree may be installed or unpacked anywhere.
+# Relative to this file, so that the tree may be installed or unpacked anywhere.
 set(NIVUR_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
 if(NOT IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
   file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)

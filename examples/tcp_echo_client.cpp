@@ -1,4 +1,4 @@
-// tcp_echo_client IP PORT [SECONDS]: sends messages to an echo server and checks what comes back.
+// tcp_echo_client IP PORT [SECONDS]: sends messages to an echo server and checks its answers.
 
 #include <nivur/nivur.h>
 
@@ -15,7 +15,7 @@ void printLine(int level, const char* fmt, va_list args) {
     }
 }
 
-// send() and recv() transfer what one call can; these go on until it is all.
+// send() and recv() may transfer only a part; these repeat them until all is transferred.
 bool sendAll(const NIVUR::ClientSocket& socket, const std::string& data) {
     unsigned int sent = 0;
     for (size_t done = 0; done < data.size(); done += sent) {

@@ -12,7 +12,7 @@ namespace {
 
 using Clients = std::map<NIVUR::Socket*, std::unique_ptr<NIVUR::ClientSocket>>;
 
-constexpr size_t kMaxClients = 1000;  // one wait takes up to 1023 sockets
+constexpr size_t kMaxClients = 1000;  // one wait accepts up to 1023 sockets
 
 void printLine(int level, const char* fmt, va_list args) {
     if (level >= NIVUR::LOG_WARN) {
@@ -29,7 +29,7 @@ void welcome(NIVUR::ServerSocket& listener, Clients& clients) {
     }
 }
 
-// False when the client is gone, or does not read what it gets and must not hold up the others.
+// Returns false if the client has closed, or does not read and must not delay the others.
 bool echo(const NIVUR::ClientSocket& client) {
     char data[4096];
     unsigned int length = sizeof(data);
@@ -49,7 +49,7 @@ void serve(NIVUR::ServerSocket& listener, Clients& clients) {
         if (socket == &listener) {
             welcome(listener, clients);
         } else if (!echo(*clients[socket])) {
-            clients.erase(socket);  // which closes it
+            clients.erase(socket);  // closes it
         }
     }
 }

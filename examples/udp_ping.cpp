@@ -1,5 +1,5 @@
-// udp_ping [IP PORT]: measures round trips to whatever sends datagrams back. Without arguments that
-// is a thread of its own.
+// udp_ping [IP PORT]: measures round trips to a host that returns datagrams. Without arguments, a
+// thread of this program returns them.
 
 #include <nivur/nivur.h>
 
@@ -16,7 +16,7 @@ void printLine(int level, const char* fmt, va_list args) {
     }
 }
 
-// Sends every datagram back until its thread is to stop.
+// Returns every datagram to its sender until its thread is asked to stop.
 void answer(const NIVUR::UDPSocket& socket, const NIVUR::Thread& thread) {
     char data[1500];
     std::string ip;
@@ -29,7 +29,8 @@ void answer(const NIVUR::UDPSocket& socket, const NIVUR::Thread& thread) {
     }
 }
 
-// Whether the datagram `number` came back in a second; later answers to earlier ones do not count.
+// Returns whether the datagram `number` came back within a second. Late answers to earlier
+// datagrams do not count.
 bool ping(const NIVUR::UDPSocket& socket, const std::string& ip, uint16_t port, int number) {
     if (!socket.sendto(ip, port, &number, sizeof(number), nullptr)) {
         return false;
@@ -59,7 +60,7 @@ int main(int argc, char** argv) {
     }
     const uint16_t port =
         argc > 2 ? static_cast<uint16_t>(std::strtoul(argv[2], nullptr, 10)) : responder.port();
-    NIVUR::Thread thread;  // last: it ends before the socket that it uses
+    NIVUR::Thread thread;  // last: destroyed before the socket that it uses
     thread.start(NIVUR::makeRunnable([&] { answer(responder, thread); }), "responder");
 
     int lost = 0;

@@ -6,11 +6,12 @@
 #include <string>
 #include <vector>
 
-/// Records and JSON by way of jansson, whose choice of texts, messages and bytes is the library's.
+/// Reads and writes records as JSON with jansson, which defines the accepted texts, the messages
+/// and the written bytes of the library.
 namespace judge {
 
-/// What deserialize() and deserializeArray() are to give, and why they are to refuse the text: ""
-/// if they are not.
+/// The expected results of deserialize() and deserializeArray(), and the expected messages if they
+/// refuse the text, otherwise "".
 struct Reading {
     NIVUR::Dictionary record;
     std::vector<NIVUR::Dictionary> records;
@@ -18,8 +19,8 @@ struct Reading {
 };
 Reading read(const std::string& text);
 
-/// Whether `written` is what serialize() is to give; of a jansson that writes fewer digits, whether
-/// it has the same values.
+/// Returns whether `written` is what serialize() is to return; with a jansson that writes fewer
+/// digits, whether it has the same values.
 bool writes(const NIVUR::Dictionary& record, const std::string& written);
 
 }  // namespace judge

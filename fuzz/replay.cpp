@@ -1,5 +1,5 @@
-// replay CORPUS [prefixes]: gives a target each file, and each beginning of it if told to, for
-// compilers that have no fuzzer.
+// replay CORPUS [prefixes]: runs a target with each file of the corpus, and with `prefixes` also
+// with each prefix of it; for compilers that have no fuzzer.
 
 #include <cstdint>
 #include <filesystem>

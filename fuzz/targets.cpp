@@ -1,4 +1,4 @@
-// What the fuzzers look for: inputs on which the library and a model of it disagree.
+// The fuzz targets: each compares the library with a model of it.
 
 #include <nivur/nivur.h>
 
@@ -22,7 +22,7 @@ void check(bool holds, const char* promise) {
     std::abort();
 }
 
-/// What the fuzzer offers, taken from its front; zeros follow its end.
+/// The input, consumed from its front; after its end come zeros.
 class Input {
   public:
     Input(const uint8_t* data, size_t size) : _rest(data, data + size) {}
@@ -40,8 +40,8 @@ class Input {
     std::string _rest;
 };
 
-// print(value, written): its text, or if it is `written` as JSON that of what is read from there,
-// and "" if JSON cannot carry it.
+// print(value, written): canonical text of `value`; with `written`, of what should remain after a
+// round trip through JSON ("" if nothing).
 
 std::string print(long long value, bool written) {
     return std::to_string(written ? static_cast<int32_t>(value) : value);
@@ -59,7 +59,7 @@ std::string print(long double value, bool written) {
 
 std::string print(const std::string& value, bool written) {
     const std::string text = written ? value.c_str() : value;
-    const bool isUTF8 = text.find('\xff') == std::string::npos;  // the inputs have no other fault
+    const bool isUTF8 = text.find('\xff') == std::string::npos;  // the only invalid byte of inputs
     return written && !isUTF8 ? "" : '"' + text + '"';
 }
 
@@ -75,7 +75,7 @@ std::string print(const std::vector<Value>& values, bool written) {
     return written && text.empty() ? "" : '[' + text + ']';
 }
 
-/// What all ten getters give, each at the place of its type's number.
+/// The results of all ten getters, each at the index of its type.
 std::vector<std::string> printAll(const Dictionary& d, const std::string& key, bool written) {
     const auto all = [written](const auto&... values) {
         return std::vector<std::string>{"", print(values, written)...};
@@ -93,7 +93,7 @@ std::string print(const Dictionary& d, bool written) {
         if (name.empty() || (value.empty() && d.getType(key) <= Dictionary::TYPE_OBJECT)) continue;
         const auto isSame = [&](const auto& member) { return member[0] == name; };
         members.erase(std::remove_if(members.begin(), members.end(), isSame), members.end());
-        members.push_back({name, value});  // the last of a name, an empty array too
+        members.push_back({name, value});  // the last of each name, also if it is an empty array
     }
     std::string text;
     for (const auto& [name, value] : members)
@@ -224,7 +224,7 @@ void ring(Input& input) {
     }
 }
 
-/// Digits count from the right here, and bytes are made into words.
+/// The model computes numbers from their last digit on, and makes the words from the bytes.
 void numbers(Input& input) {
     std::string words;
     std::vector<uint8_t> model{7}, bytes = model;
@@ -260,7 +260,7 @@ void addresses(Input& input) {
     check(address.isIPv6() || address.ip() == (address.isValid() ? text : ""), "IPv4 has one text");
 }
 
-/// Wants addresses one behind the other, within what was received, and no more than `most`.
+/// Checks that addresses arrive in order, within the received bytes, and not more than `most`.
 struct Visitor final : platform::AddressVisitor {
     Visitor(const std::vector<uint8_t>& bytes, unsigned limit)
         : begin(bytes.data()), next(begin), end(next + bytes.size()), most(limit) {}
@@ -284,7 +284,7 @@ struct Visitor final : platform::AddressVisitor {
 void netlink(Input& input) {
     const unsigned most = 1 + input.below(8);
     const std::string text = input.rest();
-    const std::vector<uint8_t> bytes(text.begin(), text.end());  // no longer, for the sanitizer
+    const std::vector<uint8_t> bytes(text.begin(), text.end());  // of exact size, for the sanitizer
     Visitor visitor(bytes, most);
     const auto state = platform::walkAddressDump(bytes.data(), bytes.size(), visitor);
     check((state == platform::DumpState::STOPPED) == (visitor.most == 0), "a walk tells its end");
@@ -297,7 +297,7 @@ const std::map<std::string, void (*)(Input&)> kTargets = {
 }  // namespace
 }  // namespace NIVUR
 
-/// The environment's NIVUR_FUZZ_TARGET says which target.
+/// The environment variable NIVUR_FUZZ_TARGET selects the target.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const auto target = NIVUR::kTargets.at(std::getenv("NIVUR_FUZZ_TARGET"));
     NIVUR::Input input(data, size);

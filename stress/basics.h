@@ -30,10 +30,10 @@ struct Counter : std::atomic<uint64_t> {
     void add(uint64_t more = 1) { fetch_add(more, std::memory_order_relaxed); }
 };
 
-/// Tells between two rounds, when only the main thread and the watchdog are there, how many bytes
-/// are allocated, and goes on at the next line of input.
+/// Prints, between two rounds, how many bytes are allocated, and continues at the next line of
+/// input. Only the main thread and the watchdog exist then.
 inline void pauseForInspection() {
-    malloc_trim(0);  // bursts leave free pages behind, which are no leak
+    malloc_trim(0);  // free pages that bursts leave are not a leak
     const struct mallinfo2 heap = mallinfo2();
     std::printf("%zu\n", heap.uordblks + heap.hblkhd);
     std::fflush(stdout);

@@ -21,7 +21,7 @@ inline void useSockets(const std::string& bytes) {
               receiver.create(any) && client.connect(server.localAddress()) &&
               server.accept(accepted),
           "connections and datagrams are had");
-    const linger reset{1, 0};  // leaves no port behind that waits for stragglers
+    const linger reset{1, 0};  // leaves no port in TIME_WAIT
     setsockopt(client.descriptor(), SOL_SOCKET, SO_LINGER, &reset, sizeof(reset));
     check(client.send(bytes.data(), bytes.size()) && accepted.select(1000) == 0 &&
               accepted.receive(room.data(), room.size()).count == bytes.size() &&
@@ -32,7 +32,7 @@ inline void useSockets(const std::string& bytes) {
           "what is sent arrives");
 }
 
-/// What the services beside the loops are for, done once.
+/// Uses each service other than the loops once.
 inline void useServices(const std::string& bytes) {
     useSockets(bytes);
     Dictionary member, record;

@@ -1,6 +1,6 @@
-// Random work on four loops from eight threads, with promises checked as it goes. What each thread
-// is asked to do follows from the seed; only how they meet does not. Much here has no lock on
-// purpose: the order is the library's to give, and the thread sanitizer's to miss.
+// Random work on four loops from eight threads, with checks of the library's promises. The seed
+// determines what each thread does, but not how the threads interleave. Much of the data here is
+// intentionally not locked: the library guarantees the order, and the thread sanitizer checks it.
 
 #include <nivur/nivur.h>
 #include <sys/socket.h>
@@ -21,19 +21,20 @@ namespace NIVUR {
 namespace {
 
 constexpr unsigned kLoops = 4, kDrivers = 8;
-constexpr unsigned kOperations = 150, kPings = 100;  // of each driver in a round
-constexpr uint64_t kHangMs = 20000;                  // without any progress
+constexpr unsigned kOperations = 150, kPings = 100;  // of each driver in each round
+constexpr uint64_t kHangMs = 20000;                  // without progress
 constexpr uint64_t kLateMs = 1000;                   // from a post to an idle loop to its task
 
-// Loops that wait for each other do so for ever: a thread waits for loops from its level up.
-constexpr unsigned kOwnLoop = kLoops;  // the number of a loop that one driver makes for itself
+// Loops that wait for each other deadlock: a thread waits only for loops from its level up.
+constexpr unsigned kOwnLoop = kLoops;  // the number of a loop that a driver makes for itself
 constexpr unsigned kNoLevel = kLoops + 1;
 thread_local unsigned level = kNoLevel;
 
-/// What tasks act on and are cancelled by. Its place serves the next such object at once.
+/// An object that tasks act on and are cancelled by. Its memory is reused for the next object at
+/// once.
 struct Object {
-    unsigned generation = 0;   // of which every task knows its own
-    unsigned home = 0;         // the loop of all its tasks, or kLoops
+    unsigned generation = 0;   // each task knows that of its object
+    unsigned home = 0;         // the loop of all its tasks, or kLoops if they are on several
     std::atomic<int> here{0};  // tasks that ran and are not deleted yet
 
     void letGo() {
@@ -45,7 +46,7 @@ struct Object {
 /// What a task is to do.
 struct Plan {
     unsigned home;    // the number of its loop
-    unsigned budget;  // how many operations it makes, and how many generations may follow it
+    unsigned budget;  // the number of its operations, and of generations that may follow it
     Object* object = nullptr;
     std::function<void()> body{};
     bool repeat = false;
@@ -60,10 +61,10 @@ const BufferPool_Config config{{{64, 4}, {256, 4}}};
 BufferPool sharedPool{&config, "shared"};
 RingBuffer ring{100, "shared"};
 EventCenter center;
-BufferList many{{8, 130}};           // of three words, all of which are emptied at times
-std::vector<const Buffer*> inOrder;  // what it lends to a thread that is alone
+BufferList many{{8, 130}};           // three words, all of which are empty at times
+std::vector<const Buffer*> inOrder;  // the buffers that it hands out to a single thread, in order
 
-/// Hears of its own event, which only its thread sends, and of one that all send.
+/// Handles its own event, which only its thread sends, and one that all threads send.
 struct Driver : EventHandler {
     void onEvent(const Event& event, Parameter* /*parameter*/) override {
         check(listening, "no handler hears after it is unregistered");
@@ -85,7 +86,7 @@ struct Driver : EventHandler {
 std::array<Driver, kDrivers> drivers;
 std::array<RunLoop, kLoops> loops{RunLoop("0"), RunLoop("1"), RunLoop("2"), RunLoop("3")};
 
-/// Who asks for an operation: a task or its destructor, or a driver.
+/// The origin of an operation: a task or its destructor, or a driver.
 struct Actor {
     Random& random;
     unsigned home, budget;
@@ -93,7 +94,7 @@ struct Actor {
     Driver* driver;
     unsigned any = random.below(kLoops);
     bool mayWait = any >= std::max(level, home);
-    // An object is cancelled on one loop after another: its tasks never post back.
+    // An object is cancelled on one loop after another: its tasks never post again.
     bool bound = object != nullptr && (object->home < kLoops || any < home);
     unsigned target = bound ? home : any;
 };
@@ -119,7 +120,7 @@ class Task : public Runnable {
             _plan.object->here.fetch_sub(1, std::memory_order_relaxed);
         }
         if (_plan.budget > 0 && _random.oneIn(4)) operate(0, nullptr);
-        _plan.body = nullptr;  // with what it holds, which is expected back
+        _plan.body = nullptr;  // and deletes what it holds, which is expected back
         deleted.fetch_add(1, std::memory_order_release);
     }
     void run() override {
@@ -158,7 +159,7 @@ void post(Random& random, Plan plan, bool wait = false) {
     loop.postItem(new Task(random, std::move(plan)), random.oneIn(3), wait);
 }
 
-/// True when the task has run.
+/// Returns true if the task has run.
 bool wait(Random& random, Plan plan) {
     const auto ran = std::make_shared<bool>(false);
     plan.body = [ran, body = plan.body] {
@@ -186,7 +187,7 @@ void useHandler(Driver& driver) {
     check(driver.ownCalls == 1, "registered handlers hear, and no others");
 }
 
-/// Two loops read one buffer, which returns from the one that is last.
+/// Two loops read one buffer, which is returned by the one that finishes last.
 void passBuffer(Random& random, BufferPool& pool) {
     const unsigned size = 1 + random.below(300);
     const SharedPtr<Buffer> buffer = pool.getPoolBuffer(size, nullptr);
@@ -221,7 +222,7 @@ void allAreBack() {
         check(all.emplace_back(many.getBuffer(0)).get() == buffer, "the first free one is lent");
 }
 
-/// The list ends while two loops drop what is out.
+/// The list is destroyed while two loops drop buffers that are out.
 void endWithBuffersOut(Random& random) {
     BufferList list({8, 130});
     for (int i = 0; i < 2; ++i) {
@@ -232,7 +233,7 @@ void endWithBuffersOut(Random& random) {
     }
 }
 
-/// All blocks have one size, so that each comes out as it went in.
+/// All blocks have one size, so that each is read as it was written.
 void passBlocks(Random& random) {
     for (int i = 0; i < 20; ++i) {
         std::string block(8, static_cast<char>(random()));
@@ -248,11 +249,12 @@ void passBlocks(Random& random) {
     }
 }
 
-/// Gives an object work on one loop or on all, and cancels it from outside or as one of its tasks.
+/// Posts tasks of an object to one loop or to all, and cancels them from outside or from one of
+/// them.
 void useObject(Object& object, Random& random) {
     const unsigned home = random.below(kLoops);
     object.home = random.oneIn(2) ? home : kLoops;
-    if (!storm && random.oneIn(4)) {  // where a stop may drop the timer, its id may recur
+    if (!storm && random.oneIn(4)) {  // in a storm a stop may drop the timer, and its id be reused
         const long timer = addTimer(random, {home, 0, &object, {}, true});
         wait(random, {home, 0});
         loops[home].stopTimer(timer);
@@ -275,7 +277,7 @@ void useObject(Object& object, Random& random) {
 }
 
 /// Sends bytes to a loop that watches for them. The descriptors are closed as soon as the watch is
-/// removed, and their numbers serve others at once.
+/// removed, and their numbers are reused at once.
 void useWatch(Random& random) {
     std::array<int, 2> ends{};
     check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()) == 0, "pairs are had");
@@ -292,7 +294,7 @@ void useWatch(Random& random) {
     const unsigned sent = random.below(4);
     for (unsigned i = 0; i < sent; ++i)
         check(write(ends[1], "x", 1) == 1, "a byte can be sent");
-    while (!storm && taken < sent)  // however it meets a loop that falls asleep
+    while (!storm && taken < sent)  // also if the loop is just falling asleep
         std::this_thread::yield();
     random.oneIn(2) ? loop.removeWatch(id) : loop.cancelTasksForObject(&taken);
     removed = true;
@@ -300,10 +302,10 @@ void useWatch(Random& random) {
     close(ends[1]);
 }
 
-/// The loop ends as soon as its task has signalled, while the task's post may still be returning.
+/// The loop is destroyed as soon as its task has signalled, while the post may still be returning.
 void endAtOnce(Random& random) {
     auto own = std::make_unique<RunLoop>("ends at once");
-    own->addTimer(makeRunnable([] {}), 1, true);  // ends its sleeps
+    own->addTimer(makeRunnable([] {}), 1, true);  // wakes the loop
     own->start();
     Semaphore signalled;
     std::thread poster([&, own = own.get(), pause = random.below(3000), urgent = random.oneIn(2)] {
@@ -317,7 +319,7 @@ void endAtOnce(Random& random) {
     poster.join();
 }
 
-/// The loop and the pool end with work and buffers out.
+/// The loop and the pool are destroyed with tasks queued and buffers out.
 void useOwn(Random& random) {
     if (random.oneIn(2)) return endAtOnce(random);
     RunLoop own("own");
@@ -352,7 +354,7 @@ struct Operation {
     {"blocks", [](const Actor& a) { passBlocks(a.random); }},
     {"events", [](const Actor&) { center.sendEvent(Event("all"), nullptr); }},
     {"stops", [](const Actor& a) { if (storm && a.mayWait) loops[a.any].stop(); }},
-    // Drivers' alone:
+    // By drivers only:
     {"starts", [](const Actor& a) { if (storm) loops[a.any].start(); }},
     {"objects", [](const Actor& a) { useObject(a.driver->object, a.random); }},
     {"handlers", [](const Actor& a) { useHandler(*a.driver); }},
@@ -415,7 +417,7 @@ void round(bool inStorm) {
     while (deleted.load(std::memory_order_acquire) != made) {
         SystemUtil::sleep(1);
         for (RunLoop& loop : loops)
-            (void)(storm && loop.start());  // timers of a stopped loop wait for it
+            (void)(storm && loop.start());  // for the timers of a stopped loop
     }
     center.unregisterAllEventHandlers();
     listening = false;
@@ -430,7 +432,7 @@ void round(bool inStorm) {
     atOnce(ping);
 }
 
-/// Ends a program that hangs, with all that the loops can tell.
+/// Ends the program if it hangs, and dumps all loops.
 void watch() {
     uint64_t last = 0;
     for (uint64_t since = SystemUtil::getCPUTime(); !over;) {
@@ -440,7 +442,7 @@ void watch() {
         if (std::exchange(last, deleted) != last) {
             since = now;
         } else if (now - since > kHangMs) {
-            alarm(10);  // a dump may hang as well
+            alarm(10);  // a dump may hang, too
             Log::setCB([](int, const char* fmt, va_list args) { std::vprintf(fmt, args); });
             for (RunLoop& loop : loops)
                 loop.dumpLoopInfo();
@@ -449,7 +451,8 @@ void watch() {
     }
 }
 
-/// Lets each loop have more timers at once than a round ever leaves: it keeps the room.
+/// Adds more timers to each loop than a round ever leaves, so that its queues have their final
+/// capacity.
 void fillOnce() {
     for (RunLoop& loop : loops) {
         for (int timers = 0; timers < 1 << 14; ++timers)

@@ -76,7 +76,7 @@ TEST(Buffers, SayWhenTheirSizeCannotBe) {
     EXPECT_EQ(living, 0);
 }
 
-SharedPtr<Buffer> heldToTheEnd;  // also when this program ends
+SharedPtr<Buffer> heldToTheEnd;  // until static objects are destroyed
 
 TEST(BufferDeathTest, AnOverwrittenGuardIsReportedAtTheEndOfTheBuffer) {
     const auto overwrite = [](const SharedPtr<Buffer>& buffer) {
@@ -90,7 +90,7 @@ TEST(BufferDeathTest, AnOverwrittenGuardIsReportedAtTheEndOfTheBuffer) {
     const BufferPool_Config config{{{8, 1}}};
     static BufferPool endsFirst(&config, "");
     heldToTheEnd.reset();
-    overwrite(endsFirst.getPoolBuffer(8, nullptr));  // it comes back and gets a new guard
+    overwrite(endsFirst.getPoolBuffer(8, nullptr));  // it returns and gets a new guard
     endsFirst.setGuardCheckEnabled(true);
     EXPECT_DEATH(overwrite(endsFirst.getPoolBuffer(8, nullptr)), report);
     heldToTheEnd = endsFirst.getPoolBuffer(8, nullptr);

@@ -15,11 +15,11 @@ bool startThread() {
     Runnable* const task = makeRunnable([] { SystemUtil::sleep(20); });
     const bool started = thread.start(task, "named", Thread::THREAD_PRIORITY_LOW);
     thread.waitForStop();
-    thread.waitForStop();  // makes good for the first one if its join failed
+    thread.waitForStop();  // joins if the first one failed to
     return started && !thread.isStarted();
 }
 
-/// What an operation gives while a call of it fails, and when it is made again.
+/// The result of an operation while a call in it fails, and when it is repeated.
 struct Row {
     const char* call;
     int error;
@@ -39,7 +39,7 @@ std::string withoutNumbers(std::string line) {
     return line;
 }
 
-/// The count of a result that is done, the negative error number of one that failed.
+/// Returns the count of a result that is DONE, or the negative error number of one that is FAILED.
 long figure(const IoResult& result) {
     EXPECT_EQ(result.status, result ? IoResult::DONE : IoResult::FAILED);
     return result ? static_cast<long>(result.count) : -result.error;
@@ -51,7 +51,7 @@ TEST(SystemCalls, MayFail) {
     char data[8];
     unsigned int length = sizeof(data);
     const auto timed = [&] { return w.semaphore.wait(9); };
-    const auto wait = [&] {  // a refused one finds a signal next time
+    const auto wait = [&] {  // after a refusal the next one finds a signal
         const int result = w.semaphore.wait();
         if (result != 0) w.semaphore.notify();
         return result;
@@ -71,7 +71,7 @@ TEST(SystemCalls, MayFail) {
         SystemUtil::sleep(20);
         return SystemUtil::getCPUTimeInMicroseconds() - begin >= 20000;
     };
-    // Whether it is held depends on the result, which the analysis cannot follow.
+    // The result says whether the lock is held, which the analysis cannot follow.
     const auto lock = [&]() NIVUR_NO_THREAD_SAFETY_ANALYSIS {
         return mutex.lock() && mutex.unlock();
     };
@@ -80,7 +80,7 @@ TEST(SystemCalls, MayFail) {
         EXPECT_EQ(copy.remotePort(), copy.descriptor() == -1 ? 0 : w.listener.port());
         return copy.descriptor() != -1;
     };
-    const auto post = [&] {  // a poster who waits does so before the task
+    const auto post = [&] {  // the poster waits before the task runs
         w.loop.postItem(makeRunnable([&] { w.semaphore.wait(300); }), false, false);
         const int before = runs;
         w.loop.postItem(new Counted, false, true);
@@ -114,7 +114,7 @@ TEST(SystemCalls, MayFail) {
     };
     const auto list = [&] { return figure(w.list()); };
     const long all = list();
-    const long others = all - std::count_if(  // what is listed without the first interface
+    const long others = all - std::count_if(  // those not of the first interface
                                   w.addresses.begin(), w.addresses.end(), [](const auto& each) {
                                       return each.isLoopback() && !each.address.isIPv6();
                                   });
@@ -221,7 +221,7 @@ TEST(MonotonicClock, MayFailUnderALoopWithoutMakingItSpinOrHang) {
     {
         const faults::Call fault("clock_gettime", EINVAL, 0, INT_MAX, true);
         for (int posts = 0; posts < 5; ++posts) {
-            SystemUtil::sleep(20);  // over which the loop's looks are counted
+            SystemUtil::sleep(20);  // the time in which the loop's waits are counted
             loop.postItem(new Counted, false, true);
         }
     }
@@ -256,7 +256,7 @@ TEST(WallClock, MayBeSetByAnHourUnderWaitsAndTimers) {
 
 std::atomic<int> handled{0};
 
-// What they wait for comes after 60 ms and 20 signals. Only calls that the platform interrupts end
+// Each wait is to end after 60 ms and 20 signals. Only calls that the platform interrupts end
 // earlier: those of sockets, unless the handler restarts them.
 TEST(Signals, ShortenNoWaitOfTheLibraryItself) {
     World w;

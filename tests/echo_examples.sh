@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# echo_examples.sh SERVER CLIENT: the example client talks to the example server for a second.
+# echo_examples.sh SERVER CLIENT: runs the example client with the example server for a second.
 set -euo pipefail
 coproc SERVER { "$1" 127.0.0.1 0 2; }
 server=$SERVER_PID

@@ -33,7 +33,7 @@ struct Objects : World {
             full.setBoolean("key " + std::to_string(10 + i), true);
     }
     ~Objects() { called = nullptr; }
-    /// What an operation changes wholly or not at all.
+    /// Objects that an operation changes completely or not at all.
     std::string state() {
         events = 0;
         center.sendEvent(Event("x"), nullptr);
@@ -47,7 +47,7 @@ struct Objects : World {
     EventCenter center;
     Parameter parameter;
     Dictionary record = everyType();
-    Dictionary full;  // of as many keys as one block has room for
+    Dictionary full;  // one full block of keys
     std::vector<uint8_t> bytes;
 };
 
@@ -62,8 +62,8 @@ struct CountingDisposer final : PtrDisposer<Counted> {
 
 const std::string kJson = Serialization::serialize(everyType());
 
-// "done", or "none" where an operation reports exhausted memory by its result. The tasks allocate
-// nothing: that would end the process.
+// Returns "done", or "none" if an operation reports exhausted memory by its result. The tasks do
+// not allocate: that would end the process.
 const std::pair<const char*, const char* (*)(Objects&)> kScenarios[] = {
     {"buffer", [](Objects&) { return either(!!BufferPool::getBuffer(64, new Counted), true); }},
     {"buffers of a list",
@@ -182,8 +182,9 @@ const std::pair<const char*, const char* (*)(Objects&)> kScenarios[] = {
      }},
 };
 
-/// Runs a scenario, which is to end as promised with `count` allocations failing after the first
-/// `skipped`, and once more without; false when it made fewer. `after` is what a whole run leaves.
+/// Runs a scenario while `count` allocations fail after the first `skipped`, and then once without
+/// failures, and checks its promises. Returns false if it made fewer allocations. `after` is what a
+/// complete run leaves.
 bool runShort(const char* (*scenario)(Objects&), int skipped, int count, std::string& after) {
     const int injected = faults::Memory::injected;
     Objects world;
@@ -206,11 +207,11 @@ bool runShort(const char* (*scenario)(Objects&), int skipped, int count, std::st
 TEST(Memory, MayRunOutAtEveryAllocation) {
     Log::setCB([](int, const char* fmt, va_list args) {
         char text[4096];
-        std::vsnprintf(text, sizeof(text), fmt, args);  // reads what it is given
+        std::vsnprintf(text, sizeof(text), fmt, args);  // reads all arguments
     });
     for (const auto& [name, scenario] : kScenarios) {
         std::string after;
-        for (const int count : {0, 0, 1, INT_MAX}) {  // at first the platform takes what it keeps
+        for (const int count : {0, 0, 1, INT_MAX}) {  // 0: the platform allocates what it keeps
             for (int skipped = 0, failed = 1; failed != 0 && !HasFailure(); ++skipped) {
                 SCOPED_TRACE(name + (" after " + std::to_string(skipped)));
                 const ptrdiff_t descriptors = openDescriptors();
@@ -226,9 +227,9 @@ TEST(Memory, MayRunOutAtEveryAllocation) {
     std::printf("%d allocations failed\n", faults::Memory::injected.load());
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // their memory has no such end
-/// Reads and writes a long string in a child process that may have so much more address space: 0 if
-/// all is there, 1 if one of both refused, 2 otherwise.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they reserve all of it
+/// Reads and writes a long string in a child process with a limited additional address space.
+/// Returns 0 if both succeed, 1 if one of both fails as documented, otherwise 2.
 int runWithin(size_t spare, const std::string& text) {
     const pid_t child = fork();
     if (child == 0) {
@@ -275,7 +276,7 @@ TEST(Memory, MayRunOutForTheFirstWatchOfASleepingLoop) {
         Semaphore ran;
         const int descriptor = skipped % 2 == 0 ? w.udp.descriptor() : w.accepted->descriptor();
         loop.addWatch(descriptor, RunLoop::READABLE, makeRunnable([&] { ran.notify(); }));
-        const faults::Memory none("memory", 0, 0, INT_MAX, true);  // what is ready needs none
+        const faults::Memory none("memory", 0, 0, INT_MAX, true);  // existing objects need none
         w.udp.sendto(w.udp.localAddress(), "x", 1), w.client.send("x", size_t{1});
         EXPECT_EQ(ran.wait(20000), 0) << skipped;
         loop.stop();
@@ -303,7 +304,7 @@ TEST(Fork, LeavesLoopsToTheParentAndAllThatIsNewToTheChild) {
     EXPECT_STREQ(kScenarios[11].second(parent), "done");
 }
 
-// Made before main() and gone after it.
+// Constructed before main() and destroyed after it.
 struct Static {
     Static() { world.held = world.buffers.getBuffer(1); }
     ~Static() {

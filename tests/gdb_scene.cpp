@@ -1,6 +1,6 @@
 #include <nivur/nivur.h>
 
-// What gdb_test.sh looks at.
+// The objects that gdb_test.sh shows.
 NIVUR::SharedPtr<NIVUR::Buffer> buffer;
 NIVUR::SharedPtr<NIVUR::Buffer> empty;
 NIVUR::Dictionary dictionary;

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# gdb_test.sh SCENE TIMERS FOLDER GUIDE: gdb finds the printers beside the library in FOLDER and shows the scene,
-# the program TIMERS as the guide shows it, and addresses where the library's debug information is missing.
+# gdb_test.sh SCENE TIMERS FOLDER GUIDE: checks that gdb finds the printers beside the library in FOLDER, shows the scene,
+# shows the program TIMERS as GUIDE does, and shows addresses without the library's debug information.
 set -euo pipefail
 command -v gdb >/dev/null || { echo "there is no gdb"; exit 77; }
 scene=$1 timers=$2 folder=$3 guide=$4
@@ -41,14 +41,14 @@ expect "$(run "$folder" "$scene" -ex 'break allIsSet' -ex run -ex up \
 ^\$11 = Buffer, in use, 5 of 1500 bytes, guard overwritten: db21ad0b = \{data = "hello"\}$
 END
 
-# The guide's scene, but for the addresses.
+# What the guide shows, except for the addresses.
 shown=$(sed -n '/^(gdb) print -pretty -- _loop$/,/^```$/p' "$guide" | sed '1d; $d; s/0x[0-9a-f]*/0x/g')
 seen=$(run "$folder" "$timers" -ex 'break Heart::beat' -ex run -ex 'print -pretty -- _loop')
 [[ -n $shown && $(sed 's/0x[0-9a-f]*/0x/g' <<<"$seen") == *"$shown"* ]] || { echo "the guide shows: $shown"; echo "$seen"; failed=1; }
 
 cp -a "$folder"/libnivur.so* "$work"
 objcopy --strip-debug "$(realpath "$work/libnivur.so")"
-# clang leaves the pointer's count to the library's debug information, g++ puts it into the program's as well.
+# clang has the type of the pointer's count in the library's debug information only, g++ also in the program's.
 expect "$(run "$work" "$scene" -ex 'break allIsSet' -ex run -ex up \
     -ex 'print loop' -ex 'print buffer' -ex 'print *buffer._ptr')" <<'END'
 ^\$1 = NIVUR::RunLoop at 0x[0-9a-f]+$

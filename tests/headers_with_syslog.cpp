@@ -6,7 +6,7 @@
 static_assert(LOG_DEBUG == 7, "the system's macro is back after our headers");
 static_assert(NIVUR::LOG_ERROR == 5, "our own levels are there");
 
-// The templates as well, which callers without exceptions instantiate.
+// Instantiates the templates, as callers without exceptions do.
 struct Own {
     void call() {}
 };

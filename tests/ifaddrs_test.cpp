@@ -17,7 +17,7 @@
 
 #include "support/log_capture.h"
 
-static Lines* answers = nullptr;  // when set, they are what the kernel sends
+static Lines* answers = nullptr;  // if set, they replace what the kernel sends
 
 extern "C" ssize_t recv(int socket, void* data, size_t size, int flags) {
     static const auto real = reinterpret_cast<decltype(&recv)>(dlsym(RTLD_NEXT, "recv"));
@@ -38,8 +38,8 @@ std::string text(const sockaddr* address) {
     return inet_ntop(address->sa_family, bytes, text, sizeof(text));
 }
 
-// "NAME ADDRESS MASK FLAGS" of each address, but on point-to-point links, where the platform's own
-// enumeration differs.
+// "NAME ADDRESS MASK FLAGS" of each address, except on point-to-point links, for which the
+// platform's list differs.
 Lines listed(decltype(&getifaddrs) get = getifaddrs, decltype(&freeifaddrs) release = freeifaddrs) {
     ifaddrs nothing{};
     ifaddrs* list = &nothing;
@@ -96,7 +96,7 @@ Lines ownList() {
     return lines;
 }
 
-// As far as the platform's own list tells.
+// As far as the platform's list has the same fields.
 Lines ownListByThePlatform() {
     ifaddrs* list = nullptr;
     EXPECT_EQ(ofThePlatform("getifaddrs", getifaddrs)(&list), 0);
@@ -117,7 +117,7 @@ Lines ownListByThePlatform() {
 TEST(Interfaces, ThreeHundredAddressesOfAnInterfaceThatIsDownArriveComplete) {
     const pid_t child = fork();
     if (child == 0) {
-        // Root needs no user namespace, and an emulator's threads preclude it.
+        // Root needs no user namespace, and the threads of an emulator make it impossible.
         if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) _exit(77);
         LogCapture capture;
         EXPECT_TRUE(SystemUtil::getLocalIPList().empty());

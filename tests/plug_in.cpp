@@ -1,6 +1,6 @@
 #include <nivur/nivur.h>
 
-// A plug-in with a type of its own, and every variable that the headers define.
+// A plug-in that has a type of its own and uses every variable that the headers define.
 struct Own {
     void call() {}
 };
@@ -12,8 +12,8 @@ const void* const all[] = {&NIVUR::Buffer::_checkByte, NIVUR::Buffer::_kParamete
                            &NIVUR::Thread::INVALID_THREAD_ID,
                            &NIVUR::SharedPtr<Own>::_kDefaultPtrDisposer};
 
-/// Prepares what needs memory, and then calls on a thread that has none what can do without. True
-/// if all returned, but for the waiting post, which threw.
+/// Prepares what needs memory, and then makes calls that need none, on a thread that cannot
+/// allocate. Returns true if all of them return, except the waiting post, which throws.
 extern "C" NIVUR_EXPORT bool runWithoutMemory(void (*run)(void (*)())) {
     using namespace NIVUR;
     static RunLoop loop("loop");

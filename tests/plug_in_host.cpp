@@ -3,7 +3,7 @@
 
 #include "support/fault_injector.h"
 
-/// plug_in_host MODULE: a program that knows the library only through a component that it loads.
+/// plug_in_host MODULE: a program that uses the library only through a component that it loads.
 int main(int /*argc*/, char** argv) {
     void* const module = dlopen(argv[1], RTLD_NOW);
     if (module == nullptr) return 1;

@@ -14,13 +14,13 @@ namespace {
 
 constexpr unsigned int kNever = 3600 * 1000;
 
-/// Words in the order in which tasks wrote them: the loop sees to it that this needs no lock.
+/// Words in the order in which tasks wrote them. The loop makes a lock unnecessary.
 struct Trace {
     void add(const std::string& word) { text += text.empty() ? word : " " + word; }
     std::string text;
 };
 
-/// Calls a function when the last copy goes.
+/// Calls a function when its last copy is destroyed.
 std::shared_ptr<void> atDestruction(const std::function<void()>& function) {
     return std::shared_ptr<void>(nullptr, [function](void*) { function(); });
 }
@@ -47,12 +47,12 @@ class RunLoopTest : public testing::Test {
         return loop.addTimer(makeRunnable(std::move(function), object), interval, repeat);
     }
 
-    /// Something to write into the trace.
+    /// A task that writes a word into the trace.
     auto word(const char* text) {
         return [this, text] { trace.add(text); };
     }
 
-    /// Posts a task during which the loop hangs until release(); returns when it has begun.
+    /// Posts a task that blocks the loop until release(). Returns when the task has begun.
     void block() {
         _released = std::make_unique<Latch>();
         Latch begun;
@@ -64,12 +64,12 @@ class RunLoopTest : public testing::Test {
     }
     void release() { _released->count(); }
 
-    /// Returns when everything posted and all that was due so far has run.
+    /// Returns when all posted tasks and all timers due before the call have run.
     void drain() {
         call([] {});
     }
 
-    /// Returns when the loop has so many tasks queued.
+    /// Returns when the loop has this many queued tasks.
     void awaitQueued(size_t tasks) {
         while (loop.queuedTasks() != tasks)
             std::this_thread::yield();
@@ -129,7 +129,7 @@ TEST_F(RunLoopTest, StopAndSecondStartDropWhatIsQueuedAndReleasePosters) {
     for (const bool byStop : {false, true}) {
         ASSERT_TRUE(loop.start());
         block();
-        // Ahead of the poster's task, so that its poster has to wait for its end as well.
+        // Before the task of the poster, so that the poster waits for its destructor, too.
         bool dropped = false;
         const auto drop = [&] { SystemUtil::sleep(10), dropped = true; };
         post([end = atDestruction(drop)] {});
@@ -152,7 +152,7 @@ TEST_F(RunLoopTest, StopAndSecondStartDropWhatIsQueuedAndReleasePosters) {
             post([] {});
         } while (log.take().empty());
         release();
-        loop.stop();  // returns no sooner than the other
+        loop.stop();  // does not return before the other
         EXPECT_TRUE(dropped);
         poster.join();
         stopper.join();
@@ -164,14 +164,14 @@ TEST_F(RunLoopTest, StopAndSecondStartDropWhatIsQueuedAndReleasePosters) {
 TEST_F(RunLoopTest, StopLetsASleepingLoopRunOnceMoreAndDropsTheRestInOrder) {
     int ran = 0;
     const auto token = std::make_shared<int>();
-    for (int round = 0; round < 60; ++round) {  // a loop that missed a change would sleep forever
+    for (int round = 0; round < 60; ++round) {  // a loop that missed a wake-up would sleep forever
         ASSERT_TRUE(loop.start());
         drain();
         Latch fired;
         timer(1, false, [&] { fired.count(); });
         fired.wait();
         if (round % 3 == 0) {
-            drain(), SystemUtil::sleep(5);  // it is asleep by now, as a rule
+            drain(), SystemUtil::sleep(5);  // usually asleep by now
             round % 2 == 0 ? (void)timer(0, false, [&] { ++ran; }) : post([&] { ++ran; });
         } else {
             timer(kNever, true, [token] {});
@@ -238,7 +238,7 @@ TEST_F(RunLoopTest, TaskDestructorsMayCallTheLoop) {
     loop.stop();
     EXPECT_EQ(token.use_count(), 1);
     const auto rebirth = [this] { timer(0, true, [] {}), loop.start(); };
-    timer(kNever, true, [end = atDestruction(rebirth)] {});  // to the end of the loop
+    timer(kNever, true, [end = atDestruction(rebirth)] {});  // until the loop is destroyed
 }
 
 TEST_F(RunLoopTest, RepeatingTimerIsNeverEarlyAndMakesUpForMissedRuns) {
@@ -248,7 +248,7 @@ TEST_F(RunLoopTest, RepeatingTimerIsNeverEarlyAndMakesUpForMissedRuns) {
     SystemUtil::sleep(75);  // seven runs are due before the loop starts
     ASSERT_TRUE(loop.start());
     for (int pass = 0; pass < 7; ++pass)
-        drain();  // one pass, or more
+        drain();  // at least one pass
     call([&] { EXPECT_GE(times.size(), 7U); });
     loop.stop();
     for (size_t i = 0; i < times.size(); ++i) {
@@ -271,7 +271,7 @@ TEST_F(RunLoopTest, TimersDueTogetherRunInOrderOfDueTimeThenOfAdding) {
         loop.resetTimer(first);  // keeps its place among equals
     } while (SystemUtil::getCPUTime() != begin);
     SystemUtil::sleep(5);
-    loop.resetTimer(early);  // the last one now
+    loop.resetTimer(early);  // now the last one
     ASSERT_TRUE(loop.start());
     drain();
     EXPECT_EQ(trace.text, "a b c late early");
@@ -369,13 +369,13 @@ TEST_F(RunLoopTest, CancelRemovesEverythingOfOneObjectAndReleasesPostersAtOnce) 
     poster.join();  // while the canceller waits for the running task
     awaitQueued(2);
     const auto stopTimer = [this] { loop.stopTimer(1); };
-    post([end = atDestruction(stopTimer)] {}, &x);  // which is dropped, unless it runs before
+    post([end = atDestruction(stopTimer)] {}, &x);  // dropped, unless it runs before
     loop.cancelTasksForObject(nullptr);
     release();
     canceller.join();
     EXPECT_EQ(token.use_count(), 1);
     call(
-        [&, held = token] {  // which is running, and stays
+        [&, held = token] {  // running, so it is not dropped
             loop.cancelTasksForObject(&x);
             EXPECT_EQ(token.use_count(), 2);
         },
@@ -384,7 +384,7 @@ TEST_F(RunLoopTest, CancelRemovesEverythingOfOneObjectAndReleasesPostersAtOnce) 
     EXPECT_EQ(trace.text, "y nobody's");
 }
 
-// Whoever waits at the gate of a loop that is never idle passes after one task.
+// A caller that waits at the gate of a loop that is never idle passes after one task.
 TEST_F(RunLoopTest, BusyLoopLetsStopAndCancelThrough) {
     ASSERT_TRUE(loop.start(Thread::THREAD_PRIORITY_HIGH));
     std::atomic<int> runs{0};
@@ -395,7 +395,7 @@ TEST_F(RunLoopTest, BusyLoopLetsStopAndCancelThrough) {
         loop.stopTimer(1);
         loop.cancelTasksForObject(&trace);
     }
-    EXPECT_LT(runs, 3000);  // some three each time; a caller without turns would wait for ever
+    EXPECT_LT(runs, 3000);  // some three each time; without turns, a caller would wait forever
     loop.stop();
 }
 
@@ -419,7 +419,7 @@ TEST_F(RunLoopTest, DumpDescribesTheLoopWithoutWaitingForIt) {
     loop.postItem(new NamedTask("n1"), false, false);
     auto* const queued = new NamedTask("n0");
     loop.postItem(queued, false, false);
-    *queued = NamedTask("n2");  // stays where it is queued
+    *queued = NamedTask("n2");  // it stays queued
     loop.postItem(new NamedTask("h1"), true, false);
     loop.addTimer(new NamedTask("pending"), kNever, true);
     loop.dumpLoopInfo();

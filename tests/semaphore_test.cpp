@@ -19,10 +19,10 @@ TEST(Semaphore, TimedWaitIsNeverEarlyAndEverySignalEndsOneWait) {
         const uint64_t elapsed = SystemUtil::getCPUTimeInMicroseconds() - begin;
         EXPECT_GE(elapsed, timeoutMs * 1000U);
         EXPECT_LT(elapsed, (timeoutMs + kSlowMachineMs) * 1000U);
-        EXPECT_EQ(semaphore.notify() + semaphore.notify(), 0);  // for nobody who has given up
+        EXPECT_EQ(semaphore.notify() + semaphore.notify(), 0);  // not for waits that timed out
         EXPECT_EQ(semaphore.wait() + semaphore.wait(0), 0);
     }
-    // Two who wait are both woken by two signals in a row.
+    // Two signals in a row wake two waiting threads.
     for (int round = 0; round < 20; ++round) {
         std::thread other([&] { EXPECT_EQ(semaphore.wait(0xFFFFFFFFU), 0); });
         std::thread notifier([&] {
@@ -35,8 +35,8 @@ TEST(Semaphore, TimedWaitIsNeverEarlyAndEverySignalEndsOneWait) {
     }
 }
 
-// Every round destroys the semaphore as soon as it got its signal, while notify() may still be
-// returning. In one of four the signal comes as a first wait gives up.
+// Each round destroys the semaphore as soon as its signal was taken, while notify() may still be
+// returning. In one round of four the signal arrives as a first wait times out.
 TEST(Semaphore, WaiterMayDestroyItAtOnce) {
     std::atomic<Semaphore*> shared{nullptr};
     std::thread notifier([&] {
@@ -57,7 +57,7 @@ TEST(Semaphore, WaiterMayDestroyItAtOnce) {
             ASSERT_EQ(i % 2 == 0 ? semaphore->wait() : semaphore->wait(60000), 0);
         }
         if (i % 8 == 0) {
-            ASSERT_EQ(semaphore->wait(1), 1);  // one signal was all
+            ASSERT_EQ(semaphore->wait(1), 1);  // there was only one signal
         }
     }
     notifier.join();
@@ -67,7 +67,7 @@ TEST(Mutex, IsExclusiveAndScoped) {
     Mutex mutex;
     const auto tryElsewhere = [&] {
         bool taken = false;
-        // Whether it is held depends on the result, which the analysis cannot follow.
+        // The result says whether the lock is held, which the analysis cannot follow.
         std::thread([&]() NIVUR_NO_THREAD_SAFETY_ANALYSIS {
             taken = mutex.trylock() && mutex.unlock();
         }).join();

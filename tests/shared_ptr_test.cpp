@@ -28,7 +28,7 @@ struct CountingDisposer : PtrDisposer<Node> {
 };
 
 TEST(SharedPtr, LastReferenceDisposesOnce) {
-    SharedPtr<Runnable>(makeRunnable([] {}))->run();  // with the library's own default disposer
+    SharedPtr<Runnable>(makeRunnable([] {}))->run();  // uses the default disposer in the library
     int alive = 0;
     {
         SharedPtr<Node> a(new Node(alive));

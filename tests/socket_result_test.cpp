@@ -154,7 +154,7 @@ TEST(SocketResults, TellTheOutcomesOfConnectionsApart) {
             EXPECT_GT(sent.count, 0U);
         EXPECT_EQ(sent, kWouldBlock);
 
-        // From another thread, whether the call blocks by then or not.
+        // On another thread, before or after the call blocks.
         IoResult ended;
         std::thread blocked(
             [&] { ended = client.setBlocking(true) == 0 ? client.receive(data, 1) : sent; });
@@ -220,7 +220,7 @@ TEST(Socket, MovesKeepDescriptorsWhereNoneIsLeft) {
     LogCapture capture;
     unsigned int length = 1;
     EXPECT_TRUE(last.shutdown() == 0 && !last.recv(data, length));
-    EXPECT_EQ(capture.take(), Lines{});  // the log switch came along
+    EXPECT_EQ(capture.take(), Lines{});  // the log switch was moved, too
 }
 
 TEST(Socket, BindsAServersPortAgainWhenAskedTo) {
@@ -232,7 +232,7 @@ TEST(Socket, BindsAServersPortAgainWhenAskedTo) {
         local = listener.localAddress();
         ASSERT_TRUE(client.create(SocketAddress("127.0.0.1", 0)) && client.connect(local));
         ASSERT_TRUE(listener.accept(accepted));
-        accepted.close();  // first, and so its port is kept for a minute
+        accepted.close();  // closed first, so its port stays in TIME_WAIT
         EXPECT_EQ(client.receive(data, 1), kClosed);
         client.close();
         listener.close();

@@ -35,7 +35,7 @@ struct Connection {
         EXPECT_TRUE(client.connect(local, listener.port()) && listener.select(1000) == 0);
         accepted.reset(listener.accept());
     }
-    void reset() {  // the accepted side, instead of closing it
+    void reset() {  // resets the connection
         const linger abort{1, 0};
         setsockopt(accepted->descriptor(), SOL_SOCKET, SO_LINGER, &abort, sizeof(abort));
         accepted.reset();
@@ -51,7 +51,7 @@ struct Refusal {
     std::string line;  // "" for none; FD is the socket's descriptor
 };
 
-// The error number that a refusal leaves behind, as far as its line tells; else -1.
+// Returns the error number in the log line of a refusal, or -1.
 int errorOf(const std::string& line) {
     const std::pair<const char*, int> numbers[] = {
         {"err", static_cast<int>(std::strtol(&line[line.rfind('=') + 1], nullptr, 10))},
@@ -66,8 +66,8 @@ int errorOf(const std::string& line) {
     return -1;
 }
 
-// With the log on, whose sink changes the error number that the line tells, and off. Outputs are
-// 77, or empty, before and after.
+// Runs with the log on, whose sink changes errno, and with the log off. Outputs are 77, or empty,
+// before and, if unchanged, after.
 void expectRefused(const std::vector<Refusal>& refusals) {
     for (const Refusal& row : refusals) {
         SCOPED_TRACE(&row - refusals.data());
@@ -124,7 +124,7 @@ TEST(Socket, RefusesToBeCreatedTwiceOrWithWhatCannotBeBound) {
         {taken, [&] { return !taken.create("::1", 5) && taken.address() == kLocal; },
          "4 socket is already created: ip=127.0.0.1, port=" + std::to_string(taken.port())},
         {udp, [&] { return !udp.create("", 5); }, ""},
-        {udp, [&] { return !udp.create("127.1", 5); },  // the resolver takes it
+        {udp, [&] { return !udp.create("127.1", 5); },  // the resolver accepts it
          "5 invalid socket address: ip=127.1, port=5"},
         {udp, [&] { return !udp.create(kLocal, taken.port()); }, "5 socket bind failed, err=98"},
     });
@@ -144,7 +144,7 @@ TEST(Socket, RefusesInEveryStateOfATcpConnectionAndLeavesItThere) {
     broken.reset();
     EXPECT_TRUE(broken.client.select(1000) == 0 && !broken.client.recv(data, length));
     ASSERT_EQ(client.setBlocking(false) + full.client.setBlocking(false), 0);
-    const auto fullRefused = [&] {  // once the kernel has moved what it can to the other side
+    const auto fullRefused = [&] {  // once the kernel has moved all that fits to the other side
         do {
             sent = 77;
         } while (full.client.send(data, sizeof(data), &sent));
@@ -218,7 +218,7 @@ TEST(Socket, RefusesDatagramsThatCannotGoOrAreEmpty) {
     EXPECT_TRUE(udp.sendto(everyone, receiver.port(), data, 5, nullptr));
     length = 2;
     EXPECT_TRUE(receiver.select(1000) == 0 && receiver.recvfrom(ip, port, data, length));
-    EXPECT_TRUE(length == 2 && receiver.select(0) == 1);  // the rest of the datagram is gone
+    EXPECT_TRUE(length == 2 && receiver.select(0) == 1);  // the rest of the datagram is lost
     ip.clear();
 }
 
@@ -306,7 +306,7 @@ TEST(SocketWait, AnswersAsSelectDoesForHundredsAndAboveItsLimit) {
     EXPECT_EQ(Socket::waitMultipleSocket(all, UINT_MAX), readable);
     EXPECT_TRUE(Socket::waitMultipleSocket({&none, &sockets[0]}, 30).empty());
     EXPECT_TRUE(Socket::waitMultipleSocket({}, 1010).empty());
-    EXPECT_GE(SystemUtil::getCPUTime() - begin, 1100U - 1);  // both ends are cut to milliseconds
+    EXPECT_GE(SystemUtil::getCPUTime() - begin, 1100U - 1);  // both times are cut to milliseconds
 
     ::close(sockets[0].descriptor());
     expectRefused({{sockets[0], [&] { return sockets[0].select(UINT_MAX) == -1; },

@@ -18,7 +18,7 @@ namespace {
 
 using D = Dictionary;
 
-/// `value` in so many levels of nesting, of which every third is an array and all others objects.
+/// `value`, nested `levels` deep; every third level is an array, all others are objects.
 std::string nested(int levels, const std::string& value) {
     std::string text = value;
     for (int level = levels - 1; level >= 0; --level)
@@ -37,7 +37,7 @@ TEST(Dictionary, KeepsManyKeysInOrderHoweverTheyComeAndGo) {
         }
         return next == model.end() && record.size() == model.size();
     };
-    for (const int step : {1, 999, 69}) {  // upwards, downwards, also to the middle of a full block
+    for (const int step : {1, 999, 69}) {  // ascending, descending, into the middle of full blocks
         D record, copy;
         Model model, modelOfCopy;
         for (int i = 0; i < 4000; ++i) {  // all keys are set, most erased, all set, all erased
@@ -97,14 +97,14 @@ TEST(Serialization, HeedsNoLocale) {
 }
 
 TEST(Serialization, WritesWhatJsonCanCarry) {
-    const long double rounded =  // above the largest double, where that can be
+    const long double rounded =  // above the largest double, if long double is wider
         std::min(std::nextafter(static_cast<long double>(DBL_MAX), HUGE_VALL), LDBL_MAX);
     std::vector<D> records(10);
     records[0].setInteger("", 1LL << 31);
     records[1].setString("ü\t", "\\/\x01 – 😀");
     records[2].setString("\xc0\x80", "not under a key that is not UTF-8");
     records[3].setStringArray("s", {"b", "\xed\xa0\x80", std::string("x\0y", 3)});
-    records[4].setDecimal(std::string("d\0y", 3), -0.1L);  // the last of those named "d"
+    records[4].setDecimal(std::string("d\0y", 3), -0.1L);  // the last of those written as "d"
     records[4].setString("d", "the first, which has the place");
     records[4].setInteger("e", 0);
     records[4].setDecimal("f", HUGE_VALL);
@@ -225,7 +225,7 @@ TEST(Serialization, KnowsTheFirstAndTheLastSequenceOfEachKindOfUtf8) {
 }
 
 TEST(Serialization, RefusesWhatIsNotJsonWithOneLine) {
-    // Each message once or twice: fuzz/corpus/json has more of what a peer refuses alike.
+    // Each message once or twice; fuzz/corpus/json has more texts that are refused.
     const std::pair<std::string, std::string> kCases[] = {
         {" ", "'[' or '{' expected near end of file"},
         {"[}", "unexpected token near '}'"},
@@ -306,7 +306,7 @@ TEST(Serialization, CopiesNoValueOncePerLevel) {
         EXPECT_EQ(Serialization::serialize(Serialization::deserialize(text)), text);
         return std::clock() - start;
     };
-    EXPECT_LT(cost(1999), 20 * cost(1));  // some 2 times, and hundreds with a copy per level
+    EXPECT_LT(cost(1999), 20 * cost(1));  // about 2 times; a copy at each level would take hundreds
 }
 
 }  // namespace

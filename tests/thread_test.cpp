@@ -20,7 +20,7 @@ std::string systemName() {
     return name;
 }
 
-/// How many threads this process has.
+/// Returns the number of threads of this process.
 ptrdiff_t threadCount() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
 }
@@ -44,7 +44,7 @@ TEST(Thread, RunsItsTaskUnderItsNameIdAndPriority) {
                                  "fifteen-bytes-and-more", priority));
         EXPECT_EQ(thread.getName(), "fifteen-bytes-and-more");
         const int found = getpriority(PRIO_PROCESS, static_cast<id_t>(thread.getThreadID()));
-        if (found != nice) {  // not everybody may raise a priority
+        if (found != nice) {  // raising a priority needs a privilege
             EXPECT_EQ(log.take(), Lines{"4 Change the thread priority failed: "
                                         "fifteen-bytes-and-more, err=13"});
         }

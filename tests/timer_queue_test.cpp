@@ -14,7 +14,7 @@ struct Less {
     bool operator()(const Timer* a, const Timer* b) const { return *a < *b; }
 };
 
-// Two timers in eight have no task, and so share the id 0.
+// Two timers in eight have no task, and so both have the id 0.
 TEST(TimerQueue, DoesAsAnOrderedSet) {
     std::minstd_rand random(4711);
     for (const int most : {3, 40, 1000}) {

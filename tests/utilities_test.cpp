@@ -19,7 +19,8 @@ TEST(Date, CountsEveryDayOfTheCalendarInBothDirections) {
         for (unsigned int month = 1; month <= 12; ++month) {
             const unsigned int length = kLengths[month - 1] + (leap && month == 2 ? 1 : 0);
             for (unsigned int day = 1; day <= 31; ++day) {
-                // What is past the month's end counts on into the next, the components stay.
+                // A day past the end of the month overflows in the milliseconds; the components
+                // stay.
                 const Date given(year, month, day, 23, 59, 59, 999);
                 const Date counted(end + (day - 1) * kDay);
                 ASSERT_TRUE(given == counted && given.day() == day);
@@ -48,7 +49,7 @@ TEST(Date, PrintsAnyDateInTheGivenZone) {
         same.calculateMillisecondsFrom1970();
         EXPECT_TRUE(same == date);
     }
-    EXPECT_EQ(Date(~0U, 12, 31, 23, 59, 59, 999).year(), ~0U);  // wraps, and nothing worse
+    EXPECT_EQ(Date(~0U, 12, 31, 23, 59, 59, 999).year(), ~0U);  // wraps
 }
 
 TEST(Date, ComparesAndCountsByMillisecondsAlone) {
@@ -115,7 +116,7 @@ TEST(SystemUtil, DeviceInfoComesFromThePropertiesInLowerCase) {
 TEST(StopWatch, CountsAndMeasuresFromItsConstruction) {
     StopWatch watch;
     for (const unsigned int passed : {20U, 40U}) {
-        SystemUtil::sleep(20);  // time that must be seen to pass
+        SystemUtil::sleep(20);  // the time to be measured
         EXPECT_GE(watch.record(), passed);
     }
     EXPECT_EQ(watch.getCount(), 2U);

@@ -21,7 +21,7 @@
 namespace NIVUR {
 namespace {
 
-/// Two connected descriptors, closed with it; ends[0] is the one that is watched.
+/// Two connected descriptors, closed by the destructor; ends[0] is the watched one.
 struct Ends {
     Ends() { EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()), 0); }
     explicit Ends(bool readEnd) {
@@ -64,7 +64,7 @@ class WatchTest : public testing::Test {
     void call(Function function) {
         loop.postItem(makeRunnable(std::move(function)), false, true);
     }
-    /// Returns when the loop has looked for ready descriptors twice.
+    /// Returns when the loop has asked for ready descriptors twice.
     void poll() {
         for (int pass = 0; pass < 40; ++pass)
             call([] {});
@@ -152,10 +152,10 @@ TEST_F(WatchTest, TasksOfOnePassMayRemoveThemselvesEachOtherAndTheLoop) {
     ids[0] = watch(descriptor, [&, token] {
         for (const long id : ids)
             loop.removeWatch(id);
-        EXPECT_EQ(token.use_count(), 3);  // this task, and that of the object
+        EXPECT_EQ(token.use_count(), 3);  // held by this task and by that of the object
         loop.cancelTasksForObject(&object);
         EXPECT_EQ(token.use_count(), 2);
-        loop.dumpLoopInfo();  // still shows the watch whose task runs
+        loop.dumpLoopInfo();  // shows the running watch
         ++runs;
     });
     ids[1] = watch(descriptor, [token] { fail(); });
@@ -179,7 +179,7 @@ TEST_F(WatchTest, TasksOfOnePassMayRemoveThemselvesEachOtherAndTheLoop) {
     log.take();
     loop.dumpLoopInfo();
     EXPECT_EQ(log.take().at(0).find("_watches"), std::string::npos);
-    const long kept = watch(descriptor, [token] {});  // of a loop that does not run: to its end
+    const long kept = watch(descriptor, [token] {});  // until the stopped loop is destroyed
     EXPECT_GT(kept, ids[2]);
     loop.stop();
     EXPECT_EQ(token.use_count(), 2);
@@ -202,7 +202,7 @@ TEST_F(WatchTest, WhatRemainsOfADescriptorsWatchesKeepsItsReadinessAlone) {
     poll();
     EXPECT_GT(reads, 0);
     Ends other;
-    ASSERT_EQ(dup2(other.ends[0], ends.ends[0]), ends.ends[0]);  // under the watch, which is stale
+    ASSERT_EQ(dup2(other.ends[0], ends.ends[0]), ends.ends[0]);  // replaces the watched file
     const long renewed = watch(ends.ends[0], [&] { ++writes; });
     EXPECT_NE(renewed, 0);
     other.send();
@@ -211,7 +211,8 @@ TEST_F(WatchTest, WhatRemainsOfADescriptorsWatchesKeepsItsReadinessAlone) {
     loop.removeWatch(newest), loop.removeWatch(renewed);
 }
 
-// As when a connection ends in the task of one of its watches, with the last reference to it.
+// Like a connection that is closed in the task of one of its watches, with the last reference to
+// it.
 TEST_F(WatchTest, DestructorOfAWatchsTaskMayRemoveTheNextWatch) {
     for (const bool byCancel : {false, true}) {
         Ends ends;
@@ -229,7 +230,7 @@ TEST_F(WatchTest, DestructorOfAWatchsTaskMayRemoveTheNextWatch) {
     }
 }
 
-// Another watch keeps the descriptor registered all the while.
+// Another watch keeps the descriptor registered.
 TEST_F(WatchTest, NewWatchDoesNotRunOnWhatWasFetchedForAnOldOne) {
     Ends ends;
     watch(ends.ends[0], [] {});
@@ -266,8 +267,8 @@ TEST_F(WatchTest, WhatCannotBeWatchedIsRefused) {
         EXPECT_EQ(log.take(), Lines{"5 cannot watch descriptor " + std::to_string(descriptor) +
                                     ": err=" + std::to_string(error)});
     };
-    refuse(-1, EBADF);  // first: a sanitizer needs descriptors to look at types that are new to it
-    for (const rlim_t spare : {0U, 1U}) {  // of the two that the loop needs
+    refuse(-1, EBADF);  // first: a sanitizer needs descriptors to check types that it has not seen
+    for (const rlim_t spare : {0U, 1U}) {  // fewer than the two that the loop needs
         const int next = dup(file);
         close(next);
         const rlimit limit{static_cast<rlim_t>(next) + spare, normal.rlim_max};
@@ -334,7 +335,7 @@ TEST_F(WatchTest, ThousandsOfDescriptorsRunExactlyWhenTheyAreReady) {
     std::minstd_rand random(4711);
     for (const size_t ready : {size_t{1}, size_t{200}, count}) {
         std::vector<int> expected = runs;
-        call([&] {  // so that all are ready when the loop looks
+        call([&] {  // so that all are ready when the loop asks
             order.clear();
             for (size_t i = 0; i < ready; ++i) {
                 const size_t chosen = ready == count ? i : random() % count;
@@ -358,8 +359,8 @@ TEST_F(WatchTest, ThousandsOfDescriptorsRunExactlyWhenTheyAreReady) {
         close(descriptor);
 }
 
-// Each way to end a watch against a descriptor that becomes ready, whose number serves the next
-// watch at once. The first watches meet a loop that is about to sleep without any.
+// Each way to end a watch, while its descriptor becomes ready and its number is reused for the next
+// watch at once. The first watches are added while a loop without watches falls asleep.
 TEST_F(WatchTest, NothingOfAWatchRunsOnceItIsRemovedHoweverThatMeetsReadiness) {
     const auto living = std::make_shared<int>();
     std::minstd_rand random(4711);
@@ -388,7 +389,7 @@ TEST_F(WatchTest, NothingOfAWatchRunsOnceItIsRemovedHoweverThatMeetsReadiness) {
                 for (int i = 0; i < sent; ++i)
                     ends->send();
             });
-            while (way < 2 && bytes < sent)  // all that is sent arrives, however soon
+            while (way < 2 && bytes < sent)  // all bytes arrive
                 std::this_thread::yield();
             way == 2   ? own->cancelTasksForObject(&object)
             : way == 3 ? own->stop()
@@ -411,7 +412,7 @@ TEST_F(WatchTest, LoopThatHasNothingToDoDoesNotWake) {
         ASSERT_TRUE(loop.start());
         if (watching) watch(ends.ends[0], fail);
         loop.addTimer(makeRunnable(fail), 3600 * 1000, true);
-        const clock_t used = clock();  // of a loop that nobody has posted to yet
+        const clock_t used = clock();  // of a loop to which nothing was posted yet
         SystemUtil::sleep(300);
         EXPECT_LT(clock() - used, CLOCKS_PER_SEC / 30);
         const auto switches = [this] {
@@ -421,8 +422,8 @@ TEST_F(WatchTest, LoopThatHasNothingToDoDoesNotWake) {
         };
         poll();
         const long before = switches();
-        SystemUtil::sleep(1000);             // the time over which the wakes are counted
-        EXPECT_LE(switches() - before, 3L);  // for the question itself
+        SystemUtil::sleep(1000);             // the time in which wake-ups are counted
+        EXPECT_LE(switches() - before, 3L);  // the measurement itself
         loop.stop();
     }
 }

@@ -1,4 +1,4 @@
-// What Android declares in <assert.h> beyond what a desktop's C library does.
+// Declared by Android's <assert.h> only.
 #include_next <assert.h>
 
 [[noreturn]] inline void __assert2(const char* file, int line, const char* function,

@@ -1,4 +1,4 @@
-// A stranger's program: it calls the library, is called by it, and knows the types of its objects.
+// A user's program: it calls the library, is called by it, and identifies the types of its objects.
 #include <nivur/nivur.h>
 
 #include <cstdio>

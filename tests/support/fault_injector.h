@@ -23,15 +23,15 @@
 #include <new>
 #include <type_traits>
 
-/// Makes the platform fail: the one source of a program that includes this defines what it calls
-/// instead of the platform's.
+/// Makes calls of the platform fail. A program includes this in one source only: it defines
+/// functions that the program calls instead of the platform's.
 namespace faults {
 
 inline std::atomic<long> livingBlocks{0};     ///< allocated, not freed; 0 under a sanitizer
 inline std::atomic<long> wallClockOffset{0};  ///< in seconds, for this program only
 
-/// While it lives, so many calls of a function by this thread, or by all, fail with the error
-/// number, or give 0 if that is 0, once some were skipped. There may be one of each kind.
+/// While it exists, makes `count` calls after the first `skipped` fail with `error`, or return 0 if
+/// `error` is 0; of one function, by this thread or by all. There may be one object of each kind.
 template <int kKind>
 class Fault {
   public:
@@ -46,7 +46,7 @@ class Fault {
     Fault& operator=(const Fault&) = delete;
     ~Fault() { _left = 0; }
 
-    static inline std::atomic<int> injected{0};  ///< how many calls have failed so far
+    static inline std::atomic<int> injected{0};  ///< the number of calls that have failed
 
     static int error() { return _error; }
     static bool isDue(const char* name) {
@@ -64,7 +64,7 @@ class Fault {
 };
 
 using Call = Fault<0>;
-using Memory = Fault<1>;  ///< of the name "memory"
+using Memory = Fault<1>;  ///< its function is named "memory"
 
 /// Calls the function that a definition of this program hides: a sanitizer's, or the C library's.
 template <auto kFunction, class... Args>
@@ -73,7 +73,7 @@ auto callHidden(const char* name, Args... args) {
     return hidden(args...);
 }
 
-/// Calls the hidden function, or fails in its place.
+/// Calls the hidden function, or fails instead.
 template <auto kFunction, class... Args>
 auto pass(const char* name, Args... args) {
     using Result = decltype(kFunction(args...));
@@ -132,7 +132,7 @@ int fcntl(int descriptor, int command, ...) {
     return faults::pass<&fcntl>("fcntl", descriptor, command, argument);
 }
 
-// Defines a function that fails when told to; `mark` is what stands behind its parameters.
+// Defines a function that can be made to fail; `mark` is what follows its parameters.
 #define PASS(result, name, mark, parameters, ...)         \
     result name parameters mark {                         \
         return faults::pass<&::name>(#name, __VA_ARGS__); \
@@ -169,8 +169,8 @@ PASS(ssize_t, recvfrom, , (int s, void* d, size_t n, int f, sockaddr* a, socklen
 PASS(char*, if_indextoname, noexcept, (unsigned int i, char* n), i, n)
 #undef PASS
 
-// A sanitizer allocates before this program could stand in for malloc(): there it is operator new
-// that fails, whose blocks the sanitizer then sees as malloc()'s. It looks after leaks itself.
+// A sanitizer allocates before this program could replace malloc(). There operator new fails
+// instead, whose blocks the sanitizer then regards as malloc()'s. The sanitizer finds leaks itself.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 const char* __asan_default_options() {
     return "alloc_dealloc_mismatch=0";

@@ -20,7 +20,7 @@ inline ptrdiff_t openDescriptors() {
 }
 
 inline std::atomic<int> living{0}, runs{0}, events{0};
-inline std::atomic<RunLoop*> called{nullptr};  // by what is deleted: it must not have its lock
+inline std::atomic<RunLoop*> called{nullptr};  // by destructors of tasks: its lock must not be held
 
 struct Counted : BaseBufferParam, ParameterValue, Runnable, EventHandler {
     Counted() { ++living; }
@@ -33,7 +33,8 @@ struct Counted : BaseBufferParam, ParameterValue, Runnable, EventHandler {
     void onEvent(const Event& /*event*/, Parameter* /*parameter*/) override { ++events; }
 };
 
-/// What the faults meet: a running loop and sockets, of which two are connected.
+/// The objects that faults are tested with: a running loop, and sockets, two of which are
+/// connected.
 struct World {
     World() {
         const bool made = loop.start() && udp.create(kLocal, 0) && client.create(kLocal, 0) &&
@@ -47,7 +48,7 @@ struct World {
         if (result) result = other.connect(listener.localAddress());
         return result ? listener.accept(taken) : result;
     }
-    IoResult exchange() {  // the datagrams arrive one by one, whichever way they went
+    IoResult exchange() {  // the datagrams are received one by one
         SocketAddress sender;
         char data[8];
         const IoResult sent = udp.sendDatagrams(udp.localAddress(), "aabbc", 5, 2);
@@ -72,7 +73,7 @@ struct World {
     RunLoop loop{"loop"};
 };
 
-// 1: listed, 0: null, -1: left alone.
+// Returns 1: listed, 0: null, -1: unchanged.
 inline int listInterfaces() {
     ifaddrs none{};
     ifaddrs* list = &none;

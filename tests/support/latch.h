@@ -4,7 +4,7 @@
 #include <condition_variable>
 #include <mutex>
 
-/// Where threads of a test meet: wait() returns once count() was called as often as announced.
+/// A latch for the threads of a test: wait() returns when count() was called as often as announced.
 class Latch {
   public:
     explicit Latch(int expected = 1) : _expected(expected) {}

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-/// Collects the library's log, from any thread, as "LEVEL TEXT" lines while it lives.
+/// Collects the library's log lines, from any thread, as "LEVEL TEXT" while it exists.
 class LogCapture {
   public:
     LogCapture() {
@@ -19,7 +19,7 @@ class LogCapture {
     }
     ~LogCapture() { NIVUR::Log::setCB(nullptr); }
 
-    /// The lines so far, which it then forgets.
+    /// Returns the lines so far and removes them.
     std::vector<std::string> take() {
         const std::lock_guard<std::mutex> lock(mutex());
         return std::exchange(lines(), {});
@@ -40,7 +40,7 @@ class LogCapture {
         std::vsnprintf(text, sizeof(text), fmt, args);
         const std::lock_guard<std::mutex> lock(mutex());
         lines().push_back(std::to_string(level) + " " + text);
-        errno = 0;  // as any sink may change it
+        errno = 0;  // a sink may change it
     }
 };
 
