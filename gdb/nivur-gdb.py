@@ -1,8 +1,8 @@
-"""gdb shows nivur's pointers, buffers, pools, rings, dictionaries, events, sockets and loops by what they hold.
+"""Shows nivur's pointers, buffers, pools, rings, dictionaries, events, sockets and loops by their contents.
 
-gdb loads this by itself with the library. What stands in the standard library's containers is read
-by that library's printers, which gdb loads likewise. Where they or the library's debug information
-are missing, an object is shown by its address.
+gdb loads this file with the library. The standard library's containers are read by that library's
+printers, which gdb loads in the same way. Without these, or without the library's debug information,
+an object is shown by its address.
 """
 
 import ipaddress
@@ -31,7 +31,7 @@ def number(value):
 
 
 def children(value):
-    """What a container or pointer of the standard library holds."""
+    """The elements of a container, or the object of a pointer, of the standard library."""
     printer = gdb.default_visualizer(value)
     if not hasattr(printer, "children"):
         raise gdb.GdbError("the printers of the standard library are missing")
@@ -39,7 +39,7 @@ def children(value):
 
 
 def own_type(pointer):
-    """The name of the type that an object was made as, and the type itself where gdb has it."""
+    """The name of an object's dynamic type, and the type itself if gdb has it."""
     static = pointer.type.target()
     name = None
     try:
@@ -47,12 +47,12 @@ def own_type(pointer):
         symbol = gdb.execute(f"info symbol {int(table)}", to_string=True)
         name = re.match(r"vtable for (.+) \+ \d+ in section", symbol)
         return (name[1], gdb.lookup_type(name[1])) if name else (str(static), static)
-    except gdb.error:  # of a class inside a function, for example
+    except gdb.error:  # for example for a class in a function
         return name[1] if name else str(static), None
 
 
 def posted(task):
-    """The task itself, also where it waits in one that will release its poster."""
+    """The task itself, also if an AwaitedTask wraps it."""
     name, own = own_type(task)
     return held(task.cast(own.pointer())) if name == "NIVUR::AwaitedTask" else task
 
@@ -82,7 +82,7 @@ def in_queue(queue):
 
 
 def in_intake(intake):
-    head = number(intake["_head"])  # the newest task, or a small number that is a mark
+    head = number(intake["_head"])  # the address of the newest task, or a mark, which is a small number
     yield from reversed(list(linked_tasks(task_at(head if head > 2 else 0))))
 
 
@@ -101,7 +101,7 @@ def in_timers(timers):
 
 
 def in_watches(watches):
-    for each in children(watches):  # the pointer to all, which may be null
+    for each in children(watches):  # a pointer to the list, perhaps null
         if int(each) != 0:
             yield from (held(watch) for watch in children(each["_byId"])[1::2])
 
@@ -114,6 +114,15 @@ def tasks(queue):
     """Pointers to the tasks in a queue, in their order."""
     name = str(queue.type.strip_typedefs().unqualified())
     return TASKS.get(name, in_batch if "Batch" in name else in_watches)(queue)
+
+
+class Printer:
+    """The base of printers of one value without children."""
+    def __init__(self, value):
+        self._value = value
+
+    def children(self):
+        return ()
 
 
 class SharedPtrPrinter:
@@ -133,27 +142,27 @@ class SharedPtrPrinter:
             yield "object", self._object.cast(own.pointer()).dereference()
 
 
-class BufferPrinter:
+class BufferPrinter(Printer):
     def __init__(self, value):
-        self._buffer = value
+        super().__init__(value)
         self._used = int(value["_usedSize"])
         self._data = value["_data"]
 
     def to_string(self):
-        state = int(self._buffer["_state"])
+        state = int(self._value["_state"])
         text = f"Buffer, {BUFFER_STATES.get(state, state)}"
         if int(self._data) == 0:
             return text
         guard = memory(int(self._data) + self._used, 4).hex()
         intact = guard in ("dbbaad0b", "0badbadb")  # in either order of bytes
-        return (f"{text}, {self._used} of {self._buffer['_capacity']} bytes, "
+        return (f"{text}, {self._used} of {self._value['_capacity']} bytes, "
                 + ("guard intact" if intact else f"guard overwritten: {guard}"))
 
     def children(self):
         if self._used != 0:
             yield "data", self._data.dereference().cast(
                 self._data.type.target().array(self._used - 1))
-        values = self._buffer["_parameter"]["_entries"]
+        values = self._value["_parameter"]["_entries"]
         if children(values):
             yield "parameter", values
 
@@ -169,10 +178,10 @@ def in_blocks(block):
 class DictionaryPrinter:
     def __init__(self, value):
         self._entries = []  # keys and values in turn
-        first = children(value["_blocks"])  # the pointer to it, perhaps null
+        first = children(value["_blocks"])  # a pointer to it, perhaps null
         entries = in_blocks(first[0]) if first else []
         for entry in sorted(entries, key=lambda entry: int(entry["value"]["_M_index"])):
-            held = gdb.default_visualizer(entry["value"]).contained_value  # the printer's of variants
+            held = gdb.default_visualizer(entry["value"]).contained_value  # from the printer of variants
             self._entries += [entry["key"], held]
 
     def to_string(self):
@@ -222,28 +231,19 @@ class BufferPoolPrinter:
             yield str(i), f"{len(buffers)} buffers of {each['_bufferSize']} bytes, free: {free}"
 
 
-class RingBufferPrinter:
-    def __init__(self, value):
-        self._ring = value
-
+class RingBufferPrinter(Printer):
     def to_string(self):
-        written, read = (number(self._ring[side]["total"]) for side in ("_writer", "_reader"))
+        written, read = (number(self._value[side]["total"]) for side in ("_writer", "_reader"))
         stored = (written - read) % 2**32
-        return f"RingBuffer {self._ring['_name']}, {stored} of {self._ring['_size']} bytes"
-
-    def children(self):
-        return ()
+        return f"RingBuffer {self._value['_name']}, {stored} of {self._value['_size']} bytes"
 
 
-class EventPrinter:
-    def __init__(self, value):
-        self._event = value
-
+class EventPrinter(Printer):
     def to_string(self):
-        return f"Event {self._event['_id']}"
+        return f"Event {self._value['_id']}"
 
     def children(self):
-        values = self._event["_parameter"]["_entries"]
+        values = self._value["_parameter"]["_entries"]
         if children(values):
             yield "parameter", values
 
@@ -263,41 +263,30 @@ class EventCenterPrinter:
                 yield f"{name}[{i}]", f"{own_type(handler)[0]} at {int(handler):#x}"
 
 
-class SocketAddressPrinter:
-    def __init__(self, value):
-        self._bytes = memory(value["_bytes"].address, 28)
-
+class SocketAddressPrinter(Printer):
     def to_string(self):
-        family, = struct.unpack_from("=H", self._bytes)
-        port, = struct.unpack_from(">H", self._bytes, 2)
+        data = memory(self._value["_bytes"].address, 28)
+        family, = struct.unpack_from("=H", data)
+        port, = struct.unpack_from(">H", data, 2)
         if family == 2:
-            return f"{ipaddress.IPv4Address(self._bytes[4:8])}:{port}"
+            return f"{ipaddress.IPv4Address(data[4:8])}:{port}"
         if family == 10:
-            scope, = struct.unpack_from("=I", self._bytes, 24)
-            return f"[{ipaddress.IPv6Address(self._bytes[8:24])}{f'%{scope}' if scope else ''}]:{port}"
+            scope, = struct.unpack_from("=I", data, 24)
+            return f"[{ipaddress.IPv6Address(data[8:24])}{f'%{scope}' if scope else ''}]:{port}"
         return "no address"
 
-    def children(self):
-        return ()
 
-
-class SocketPrinter:
-    def __init__(self, value):
-        self._socket = value
-
+class SocketPrinter(Printer):
     def to_string(self):
-        name = str(self._socket.type.strip_typedefs().unqualified())[len("NIVUR::"):]
-        descriptor = int(self._socket["_socket"])
+        name = str(self._value.type.strip_typedefs().unqualified())[len("NIVUR::"):]
+        descriptor = int(self._value["_socket"])
         if descriptor < 0:
             return f"{name}, not created"
-        return f"{name}, descriptor {descriptor}, {'IPv6' if self._socket['_isIPv6'] else 'IPv4'}"
-
-    def children(self):
-        return ()
+        return f"{name}, descriptor {descriptor}, {'IPv6' if self._value['_isIPv6'] else 'IPv4'}"
 
 
 class Shown:
-    """What a printer found when it was asked for all of it, or the address of an object that it cannot read."""
+    """The complete output of a printer, or the address of an object that the printer cannot read."""
 
     def __init__(self, printer, value):
         try:
