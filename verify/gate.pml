@@ -1,37 +1,38 @@
 /*
- * A model of src/private/gate.h and of how a loop serves it (src/private/run_loop_state.cpp): two
- * threads cancel the tasks of an object while the loop runs some of them, which may post a successor
- * to themselves, and at last sleeps or ends.
+ * A model of src/private/gate.h and of how a loop serves it (src/private/run_loop_state.cpp). Two
+ * threads cancel the tasks of an object while the loop runs some of them. A task may post a successor
+ * to the same loop. At the end the loop sleeps or ends.
  *
  *     spin -a gate.pml && cc -O2 -DSAFETY -o pan pan.c && ./pan -m100000
  *
- * wants "errors: 0": every cancel returns, and waits for one task at most; when it has returned, nothing
- * of the object runs, waits to be deleted or starts later. Each rule can be taken away with -DWITHOUT_RULE and then an error must be found:
+ * must report "errors: 0": every cancel returns, and waits for at most one task; after it has returned,
+ * no task of the object runs, waits to be deleted, or starts. With -DWITHOUT_RULE (spin -DWITHOUT_RULE
+ * -a ...) a rule is left out, and an error must be found:
  *
- *   CLOSE         a pass closes the gate in the step in which it takes a task
- *   SERVE_PASS    a pass lets through who waits
- *   SERVE_SLEEP   so does the loop before it sleeps
- *   SERVE_EXIT    and when it ends
+ *   CLOSE         a pass closes the gate in the same step in which it takes a task
+ *   SERVE_PASS    each pass serves the waiters
+ *   SERVE_SLEEP   the loop serves the waiters before it sleeps
+ *   SERVE_EXIT    the loop serves the waiters when it ends
  *   OPEN_SLEEP    the gate is open while the loop sleeps
- *   OPEN_EXIT     and when it has ended
- *   DROP_AT_GATE  what was added while the caller waited is dropped for it
- *   DELETE_FIRST  what ran is deleted before anybody is let through
- *   NOTE_LOCKED   a caller looks at the gate and joins the waiters in the step in which it drops
+ *   OPEN_EXIT     the gate is open after the loop has ended
+ *   DROP_AT_GATE  for each waiter, the tasks that were added while it waited are dropped
+ *   DELETE_FIRST  a task that ran is deleted before waiters are served
+ *   NOTE_LOCKED   a caller checks the gate and joins the waiters in the same step in which it drops tasks
  *
- * What the queue lock guards is one step; the memory order is not modelled.
+ * Code under the queue lock is one step. Memory ordering is not modelled.
  */
 
 #define CALLERS 2
 
 bool closed;
-bool waits[CALLERS], passed[CALLERS];  /* the notes at the gate, and the signals */
+bool waits[CALLERS], passed[CALLERS];  /* the waiters at the gate, and their signals */
 byte queued = 1;                       /* tasks of the object */
-bool running, existing;                /* one of them runs, and is not deleted */
-byte successors = 2;                   /* which the tasks may still post */
-byte returned;                         /* cancels that have */
+bool running, existing;                /* a task runs; a task that was taken is not yet deleted */
+byte successors = 2;                   /* that the tasks may still post */
+byte returned;                         /* the number of cancels that have returned */
 bool asleep, ended;
 
-/* In one step with what follows it: gives the notes that are there. */
+/* Part of an atomic step: returns the waiters. */
 inline letThrough(notes) {
     notes = (waits[0] -> 1 : 0) + (waits[1] -> 2 : 0);
 #ifndef WITHOUT_DROP_AT_GATE
@@ -64,7 +65,7 @@ active proctype Loop() {
 #ifndef WITHOUT_SERVE_PASS
             letThrough(notes);
 #endif
-            assert(!waits[0] && !waits[1]);  /* nobody waits for more than one task */
+            assert(!waits[0] && !waits[1]);  /* no caller waits for more than one task */
             take = queued > 0;
             queued = queued - take;
             existing = take;
@@ -93,7 +94,7 @@ active proctype Loop() {
             existing = false
         :: else
         fi
-    :: atomic { true ->  /* it sleeps */
+    :: atomic { true ->  /* the loop sleeps */
 #ifndef WITHOUT_SERVE_SLEEP
             letThrough(notes);
 #endif

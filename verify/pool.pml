@@ -1,27 +1,27 @@
 /*
- * A model of src/private/free_set.h and of how a list and its buffers end (src/buffer.cpp,
- * src/buffer_list.cpp). Threads take buffers and give them back, while the list may be destroyed
- * with buffers out. Two words of one index each show all that several indexes could.
+ * A model of src/private/free_set.h and of the destruction of a list and its buffers (src/buffer.cpp,
+ * src/buffer_list.cpp). Threads take and return buffers, while the list may be destroyed with buffers
+ * out. Two words with one index each are sufficient: more indexes in a word behave in the same way.
  *
  *     spin -a pool.pml && cc -O2 -DSAFETY -DCOLLAPSE -o pan pan.c && ./pan -m100000
  *
- * wants "errors: 0", after some 25 s and with 860 MB. Each rule can be taken away with -DBREAK_n (spin -DBREAK_n -a ...) and
- * then an error must be found:
+ * must report "errors: 0", after about 25 s and with 860 MB. With -DBREAK_n (spin -DBREAK_n -a ...) a
+ * rule is left out, and an error must be found:
  *
  *   1  take() tests and clears the bit in one step
- *   2  giveBack() sets the bit and learns whether the list is there in one step
- *   3  close() marks the word and learns what is free in one step
- *   4  giveBack() sets no bit in a word that has no hint
+ *   2  giveBack() sets the bit and reads whether the list exists in one step
+ *   3  close() marks the word and reads what is free in one step
+ *   4  giveBack() does not set a bit in a word without a hint
  *   5  clearHint() clears the hint before it marks the word
  *   6  clearHint() sets the hint again if the word has changed
- *   7  setHint() takes the mark away before it sets the hint
- *   8  giveBack() touches nothing after the bit is set
- *   9  the last buffer or the list, whichever is last, frees what they share
- *  10  take() looks at every word before it says that none is free
- *  11  a buffer that finds no list gets the guard back that its holder left
- *  12  a buffer is reset before the bit is set
+ *   7  setHint() removes the mark before it sets the hint
+ *   8  giveBack() uses nothing after the bit is set
+ *   9  the last of the list and its buffers frees what they share
+ *  10  take() checks every word before it returns that none is free
+ *  11  a buffer without a list gets back the guard that its holder left
+ *  12  a buffer is reset before its bit is set
  *
- * The memory order is not modelled: every step is seen by all at once.
+ * Memory ordering is not modelled: all threads see each step at once.
  */
 
 #define WORDS 2
@@ -34,16 +34,16 @@
 byte word[WORDS];
 bool hint[WORDS];
 
-/* Of each buffer. */
+/* For each buffer. */
 byte holder[WORDS];  /* its thread, or 0 */
 bool deleted[WORDS];
 bool intact[WORDS];  /* the guard */
 
-byte shares = WORDS + 1;      /* who keeps the words and hints alive: the buffers and the list */
+byte shares = WORDS + 1;      /* references to the words and hints: the buffers and the list */
 byte takersLeft = THREADS;
 byte busy;                    /* operations under way */
 bool closing;
-bool freeThroughout[THREADS * WORDS]; /* since a thread's take() began */
+bool freeThroughout[THREADS * WORDS]; /* since the thread's take() began */
 
 #define through(thread, n) freeThroughout[((thread) - 1) * WORDS + (n)]
 #define alive() assert(shares > 0)
@@ -175,7 +175,7 @@ inline setHint(n) {
 #endif
 }
 
-/* Ends one use of the buffer that is held: true in `gone` if there is no list any more. */
+/* Returns the buffer of the calling thread; `gone` is then true if the list was destroyed. */
 inline giveBack(n) {
     atomic { alive(); now = word[n] };
     do

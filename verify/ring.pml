@@ -1,24 +1,24 @@
 /*
  * A model of src/ring_buffer.cpp. Two producers and two consumers pass blocks of one or two bytes
- * through a ring of two, one thread resets it and one asks how much is stored. A byte is the number
- * of its place in the stream. The totals wrap on the way.
+ * through a ring of two bytes, one thread resets it, and one asks how many bytes are stored. The value
+ * of a byte is its position in the stream. The totals wrap.
  *
  *     spin -a ring.pml && cc -O2 -DSAFETY -DCOLLAPSE -o pan pan.c && ./pan -m100000
  *
- * wants "errors: 0". Each rule can be taken away with -DBREAK_n (spin -DBREAK_n -a ...) and then
- * an error must be found:
+ * must report "errors: 0". With -DBREAK_n (spin -DBREAK_n -a ...) a rule is left out, and an error must
+ * be found:
  *
  *   1  producers exclude each other
  *   2  consumers exclude each other
  *   3  a producer adds to its total after it has copied
  *   4  a consumer adds to its total after it has copied
- *   5  a limit that does not suffice is read anew
+ *   5  a limit that does not suffice is computed again
  *   6  reset() excludes producers
  *   7  reset() excludes consumers
- *   8  reset() moves the consumers' limit along with their total
- *   9  getUnreadSize() looks whether the consumers' total has changed meanwhile
+ *   8  reset() sets the consumers' limit together with their total
+ *   9  getUnreadSize() checks whether the consumers' total has changed meanwhile
  *
- * The memory order is not modelled: every step is seen by all at once.
+ * Memory ordering is not modelled: all threads see each step at once.
  */
 
 #define SIZE 2
@@ -26,14 +26,14 @@
 #define WRITER 0
 #define READER 1
 
-byte cell[SIZE]; /* the number of the byte that is there and 1, or 0 once zeroed */
+byte cell[SIZE]; /* the position of the byte plus 1, or 0 after a reset */
 bool locked[2];
 byte position[2];
 byte limit[2] = MODULUS - 1;
 byte total[2] = MODULUS - 1;
 
-byte passed = MODULUS - 1; /* what the producers' total must come to */
-byte numbers;              /* a bit for each number of stored bytes since getUnreadSize() began */
+byte passed = MODULUS - 1; /* the expected total of the producers */
+byte numbers;              /* a bit for each number of bytes that were stored since getUnreadSize() began */
 
 #define difference(a, b) (((a) + MODULUS - (b)) % MODULUS)
 #define stored() difference(total[WRITER], total[READER])
@@ -49,7 +49,7 @@ inline setTotal(side, value) {
     }
 }
 
-/* Sets `granted` if so many bytes are free, or stored. */
+/* Sets `granted` if `length` bytes are free, or stored. */
 inline mayPass(side, ahead) {
     if
     :: side == WRITER -> fits = (length <= SIZE - stored())
@@ -63,7 +63,7 @@ inline mayPass(side, ahead) {
     fi;
 #endif
     granted = (length <= difference(limit[side], total[side]));
-    assert(granted || !fits) /* what fits at the beginning is not refused */
+    assert(granted || !fits) /* a block that fits at the beginning is not refused */
 }
 
 proctype Producer() {

@@ -1,31 +1,32 @@
 /*
  * A model of how a run loop sleeps, wakes, stops and starts (src/private/intake.h,
  * src/private/run_loop_state.cpp, src/run_loop.cpp). Two threads post, one of them with high
- * priority; one adds the first watch, whose descriptor becomes ready at any time. An owner starts
- * the loop and ends it as soon as all that has run; or it stops, restarts and ends it while a
- * second controller stops it too.
+ * priority. One thread adds the first watch, whose descriptor may become ready at any time. An owner
+ * starts the loop and destroys it as soon as everything has run; or it stops, restarts and destroys it
+ * while a second thread stops it, too.
  *
  *     spin -a run_loop.pml && cc -O2 -DSAFETY -o pan pan.c && ./pan -m100000
  *
- * wants "errors: 0": no deadlock, which is where a lost wake-up ends; each task runs, is dropped or
- * is refused, once; no signal is left over; nobody touches the loop after its end. Each rule can be
- * taken away with -DWITHOUT_RULE (spin -DWITHOUT_RULE -a ...) and then an error must be found:
+ * must report "errors: 0": there is no deadlock, which a lost wake-up would cause; each task runs, is
+ * dropped or is refused, exactly once; no signal is left over; no thread uses the loop after its
+ * destruction. With -DWITHOUT_RULE (spin -DWITHOUT_RULE -a ...) a rule is left out, and an error must be
+ * found:
  *
- *   DEBT_WAIT     who finds its mark gone takes the owed signal before it does anything else
- *   LOOK          the loop looks for work after it has set the mark
- *   PLACE_LOOK    and whether the place where it will sleep is still the right one
- *   PLACE_FIRST   the place is written down before the mark is set
- *   URGENT_WAKES  a high-priority post takes the mark
- *   WATCH_WAKES   so does the first watch
- *   MARK_ONCE     only who takes the mark signals
+ *   DEBT_WAIT     if its mark was removed, the loop first takes the signal that is owed to it
+ *   LOOK          the loop reads its queues after it has set the mark
+ *   PLACE_LOOK    it then also checks whether the place where it will sleep is still right
+ *   PLACE_FIRST   it stores that place before it sets the mark
+ *   URGENT_WAKES  a high-priority post removes the mark
+ *   WATCH_WAKES   adding the first watch removes the mark
+ *   MARK_ONCE     only the thread that removes the mark signals
  *   STOP_SIGNALS  stop() signals if it has replaced the mark
- *   CLOSE_LOCKED  the flag is set and the intake closed under the lock
- *   CHECKED_OPEN  the intake is opened only for a loop that runs and is not stopping
- *   DROP_AT_EXIT  the loop's thread drops what is left when it ends
- *   HANDS_OFF     a poster that owes no signal touches the loop no more
+ *   CLOSE_LOCKED  stop() sets the flag and closes the intake under one lock
+ *   CHECKED_OPEN  the intake is opened only if the loop runs and is not stopping
+ *   DROP_AT_EXIT  the loop's thread drops remaining tasks when it ends
+ *   HANDS_OFF     a poster that owes no signal does not use the loop any more
  *
- * The memory order is not modelled: every step is seen by all at once. What the queue lock alone
- * guards is one step where it meets no more than one thing that others change without it.
+ * Memory ordering is not modelled: all threads see each step at once. Code under the queue lock is one
+ * step if it uses at most one thing that other threads change without the lock.
  */
 
 #define EMPTY  0
@@ -40,11 +41,11 @@ byte semaphore, eventfd;              /* signals not taken */
 bool hasPoller, watched, ready;       /* the first watch, and its descriptor */
 bool placeIsPoller;                   /* where the loop sleeps */
 bool started, stopping, destroyed;
-byte runs, ended;                     /* threads that were started, and that have ended */
+byte runs, ended;                     /* threads that were started, and threads that have ended */
 byte ran, dropped, refused;
 bool watchRan;
-byte timeouts;                        /* sleeps that end by themselves, as for a timer */
-byte callers = 3;                     /* whose calls have not returned */
+byte timeouts;                        /* sleeps that end by themselves, for example for a timer */
+byte callers = 3;                     /* threads whose calls have not returned */
 bool controllerDone;
 
 inline touch() { assert(!destroyed) }
@@ -63,7 +64,7 @@ inline signal() {
     }
 }
 
-/* Takes the mark if it is there. */
+/* Removes the mark if it is set. */
 inline takeMark(taken) {
     touch();
     if
@@ -251,7 +252,7 @@ again:
     }
     if
     :: before == ASLEEP -> signal()
-    :: before == CLOSED ->  /* perhaps the loop's thread has not come to opening it */
+    :: before == CLOSED ->  /* perhaps the loop's thread has not opened it yet */
         if
         :: started && !stopping -> open(); goto again
         :: else -> refused = refused | NORMAL
@@ -301,7 +302,7 @@ proctype Watcher() {
     :: else
     fi;
     callers--;
-    ready = true  /* by the peer, at any time */
+    ready = true  /* the peer writes, at any time */
 }
 
 proctype Controller() {
@@ -323,7 +324,7 @@ init {
         fi
     }
     if
-    :: true ->  /* some of the calls may not have returned when all has run */
+    :: true ->  /* some calls may not have returned when everything has run */
        ran == (NORMAL | URGENT) && watchRan == withWatch
     :: true ->
        run Controller();
