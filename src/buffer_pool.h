@@ -35,9 +35,9 @@ class NIVUR_EXPORT BufferPool : public NoCopyable {
     virtual ~BufferPool();
 
     /// Returns a buffer of at least `size` bytes: a free one of the smallest list whose buffers are
-    /// large enough and that has one, otherwise the result of getBuffer(). getBuffer() takes
-    /// ownership of `param`. A list's buffer, which has an owner(), does not: `param` then stays
-    /// the caller's, and parameter() still holds what the last holder stored.
+    /// large enough and that has one, otherwise the result of getBuffer(). Only getBuffer() takes
+    /// ownership of `param`. With a list's buffer, which has an owner(), `param` stays the
+    /// caller's, and parameter() still holds what the last holder stored.
     SharedPtr<Buffer> getPoolBuffer(unsigned int size, BaseBufferParam* param);
 
     /// Returns a new buffer of exactly `size` bytes without an owner, which is deleted at its last

@@ -35,7 +35,7 @@ class NIVUR_EXPORT EventCenter : public NoCopyable {
     virtual ~EventCenter();
 
     /// Appends the handler to those of the name; registering it twice has no effect. A dispatch of
-    /// the name that is under way calls it too, even if the dispatch itself makes this call. If
+    /// the name that is under way calls it too, even if one of its handlers makes this call. If
     /// memory is exhausted, std::bad_alloc is thrown and nothing is added.
     /// REQUIRES: handler is not null.
     void registerEventHandler(const std::string& name, EventHandler* handler);

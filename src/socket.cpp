@@ -18,6 +18,9 @@ Socket::Socket(int socket) : _socket(socket < 0 ? -1 : socket), _isIPv6(platform
 Socket::Socket(const Socket& other)
     : _socket(platform::duplicate(other._socket)), _isIPv6(other._isIPv6) {}
 
+// Assignments and the destructor close the descriptor alone: they call Socket::close(), not the
+// overriding close() of a derived class, which resets more.
+
 Socket& Socket::operator=(const Socket& other) {
     if (this != &other) {
         Socket::close();
@@ -100,7 +103,7 @@ IoResult Socket::createBound(const SocketAddress& local, bool reuse, bool tcp) {
         errno = EEXIST;
         return platform::failure();
     }
-    platform::Descriptor socket(platform::open(local, tcp));
+    platform::Descriptor socket(platform::open(local, tcp));  // closed unless all succeeds
     if (socket.get() == -1 ||
         (reuse && platform::setOption(socket.get(), platform::Option::REUSE, 1) == -1) ||
         platform::bind(socket.get(), local) == -1) {

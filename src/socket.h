@@ -81,9 +81,9 @@ class NIVUR_EXPORT Socket {
     /// Makes calls block (the default) or not. Returns 0, or -1 on failure.
     int setBlocking(bool blocking);
 
-    /// Allows other sockets to bind the local address soon after use, or not. Returns 0, or -1 on
-    /// failure. It affects later binds only, and create() binds: use the `reuse` parameter of
-    /// create() instead.
+    /// Allows to bind a local address that was used shortly before, or not. Returns 0, or -1 on
+    /// failure. It affects later binds only, and create() has already bound the socket: use the
+    /// `reuse` parameter of create() instead.
     int setReuse(bool reuse);
 
     /// Asks for send and receive buffers of `length` bytes each. Returns 0, or -1 on failure; also

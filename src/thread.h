@@ -35,12 +35,12 @@ class NIVUR_EXPORT Thread : public NoCopyable {
     Thread();
     virtual ~Thread();
 
-    /// Starts a thread that runs `runnable`, owns it, and deletes it on the new thread when it has
-    /// run. Returns true when the thread runs with its id, name (of which the system shows 15
-    /// bytes) and priority in place. Returns false, with a log line and `runnable` deleted, if a
-    /// thread runs already or none can be made. If the platform refuses the priority, the thread
-    /// runs without it, with a log line. If memory is exhausted, `runnable` is deleted and
-    /// std::bad_alloc is thrown.
+    /// Starts a thread that runs `runnable`. The Thread owns `runnable`, and deletes it on the new
+    /// thread when it has run. Returns true when the thread runs, with its id, name (of which the
+    /// system shows 15 bytes) and priority in place. Returns false, with a log line and `runnable`
+    /// deleted, if a thread runs already or none can be made. If the platform refuses the priority,
+    /// the thread runs without it, with a log line. If memory is exhausted, `runnable` is deleted
+    /// and std::bad_alloc is thrown.
     ///
     /// What the caller did before start() is visible to the task.
     /// REQUIRES: runnable is not null.

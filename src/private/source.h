@@ -16,8 +16,8 @@
 
 namespace NIVUR {
 
-/// A timer or a watch: it may be registered, in the batch of a pass, and running, all at once. Each
-/// of these holds it, and it is deleted when none does. Guarded by the queue lock.
+/// A timer or a watch. It may be registered, in the batch of a pass, and running, all at the same
+/// time. Each of these holds it, and it is deleted when none does. Guarded by the queue lock.
 class Source : public Runnable, public NoCopyable {
   public:
     void run() override {
