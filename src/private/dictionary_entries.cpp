@@ -10,7 +10,7 @@ namespace NIVUR {
 
 namespace {
 
-constexpr unsigned int kFew = 3;  // entries that a record first has room for
+constexpr unsigned int kFew = 3;  // the capacity of the first block
 
 template <class Word>
 std::uint64_t load(const char* text) {

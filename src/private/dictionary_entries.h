@@ -30,7 +30,8 @@ namespace NIVUR {
 //
 //   _blocks -> | ..."f" | -> | "g"... | -> | "q"... |     _index: "g" -> 2nd, "q" -> 3rd
 //
-// Every operation on a key takes logarithmic time, for any keys in any order.
+// Every operation on a key takes logarithmic time, for any keys in any order. Listing 10 keys takes
+// 13 ns, where a std::map takes 26 ns (docs/performance.md, "allKeys, 10 keys").
 
 /// A key and its value.
 struct Dictionary::Entry {
@@ -87,7 +88,7 @@ class Dictionary::Block {
     /// Moves the entries from `position` on to `upper`, which is empty and has room for them.
     void split(unsigned int position, Block& upper) noexcept;
 
-    /// The block with the next greater keys; in deleteAll(), any other one.
+    /// The block with the next greater keys. deleteAll() links other blocks by it, too.
     alignas(Entry) Block* _next = nullptr;
 
     // Of the whole record; used in its first block only.
@@ -111,7 +112,7 @@ class Dictionary::Block {
 };
 
 /// The operations on the entries of a record. They throw std::bad_alloc only; put() then leaves the
-/// entries as they were.
+/// entries unchanged.
 class Dictionary::Entries {
   public:
     class Walk;
@@ -121,11 +122,11 @@ class Dictionary::Entries {
     /// The entry of a key; null if there is none.
     static const Entry* find(const Dictionary& record, std::string_view key);
 
-    /// A copy of the key's value; if it is of another type or absent, an empty one.
+    /// Returns a copy of the key's value; an empty value if it is of another type or absent.
     template <class Value>
     static Value get(const Dictionary& record, std::string_view key);
 
-    /// Stores a value in place of the one that the key held. The result is valid until the next
+    /// Stores a value and replaces the one that the key held. The result is valid until the next
     /// change of the record.
     template <class Value>
     Value& put(std::string_view key, Value value);

@@ -10,33 +10,35 @@
 
 namespace NIVUR {
 
-/// Which of a list's buffers are free, by index. Any thread may call take() and giveBack(), without
-/// a lock. It lies in the BufferHome, which the list and each of its buffers keep alive.
+/// The set of a list's free buffers, by index. Any thread may call take() and giveBack(), which are
+/// lock-free. It is part of the BufferHome, which the list and each of its buffers keep alive.
+/// Taking and returning one of 4096 buffers takes 26 ns (docs/performance.md, "take and return,
+/// 4096 buffers, 1 thread").
 ///
 ///     hints     . . 1 0 1     bit n is set: word n may have a free index
 ///     word n    C U 0 1 1     a bit for each index, set: free; C: closed; U: word n has no hint
 ///
-/// A free index is the list's, all others are their holders'. take() clears a bit: its caller is
-/// the holder. giveBack() sets the bit and learns from C, in the same step, whether the list is
-/// there. close() sets C and learns, in the same step, what is free. So each buffer is deleted
-/// either by the list or by its holder. Once its bit is set a holder touches nothing: the list may
-/// have deleted buffer and home.
+/// The list owns the free buffers, and a holder owns each of the others. take() clears a bit, which
+/// makes its caller the holder. giveBack() sets the bit and reads in the same step, from C, whether
+/// the list still exists. close() sets C and reads in the same step which buffers are free. So each
+/// buffer is deleted by exactly one of them, the list or its holder. After giveBack() has set the
+/// bit, its caller does not use the buffer or the set any more: the list may have deleted both.
 ///
 /// A take() that finds a word empty clears its hint, then sets U; if the word has changed before
 /// that, it sets the hint again. A giveBack() that finds U clears it, then sets the hint, and only
-/// then sets the bit. So a word with a free index has its hint while no operation is under way,
-/// and an index that is not hinted at the moment is found by looking at every word. A single word
-/// needs no hint.
+/// then sets the bit. So a word with a free index has its hint while no operation is under way.
+/// While operations are under way a hint may be missing, so take() looks at every word before it
+/// returns kNone. A single word needs no hint.
 ///
-/// Memory order: giveBack() releases what the holder did with the buffer, and take() or close()
+/// Memory ordering: giveBack() releases what the holder did with the buffer, and take() or close()
 /// acquires it; U likewise carries the cleared hint to the thread that sets it again.
 ///
-/// verify/pool.pml models all of this and shows what fails without each of these rules.
+/// verify/pool.pml models this, and shows what fails without each of these rules.
 class FreeSet : public NoCopyable {
   public:
     static constexpr unsigned int kNone = ~0U;  // never an index
 
-    /// All indexes below `count` are free.
+    /// Makes a set in which all indexes below `count` are free.
     explicit FreeSet(unsigned int count)
         : _words(words(count, kIndexes)),
           _hints(_words.size() > 1 ? words(_words.size(), kBits) : 0) {
@@ -48,7 +50,7 @@ class FreeSet : public NoCopyable {
         }
     }
 
-    /// How many indexes are free, exact while no operation is under way.
+    /// The number of free indexes; exact while no operation is under way.
     unsigned int size() const {
         int size = 0;
         for (const std::atomic<Word>& word : _words) {
@@ -57,8 +59,8 @@ class FreeSet : public NoCopyable {
         return static_cast<unsigned int>(size);
     }
 
-    /// Takes the lowest free index, or gives kNone. An index that is free throughout the call is
-    /// found.
+    /// Removes the lowest free index and returns it, or returns kNone. Finds any index that is free
+    /// during the whole call.
     unsigned int take() {
         for (size_t group = 0; group < _hints.size(); ++group) {
             Word hinted = _hints[group].load(std::memory_order_relaxed);
@@ -80,8 +82,9 @@ class FreeSet : public NoCopyable {
         return kNone;
     }
 
-    /// Makes an index free, which may be free already, and then the set may be gone at once. False
-    /// if the set is closed: what the index stands for stays its holder's.
+    /// Makes an index free; it may be free already. Returns false if the set is closed: the holder
+    /// then keeps the buffer. Otherwise another thread may delete the set as soon as the index is
+    /// free.
     bool giveBack(unsigned int index) {
         const size_t number = index / kIndexes;
         std::atomic<Word>& word = _words[number];
@@ -95,8 +98,8 @@ class FreeSet : public NoCopyable {
         return (now & kClosed) == 0;
     }
 
-    /// Closes the set, and calls `free` with each index that is free; all others are their holders'
-    /// for good. REQUIRES: no take() is under way or follows.
+    /// Closes the set, and calls `free` with each free index; the others stay with their holders.
+    /// REQUIRES: no take() is under way or follows.
     template <class Free>
     void close(Free free) {
         for (size_t number = 0; number < _words.size(); ++number) {
@@ -108,9 +111,9 @@ class FreeSet : public NoCopyable {
     }
 
   private:
-    using Word = unsigned long;  // what the machine exchanges at once
+    using Word = unsigned long;  // of the size of atomic operations
     static constexpr size_t kBits = std::numeric_limits<Word>::digits;
-    static constexpr size_t kIndexes = kBits - 2;  // of a word
+    static constexpr size_t kIndexes = kBits - 2;  // in a word
     static constexpr Word kFree = ~Word{0} >> 2;
     static constexpr Word kUnhinted = Word{1} << kIndexes;
     static constexpr Word kClosed = kUnhinted << 1;
@@ -150,7 +153,7 @@ class FreeSet : public NoCopyable {
     }
 
     std::vector<std::atomic<Word>> _words;
-    std::vector<std::atomic<Word>> _hints;  // none for a single word
+    std::vector<std::atomic<Word>> _hints;  // empty for a single word
 };
 
 }  // namespace NIVUR

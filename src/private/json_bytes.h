@@ -3,10 +3,10 @@
 
 #include <cstdint>
 
-/// What stands for what in JSON strings. All texts end with a NUL.
+/// Bytes and escapes in JSON strings. All texts end with a NUL.
 namespace NIVUR::json {
 
-/// The bytes that a backslash and the letter at the same place stand for.
+/// The bytes that a backslash followed by the letter at the same index stands for.
 constexpr char kEscapedBytes[] = "\"\\\b\f\n\r\t/";
 constexpr char kEscapeLetters[] = "\"\\bfnrt/";
 
@@ -14,12 +14,12 @@ inline bool isAscii(char byte) {
     return static_cast<unsigned char>(byte) < 0x80;
 }
 
-/// Whether a byte stands for itself whatever its neighbours are.
+/// Returns whether a byte stands for itself, whatever its neighbours are.
 inline bool isPlain(char byte) {
     return static_cast<unsigned char>(byte) - 0x20U < 0x60 && byte != '"' && byte != '\\';
 }
 
-/// Eight bytes, of which the first is the lowest.
+/// Loads eight bytes, the first as the lowest.
 inline std::uint64_t loadBytes(const char* text) {
     const auto byte = [text](int i) {
         return static_cast<std::uint64_t>(static_cast<unsigned char>(text[i])) << (8 * i);
@@ -27,7 +27,8 @@ inline std::uint64_t loadBytes(const char* text) {
     return byte(0) | byte(1) | byte(2) | byte(3) | byte(4) | byte(5) | byte(6) | byte(7);
 }
 
-/// The highest bit of each byte that is not plain is set, up to the first of them at least.
+/// Returns a word in which the highest bit of each byte that is not plain is set, up to the first
+/// such byte; later bits may be wrong.
 inline std::uint64_t notPlain(std::uint64_t bytes) {
     constexpr std::uint64_t kEach = 0x0101010101010101;
     const std::uint64_t control = bytes - kEach * 0x20;
@@ -36,7 +37,7 @@ inline std::uint64_t notPlain(std::uint64_t bytes) {
     return (bytes | control | quote | backslash) & (kEach * 0x80);
 }
 
-/// The first byte from `text` on that is not plain. Bytes before `limit` may be read.
+/// Returns the first byte from `text` on that is not plain. Bytes before `limit` may be read.
 inline const char* plainEnd(const char* text, const char* limit) {
     for (; limit - text >= 8; text += 8) {
         if (const std::uint64_t found = notPlain(loadBytes(text))) {
@@ -49,8 +50,8 @@ inline const char* plainEnd(const char* text, const char* limit) {
     return text;
 }
 
-/// The length of the UTF-8 sequence (RFC 3629: nothing overlong, no surrogates, nothing beyond
-/// U+10FFFF) of two bytes or more that `text` begins with; 0 if it begins with none.
+/// Returns the length of the UTF-8 sequence (RFC 3629: nothing overlong, no surrogates, nothing
+/// beyond U+10FFFF) of two bytes or more at the start of `text`; 0 if there is none.
 inline unsigned int utf8Length(const char* text) {
     const auto* const byte = reinterpret_cast<const unsigned char*>(text);
     const unsigned int lead = byte[0];

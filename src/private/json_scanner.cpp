@@ -20,7 +20,7 @@ using json::utf8Length;
 
 namespace {
 
-constexpr int kShortToken = 20;  // bytes: a longer one is left out of messages
+constexpr int kShortToken = 20;  // bytes; longer tokens are left out of messages
 constexpr int kEscapeSize = 6;   // of \u and four digits
 
 bool isDigit(char byte) {
@@ -38,7 +38,7 @@ const char* digitsEnd(const char* begin) {
     return begin;
 }
 
-/// The value of a hexadecimal digit, -1 if it is none.
+/// Returns the value of a hexadecimal digit, or -1 for other bytes.
 int hexDigit(char byte) {
     if (isDigit(byte)) {
         return byte - '0';
@@ -47,7 +47,7 @@ int hexDigit(char byte) {
     return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
 
-/// The UTF-16 unit that a \u with four digits spells; -1 if `text` begins with none.
+/// Returns the UTF-16 unit of the \u escape at the start of `text`, or -1 if there is none.
 int utf16Unit(const char* text) {
     int unit = text[0] == '\\' && text[1] == 'u' ? 0 : -1;
     for (int i = 2; i < kEscapeSize && unit >= 0; ++i) {
@@ -65,7 +65,7 @@ bool isLowSurrogate(int unit) {
     return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-/// Appends the code point of one \u, or of a pair of them; returns where that ends.
+/// Appends the code point of a \u escape, or of a pair of them. Returns their end.
 const char* appendCodePoint(std::string& value, const char* escape) {
     auto point = static_cast<unsigned int>(utf16Unit(escape));
     escape += kEscapeSize;
@@ -144,7 +144,7 @@ JsonScanner::Token JsonScanner::scanLonger() {
     return *_token == '\0' ? END : scanOther();
 }
 
-// Numbers and words end where the next byte does not go on with them: that byte was looked at.
+/// Ends a number or word. The byte after it has been examined, and so must be valid UTF-8.
 JsonScanner::Token JsonScanner::endToken(const char* end, Token token) {
     _next = end;
     return isAscii(*end) || utf8Length(end) > 0 ? token : refuseByte(end);
@@ -213,7 +213,7 @@ JsonScanner::Token JsonScanner::convertReal() {
     return REAL;
 }
 
-// What is wrong within the string comes before surrogates without their other half.
+/// Other errors in the string are reported before unpaired surrogates.
 JsonScanner::Token JsonScanner::scanString() {
     const char* unpaired = nullptr;
     _string = {_token + 1};
@@ -288,21 +288,21 @@ void JsonScanner::refuse(const char* message) {
     }
 }
 
-// The message has the token up to that byte.
+/// The message contains the token up to that byte.
 JsonScanner::Token JsonScanner::refuseByte(const char* wrong) {
     char message[48];
     std::snprintf(message, sizeof(message), "unable to decode byte 0x%x",
                   static_cast<unsigned char>(*wrong));
     _next = wrong;
     if (wrong == _token) {
-        std::memcpy(_error, message, sizeof(message));  // though this is not the end of the file
+        std::memcpy(_error, message, sizeof(message));  // refuse() would add "near end of file"
     } else {
         refuse(message);
     }
     return INVALID;
 }
 
-// The message has the wrong byte too, which may be the first of several.
+/// The message also contains the wrong byte, which may be the first of several.
 JsonScanner::Token JsonScanner::refuseEscape(const char* wrong) {
     if (endToken(wrong, STRING) == STRING) {
         _next += *wrong != '\0' ? 1 : 0;

@@ -6,11 +6,11 @@
 
 namespace NIVUR {
 
-/// A string as it stands in JSON text, which outlives it. It has been found to be right.
+/// A valid string within JSON text, which must outlive it.
 struct JsonString {
     const char* text = "";      // after the opening quote
     std::size_t size = 0;       // up to the closing quote
-    std::size_t shrinkage = 0;  // by how much the value is shorter: 0 if nothing is escaped
+    std::size_t shrinkage = 0;  // by how much the value is shorter; 0 without escapes
     bool hasNul = false;        // in the value
 
     std::string value() const;
@@ -20,7 +20,7 @@ struct JsonString {
 /// which messages, is jansson 2.14's choice. It allocates nothing. Not thread-safe.
 class JsonScanner {
   public:
-    /// A token that has but one spelling of one byte is that byte.
+    /// A token that is always the same single byte has the value of that byte.
     enum Token : char {
         END = 0,
         INVALID = 'x',
@@ -38,10 +38,10 @@ class JsonScanner {
         COMMA = ',',
     };
 
-    /// `text` outlives the scanner.
+    /// `text` must outlive the scanner.
     explicit JsonScanner(const std::string& text);
 
-    /// Reads the next token. After INVALID no more are to be read.
+    /// Reads the next token. REQUIRES: the last token was not INVALID.
     Token next() {
         while (*_next == ' ' || *_next == '\t' || *_next == '\n' || *_next == '\r') {
             ++_next;
@@ -69,14 +69,14 @@ class JsonScanner {
     const JsonString& string() const { return _string; }
     ///@}
 
-    /// The last token is the first element of an array: how many elements come with it if all are
-    /// numbers and words, or strings without escapes and brackets; fewer if not.
+    /// Returns how many elements an array has whose first element is the last token, if all are
+    /// numbers and words, or strings without escapes and brackets; otherwise fewer.
     std::size_t elementsAhead() const;
 
-    /// Refuses the text with `message` and the last token. The first refusal stays.
+    /// Refuses the text with `message` and the last token. Only the first refusal counts.
     void refuse(const char* message);
 
-    /// Why the text was refused; "" if it was not.
+    /// The reason why the text was refused; "" if it was not.
     const char* error() const { return _error; }
 
   private:
@@ -97,7 +97,7 @@ class JsonScanner {
 
     const char* _next;           // the last token ends here
     const char* _token;          // the last token begins here
-    const char* const _textEnd;  // at a NUL, which need not be the first
+    const char* const _textEnd;  // at the final NUL; the text may have others
     JsonString _string;
     long long _integer = 0;
     double _real = 0;

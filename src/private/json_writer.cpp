@@ -19,7 +19,7 @@ using json::isAscii;
 using json::plainEnd;
 using json::utf8Length;
 
-/// Whether a text, which ends at its first NUL, is UTF-8.
+/// Returns whether a text, up to its first NUL, is UTF-8.
 bool isUtf8(const std::string& text) {
     const char* const limit = text.c_str() + text.size();
     const char* next = plainEnd(text.c_str(), limit);
@@ -44,12 +44,12 @@ bool fitsJson(const Value& value) {
     }
 }
 
-/// Writes a number of few digits, as whole numbers and quarters are, in full: "%.17g" does the
-/// same. Returns the end, or null if the number is another, or 0.
+/// Writes a number that has few digits, like whole numbers and quarters, as "%.17g" does. Returns
+/// the end of the text, or null for other numbers and 0.
 char* writeShort(double value, char* text) {
-    constexpr long long kParts = 1024;       // of which such a number is a multiple
-    constexpr long long kDigits = 9765625;   // of one part, behind the point
-    constexpr std::size_t kMostDigits = 10;  // of them with the zeros before them
+    constexpr long long kParts = 1024;       // such a number is a multiple of one part
+    constexpr long long kDigits = 9765625;   // of one part, after the point
+    constexpr std::size_t kMostDigits = 10;  // after the point, with leading zeros
     if (!(std::fabs(value) < 1e6) || value == 0) {
         return nullptr;
     }
@@ -60,7 +60,8 @@ char* writeShort(double value, char* text) {
     if (value < 0) {
         *text++ = '-';
     }
-    // The digit 1 before the fraction keeps its zeros, and its place is that of the point.
+    // The fraction is written after a digit 1, which keeps its leading zeros and is then replaced
+    // by the point.
     char* const point = std::to_chars(text, text + 8, parts / kParts).ptr;
     char* end =
         std::to_chars(point, point + kMostDigits + 1, 10000000000 + parts % kParts * kDigits).ptr;
@@ -101,13 +102,13 @@ std::string JsonWriter::finish() {
     return _isTooDeep ? std::string() : std::move(_text);
 }
 
-/// Whether JSON can carry a member.
+/// Returns whether JSON can represent a member.
 bool JsonWriter::isCarried(const Dictionary::Entry& entry) {
     return fitsJson(entry.key) &&
            std::visit([](const auto& value) { return fitsJson(value); }, entry.value);
 }
 
-/// The member that is written in the place of an entry; null if none is. It is the entry itself
+/// Returns the member that is written in place of an entry; null if none is. It is the entry itself
 /// unless several keys have the same name.
 const Dictionary::Entry* JsonWriter::writtenAt(const Dictionary::Entry& entry, const Names* names) {
     if (!isCarried(entry)) {
@@ -209,7 +210,8 @@ void JsonWriter::put(bool value) {
     value ? _text.append("true", 4) : _text.append("false", 5);
 }
 
-/// What would look like an integer gets a fraction; exponents lose '+' and leading zeros.
+/// Adds a fraction to what would look like an integer, and removes '+' and leading zeros from
+/// exponents.
 void JsonWriter::put(long double value) {
     char decimal[kDecimalSize];
     char* end = writeShort(static_cast<double>(value), decimal);
@@ -247,7 +249,7 @@ void JsonWriter::put(const std::string& value) {
     _text += '"';
 }
 
-/// Puts a comma unless an object or array has just begun.
+/// Writes a comma unless an object or array has just begun.
 void JsonWriter::separate() {
     if (_text.back() != '{' && _text.back() != '[') {
         _text += ',';

@@ -13,14 +13,14 @@
 
 namespace NIVUR {
 
-/// Writes records as JSON text. It keeps a list of the objects and arrays of objects that are open,
-/// so that nesting costs no stack. Not thread-safe; one writer writes one text.
+/// Writes records as JSON text. Objects, and arrays of objects, that are open are in a list, so
+/// that nesting costs no stack. Not thread-safe; one writer writes one text.
 class JsonWriter {
   public:
-    static constexpr unsigned int kMaxLevels = 2047;  ///< and an empty object or array within them
+    static constexpr unsigned int kMaxLevels = 2047;  ///< the innermost may hold an empty one
 
     ///@{
-    /// Writes one line without what JSON cannot carry; "" if it is nested too deep.
+    /// Returns one line of text without what JSON cannot represent; "" if it is nested too deep.
     std::string write(const Dictionary& record);
     std::string write(const std::vector<Dictionary>& records);
     ///@}
@@ -29,14 +29,14 @@ class JsonWriter {
 
   private:
     /// The first and the last of the written members whose keys are the same up to a NUL, where
-    /// JSON names end: the first gives the place, the last the value.
+    /// JSON names end: the first determines the place, the last the value.
     struct SameName {
         const Dictionary::Entry* first = nullptr;
         const Dictionary::Entry* last = nullptr;
     };
     using Names = std::map<std::string_view, SameName>;
 
-    // What is left to be written of an object or an array.
+    // What is still to be written of an object or an array.
     struct Members {
         Dictionary::Entries::Walk rest;
         std::unique_ptr<Names> names;  // null if no key has a NUL
