@@ -50,7 +50,7 @@ enum BufferState : unsigned int {
 ///
 /// Callers get buffers from a BufferPool or a BufferList and share them in SharedPtr<Buffer>, which
 /// may be copied and dropped on any thread. The buffer itself is not thread-safe: one thread at a
-/// time may use it.
+/// time may use it. What one holder did with it is visible to the next one.
 ///
 ///     SharedPtr<Buffer> frame = pool.getPoolBuffer(size, nullptr);
 ///     memcpy(frame->data(), bytes, size);

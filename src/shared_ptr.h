@@ -53,9 +53,9 @@ class SharedCount : public NoCopyable {
 };
 
 /// A reference-counted pointer: the last of the pointers that share an object disposes of it, by
-/// default with delete. Pointers that share an object may be copied and dropped on any thread. A
-/// single SharedPtr object that several threads use needs external locking if any of them modifies
-/// it.
+/// default with delete. Pointers that share an object may be copied and dropped on any thread; what
+/// their owners did with the object is visible to the disposer. A single SharedPtr object that
+/// several threads use needs external locking if any of them modifies it.
 template <class T>
 class SharedPtr {
   public:
