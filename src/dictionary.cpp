@@ -1,7 +1,5 @@
 #include "dictionary.h"
 
-#include <variant>
-
 #include "private/dictionary_entries.h"
 
 namespace NIVUR {
