@@ -50,7 +50,7 @@ class Bytes {
     size_t _size;
 };
 
-/// Calls `visit(type, payload)` for each attribute until it returns false. Returns the last result.
+/// Calls `visit(type, payload)` for each attribute until it returns false; then returns false, too.
 template <class Visit>
 bool visitAttributes(Bytes body, Visit visit) {
     while (body.size() >= sizeof(rtattr)) {

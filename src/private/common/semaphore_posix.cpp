@@ -35,6 +35,8 @@ Semaphore::~Semaphore() {
     ::sem_destroy(semaphoreIn(_signals));
 }
 
+// A signal handler must not end a wait: after EINTR both wait again.
+
 int Semaphore::wait() {
     while (::sem_wait(semaphoreIn(_signals)) != 0) {
         if (errno != EINTR) {
@@ -45,7 +47,7 @@ int Semaphore::wait() {
 }
 
 int Semaphore::wait(unsigned int timeoutMs) {
-    if (::sem_trywait(semaphoreIn(_signals)) == 0) {
+    if (::sem_trywait(semaphoreIn(_signals)) == 0) {  // without reading the clock
         return 0;
     }
     if (timeoutMs == 0) {

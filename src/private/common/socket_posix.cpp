@@ -76,9 +76,9 @@ IoResult uncut(size_t room, IoResult received) {
     return received.count > room ? IoResult{IoResult::FAILED, 0, EMSGSIZE} : received;
 }
 
-/// Like select(), but for descriptors of any value: a closed one fails the whole wait, and end of
-/// stream and errors count as readable. Like select(), it is not restarted after a signal: the
-/// caller is told (EINTR), because the remaining time is not known.
+/// Like select(), but for descriptors of any value. A closed descriptor fails the whole wait; end
+/// of stream and errors count as readable. Like select(), it fails with EINTR when a signal handler
+/// has run, also one with SA_RESTART.
 int pollReadable(pollfd* entries, size_t count, std::optional<unsigned int> timeout) {
     timespec limit{};
     if (timeout) {

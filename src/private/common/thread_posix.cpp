@@ -37,7 +37,7 @@ struct Thread::Run {
     Run(std::unique_ptr<Runnable> itsTask, ThreadPriority itsPriority)
         : task(std::move(itsTask)), priority(itsPriority) {}
 
-    /// Whether the caller is this thread, which it may also be in the destructors of its
+    /// Returns whether the caller is this thread, which it may also be in the destructors of its
     /// thread-locals. Once the thread has ended, another may get its kernel id; once it is joined,
     /// another may get its handle. No other thread has both.
     bool isCaller() const {
@@ -76,7 +76,7 @@ bool Thread::start(Runnable* runnable, const std::string& name, ThreadPriority p
         Log::log("NIVUR", LOG_ERROR, "creating thread failed: err=%d", run->error);
         return false;
     }
-    while (run->started.wait() != 0) {
+    while (run->started.wait() != 0) {  // even if the platform refuses a wait, the thread starts
     }
     return true;
 }
@@ -204,8 +204,8 @@ void Thread::runTask() {
     std::unique_ptr<Runnable> task = std::move(run->task);
     run->started.notify();
     task->run();
-    task.reset();  // its destructor may call this object: no lock is held, and the thread is
-                   // started
+    // Its destructor may call this object: no lock is held, and the thread still counts as started.
+    task.reset();
 
     AutoLock lock(_mutex);
     _stopping = false;
