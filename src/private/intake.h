@@ -23,14 +23,14 @@ namespace NIVUR {
 ///        |            add() drainTo()   add(), endSleep(): the caller signals
 ///        +--close()-- newest -> ... -> oldest <----+
 ///
-/// Whoever replaces the mark "asleep" owes the sleeping loop one signal, and the loop waits for
-/// that signal before it does anything else: until then the signaller may use the loop. A poster
-/// that owes no signal does not touch the intake again, since its task may have run and destroyed
-/// it.
+/// A thread that replaces the mark "asleep" owes the sleeping loop one signal, and the loop waits
+/// for that signal before it does anything else: until then the signaller may use the loop. A
+/// poster that owes no signal does not touch the intake again, since its task may have run and
+/// destroyed it.
 ///
 /// Memory ordering: every change of the head acquires and releases. What a poster did before add()
 /// is visible to the thread that runs the task; what the loop did before beginSleep() is visible to
-/// whoever replaces the mark.
+/// the thread that replaces the mark.
 class Intake : public NoCopyable {
   public:
     enum Result {

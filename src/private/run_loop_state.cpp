@@ -359,8 +359,8 @@ void RunLoop::State::sleep() {
 }
 
 /// Opens the gate and returns until when the loop may sleep. Reads the queues after the mark is
-/// set: whoever adds something from now on sees the mark and signals. The comparison of _sleepPlace
-/// detects a first watch that was added before the mark was set.
+/// set: a thread that adds something from now on sees the mark and signals. The comparison of
+/// _sleepPlace detects a first watch that was added before the mark was set.
 uint64_t RunLoop::State::prepareSleep() {
     Gate::Waiter* passed = nullptr;
     uint64_t due = kNow;

@@ -51,7 +51,7 @@ struct Thread::Run {
 
     pthread_t handle{};
     std::atomic<int> id{INVALID_THREAD_ID};
-    Mutex joining;  // held during the join: whoever else waits for this thread waits here
+    Mutex joining;  // held during the join: other callers wait for it
     bool joined NIVUR_GUARDED_BY(joining) = false;
 };
 
