@@ -46,23 +46,26 @@ class Copy:
                                stderr=subprocess.DEVNULL)
 
     def run(self):
-        """The seconds that the copy took; None when it is not complete and right in time."""
+        """The seconds that the copy took, None if it was given up, and the bytes that were there. A copy that is
+        complete and wrong is an error."""
         receiver = self.start("b", self.receive())
         time.sleep(0.5)
         begin = time.monotonic()
         sender = self.start("a", self.send())
+        seconds = None
         try:
             sender.wait(LIMIT)
             if self.receiver_ends:
                 receiver.wait(max(1, LIMIT + begin - time.monotonic()))
+            seconds = time.monotonic() - begin
         except subprocess.TimeoutExpired:
-            return None
+            pass
         finally:
-            end = time.monotonic()
             stop(sender, 1)
             stop(receiver, 1)
-        same = os.path.exists(self.destination) and filecmp.cmp(self.source, self.destination, shallow=False)
-        return end - begin if same else None
+        if seconds and not (os.path.exists(self.destination) and filecmp.cmp(self.source, self.destination, shallow=False)):
+            raise RuntimeError("no copy, or a wrong one")
+        return seconds, os.path.getsize(self.destination) if os.path.exists(self.destination) else 0
 
     receiver_ends = True
 
@@ -148,10 +151,9 @@ def measure(row, who, tools):
     conditions = {**COMMON, "seed": tools["seed"], **special}
     prepare(size, tools)
     with Link(conditions, mtu) as link:
-        seconds = CONTENDERS[who](link, conditions, mtu, version, tools).run()
+        seconds, done = CONTENDERS[who](link, conditions, mtu, version, tools).run()
     sent, lost, back = sums(link.counters)
-    bits = size * MIB * 8
-    return {"seconds": seconds, "share of link": bits / seconds / (conditions["rate"] * 1e6) if seconds else 0,
+    return {"seconds": seconds, "share of link": done * 8 / (seconds or LIMIT) / (conditions["rate"] * 1e6),
             "sent a byte": sent / (size * MIB), "arrived a byte": (sent - lost) / (size * MIB), "back a byte": back / (size * MIB),
             "device drops": link.counters["device_drops"]}
 
@@ -168,10 +170,10 @@ def measure_shared(row, who, tools):
         link.start("a", ["socat", "-u", "OPEN:/dev/zero", f"TCP:10.77.0.2:7001,{with_control('cubic')}"])
         time.sleep(2)
         before, begin = os.path.getsize(flow), time.monotonic()
-        seconds = CONTENDERS[who](link, conditions, 1500, 4, tools).run()
+        seconds, done = CONTENDERS[who](link, conditions, 1500, 4, tools).run()
         passed = time.monotonic() - begin
         flow_bits = (os.path.getsize(flow) - before) * 8
     os.remove(flow)
     link_bits = conditions["rate"] * 1e6
-    return {"seconds": seconds, "share of link": size * MIB * 8 / seconds / link_bits if seconds else 0,
+    return {"seconds": seconds, "share of link": done * 8 / (seconds or LIMIT) / link_bits,
             "share of the flow": flow_bits / passed / link_bits}

@@ -46,7 +46,7 @@ def rist_commands(latency):
 
 
 def commands(who, latency, one_way, tools):
-    """Peers count their latency from arrival: theirs is lower by the way, so that all promise the same."""
+    """Peers count their latency from arrival: theirs is lower by the mean way, so that all promise the same."""
     if who == "mirror":
         return mirror_commands(tools["mirror"], latency, tools["key"])
     return {"srt": srt_commands, "rist": rist_commands}[who](int(latency - one_way))
@@ -133,7 +133,7 @@ def evaluate(lines, seconds, latency):
 def measure(row, who, tools, seconds=20):
     conditions, latency = ROWS[row]
     with Link({"rate": 100, "queue": 200, "seed": tools["seed"], **conditions}) as link:
-        ends = commands(who, latency, conditions["rtt"] / 2, tools)
+        ends = commands(who, latency, (conditions["rtt"] + conditions.get("jitter", 0)) / 2, tools)
         lines, used = stream_through(link, ends, seconds, tools)
     sent, back = (sum(protocol["in"]["bytes"] for protocol in link.counters[way].values()) for way in ("a_to_b", "b_to_a"))
     stream = RATE * 1e6 / 8 * (WARM_UP + seconds)

@@ -1,0 +1,183 @@
+#!/usr/bin/env python3
+"""report.py RESULTS REMARKS.json DOCS: writes DOCS/links.md and DOCS/links/*.svg, with the medians of what run.py measured."""
+import json
+import os
+import statistics
+import sys
+from xml.sax.saxutils import escape
+
+import files
+import live
+
+COLOURS = {"mirror": "#2e7d32", "srt": "#1565c0", "rist": "#6a1b9a", "cubic": "#c77700", "bbr": "#1565c0",
+           "rsync": "#6a1b9a", "uftp": "#757575"}
+
+
+def read(path):
+    """{(kind, row, who): [result]}; a figure that one of the results lacks has no median."""
+    runs = {}
+    with open(path, encoding="utf-8") as file:
+        for line in file:
+            run = json.loads(line)
+            runs.setdefault((run["kind"], run["row"], run["who"]), []).append(run)
+    return runs
+
+
+def median(runs, key, name):
+    values = [run.get(name) for run in runs.get(key, [])]
+    return statistics.median(values) if values and None not in values else None
+
+
+def shown(value, form):
+    return "" if value is None else form.format(value)
+
+
+def percent(value):
+    """As many digits as it takes to see what is missing."""
+    if value is None:
+        return ""
+    return "100 %" if value == 1 else f"{100 * value:.2f} %" if value > 0.99 else f"{100 * value:.1f} %"
+
+
+def given_up(runs, key):
+    return "failed" if any("failed" in run for run in runs[key]) else f"over {files.LIMIT}"
+
+
+def table(head, rows):
+    lines = ["| " + " | ".join(head) + " |", "|---|---|" + "---:|" * (len(head) - 2)]
+    return "\n".join(lines + ["| " + " | ".join(row) + " |" for row in rows])
+
+
+def contenders(runs, kind, row):
+    return [who for who in COLOURS if (kind, row, who) in runs]
+
+
+def live_rows(runs):
+    for row, (_, latency) in live.ROWS.items():
+        for who in contenders(runs, "live", row):
+            key = "live", row, who
+            delay = (shown(median(runs, key, name), "{:.1f}") for name in ("p01", "p50", "p99"))
+            yield [f"{row}, latency {latency} ms", who, percent(median(runs, key, "in time")),
+                   percent(median(runs, key, "handed out")), *delay, shown(median(runs, key, "bytes a byte"), "{:.3f}"),
+                   shown(median(runs, key, "processor"), "{:.3f}")]
+
+
+def file_rows(runs):
+    for row in files.ROWS:
+        for who in contenders(runs, "files", row):
+            key = "files", row, who
+            seconds = median(runs, key, "seconds")
+            yield [row, who, shown(seconds, "{:.2f}") or given_up(runs, key), percent(median(runs, key, "share of link")),
+                   shown(median(runs, key, "sent a byte"), "{:.3f}"), shown(median(runs, key, "arrived a byte"), "{:.3f}"),
+                   shown(median(runs, key, "back a byte"), "{:.3f}")]
+
+
+def shared_rows(runs):
+    for row in files.SHARED_ROWS:
+        for who in contenders(runs, "shared", row):
+            key = "shared", row, who
+            yield [row, who, shown(median(runs, key, "seconds"), "{:.2f}") or given_up(runs, key),
+                   percent(median(runs, key, "share of link")), percent(median(runs, key, "share of the flow"))]
+
+
+class Picture:
+    """An SVG of rows with a few bars each."""
+    left, unit, bar = 200, 400, 13
+
+    def __init__(self, note):
+        self.note, self.y, self.parts = note, 10, []
+
+    def text(self, x, y, text, anchor="start"):
+        self.parts.append(f'<text x="{x:.1f}" y="{y:.1f}" text-anchor="{anchor}">{escape(text)}</text>')
+
+    def rectangle(self, start, end, who, inset=0):
+        """From and to shares of the width."""
+        self.parts.append(f'<rect x="{self.left + start * self.unit:.1f}" y="{self.y + 2 + inset}" '
+                          f'width="{max(1.5, (end - start) * self.unit):.1f}" height="{self.bar - 3 - 2 * inset}" '
+                          f'fill="{COLOURS[who]}"/>')
+
+    def label(self, who, end, text):
+        self.text(self.left + end * self.unit + 5, self.y + self.bar - 2, f"{who} {text}")
+        self.y += self.bar
+
+    def row(self, name):
+        self.y += 7
+        self.text(self.left - 8, self.y + self.bar - 2, name, "end")
+
+    def write(self, path):
+        width, height = self.left + self.unit + 230, self.y + 28
+        self.text(self.left, height - 8, self.note)
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
+                       f'viewBox="0 0 {width} {height}" font-family="sans-serif" font-size="11">\n'
+                       f'<rect width="{width}" height="{height}" fill="white"/>\n' + "\n".join(self.parts) + "\n</svg>\n")
+
+
+def draw_delays(runs, path):
+    before, span = 5.0, 40.0
+    picture = Picture(f"delay beyond the latency, from p01 to p99 with the median, from {-before:.0f} to {span - before:.0f} ms; "
+                      "share handed out in time")
+
+    def place(value, latency):
+        return min(1, max(0, (value - latency + before) / span))
+
+    for row, (_, latency) in live.ROWS.items():
+        picture.row(row)
+        for who in contenders(runs, "live", row):
+            low, middle, high = (median(runs, ("live", row, who), name) for name in ("p01", "p50", "p99"))
+            if low is None:
+                continue
+            low, middle, high = (place(value, latency) for value in (low, middle, high))
+            picture.rectangle(low, high, who, inset=3)
+            picture.rectangle(middle, middle, who)
+            picture.label(who, high, percent(median(runs, ("live", row, who), "in time")))
+    for moment in (0, live.IN_TIME):
+        x = picture.left + picture.unit * (moment + before) / span
+        picture.parts.append(f'<line x1="{x}" y1="8" x2="{x}" y2="{picture.y}" stroke="black" stroke-dasharray="3 3"/>')
+    picture.write(path)
+
+
+def draw_shares(runs, path):
+    picture = Picture("share of the link's rate that the bytes of the file have had, from the start until the copy is there")
+    for row in files.ROWS:
+        picture.row(row)
+        for who in contenders(runs, "files", row):
+            share = median(runs, ("files", row, who), "share of link")
+            if share is not None:
+                picture.rectangle(0, share, who)
+                picture.label(who, share, percent(share))
+    picture.write(path)
+
+
+def machine(runs):
+    with open("/proc/cpuinfo", encoding="utf-8") as cpuinfo:
+        models = {line.split(":")[1].strip() for line in cpuinfo if line.startswith("model name")}
+    with open("/proc/sys/net/ipv4/tcp_congestion_control", encoding="utf-8") as control:
+        used = control.read().strip()
+    counts = sorted({len(results) for results in runs.values()})
+    times = str(counts[0]) if len(counts) == 1 else f"{counts[0]} to {counts[-1]}"
+    return (f"Measured on {os.cpu_count()} CPUs ({', '.join(sorted(models))}), {times} runs of a row; medians. "
+            f"rsync ran over TCP with {used}, the system's choice.")
+
+
+def main():
+    results, remarks_path, docs = sys.argv[1:4]
+    with open(remarks_path, encoding="utf-8") as file:
+        remarks = json.load(file)
+    runs = read(results)
+    os.makedirs(f"{docs}/links", exist_ok=True)
+    draw_delays(runs, f"{docs}/links/live.svg")
+    draw_shares(runs, f"{docs}/links/files.svg")
+    page = [remarks["head"], machine(runs),
+            "## Live streams", "![Delays of live streams](links/live.svg)", remarks["live"],
+            table(["Link", "", "In time", "Handed out", "p01, ms", "p50, ms", "p99, ms", "Bytes a byte", "Processor"], live_rows(runs)),
+            "## Files", "![Shares of the link](links/files.svg)", remarks["files"],
+            table(["Link", "", "Seconds", "Of the link", "Sent a byte", "Arrived a byte", "Back a byte"], file_rows(runs)),
+            "## Files beside a TCP flow", remarks["shared"],
+            table(["Link", "", "Seconds", "Of the link", "The flow's share"], shared_rows(runs))]
+    with open(f"{docs}/links.md", "w", encoding="utf-8") as file:
+        file.write("\n\n".join(page) + "\n")
+
+
+if __name__ == "__main__":
+    main()
