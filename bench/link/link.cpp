@@ -23,11 +23,12 @@
 #include <cstring>
 #include <ctime>
 #include <deque>
-#include <map>
+#include <iterator>
 #include <queue>
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <tuple>
 #include <utility>
@@ -68,7 +69,7 @@ struct Conditions {
     double gilbert = 0, reorder = 0, reorderBy = 2, blockUdp = 0, seed = 1;
 };
 
-const std::map<std::string, double Conditions::*> kOptions = {
+constexpr std::pair<std::string_view, double Conditions::*> kOptions[] = {
     {"rate", &Conditions::rate},
     {"queue", &Conditions::queue},
     {"delay", &Conditions::delay},
@@ -274,8 +275,10 @@ double toValue(const std::string& text) {
 std::array<Conditions, 2> parse(int count, char** arguments) {
     std::array<Conditions, 2> both;
     for (int i = 0; i < count; i += 2) {
-        const auto option = kOptions.find(arguments[i]);
-        if (option == kOptions.end() || i + 1 == count) throw std::invalid_argument(kUsage);
+        const std::string_view name = arguments[i];
+        const auto option = std::find_if(std::begin(kOptions), std::end(kOptions),
+                                         [name](const auto& known) { return known.first == name; });
+        if (option == std::end(kOptions) || i + 1 == count) throw std::invalid_argument(kUsage);
         const std::string value = arguments[i + 1];
         const std::size_t comma = value.find(',');
         const bool same = comma == std::string::npos;

@@ -122,8 +122,10 @@ def draw_delays(runs, path):
         return min(1, max(0, (value - latency + before) / span))
 
     for row, (_, latency) in live.ROWS.items():
-        picture.row(row)
-        for who in contenders(runs, "live", row):
+        there = contenders(runs, "live", row)
+        if there:
+            picture.row(row)
+        for who in there:
             low, middle, high = (median(runs, ("live", row, who), name) for name in ("p01", "p50", "p99"))
             if low is None:
                 continue
@@ -140,8 +142,10 @@ def draw_delays(runs, path):
 def draw_shares(runs, path):
     picture = Picture("share of the link's rate that the bytes of the file have had, from the start until the copy is there")
     for row in files.ROWS:
-        picture.row(row)
-        for who in contenders(runs, "files", row):
+        there = contenders(runs, "files", row)
+        if there:
+            picture.row(row)
+        for who in there:
             share = median(runs, ("files", row, who), "share of link")
             if share is not None:
                 picture.rectangle(0, share, who)

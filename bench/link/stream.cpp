@@ -67,7 +67,7 @@ void fill(Chunk& chunk, std::uint32_t number, std::int64_t sent) {
 sockaddr_in loopback(const char* port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(std::atoi(port)));
+    address.sin_port = htons(static_cast<std::uint16_t>(std::strtoul(port, nullptr, 10)));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     return address;
 }
@@ -77,7 +77,10 @@ int source(double mbit, double seconds, const char* port) {
     if (port != nullptr) {
         output = ::socket(AF_INET, SOCK_DGRAM, 0);
         const sockaddr_in address = loopback(port);
-        ::connect(output, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        if (::connect(output, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            std::perror("nivur_stream: connect");
+            return 1;
+        }
     }
     const auto interval = static_cast<std::int64_t>(kChunk * 8000 / mbit);
     const auto count = static_cast<std::uint32_t>(seconds * 1e9 / static_cast<double>(interval));
@@ -175,7 +178,8 @@ int main(int count, char** arguments) {
     ::prctl(PR_SET_TIMERSLACK, 1);
     const std::string mode = count > 1 ? arguments[1] : "";
     if (mode == "source" && (count == 4 || count == 5)) {
-        return source(std::atof(arguments[2]), std::atof(arguments[3]), arguments[4]);
+        return source(std::strtod(arguments[2], nullptr), std::strtod(arguments[3], nullptr),
+                      arguments[4]);
     }
     if (mode == "sink" && (count == 2 || count == 3)) {
         stopBySignal();
