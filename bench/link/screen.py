@@ -153,6 +153,10 @@ def run(stack, given):
     time.sleep(2)
     delays, unreadable = measure(source, target, given.seconds)
     take_picture(source, target, given.picture)
+    stop(processes["encoder"], 2)
+    with contextlib.suppress(subprocess.TimeoutExpired):
+        processes["sender"].wait(3)  # it ends with its input
+        processes["receiver"].wait(3)
     return delays, unreadable, link
 
 
