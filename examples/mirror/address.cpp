@@ -1,5 +1,7 @@
 #include "address.h"
 
+#include <nivur/socket_address.h>
+
 #include "number.h"
 
 namespace mirror {
@@ -16,11 +18,13 @@ std::optional<Address> Address::parse(const std::string& text) {
         ip = ip.substr(1, ip.size() - 2);
     }
     const Address address{ip, static_cast<uint16_t>(port.value_or(0))};
-    const bool numeric = !ip.empty() && ip.find_first_not_of("0123456789abcdefABCDEF.:") == ip.npos;
-    if (!numeric || !port || *port > UINT16_MAX || address.isIPv6() != bracketed) {
-        return std::nullopt;
-    }
-    return address;
+    const bool isUsable = port && *port <= UINT16_MAX && address.isIPv6() == bracketed &&
+                          NIVUR::SocketAddress(ip, address.port).isValid();
+    return isUsable ? std::optional(address) : std::nullopt;
+}
+
+bool Address::isLoopback() const {
+    return ip == "::1" || ip.compare(0, 4, "127.") == 0;
 }
 
 std::string Address::text() const {

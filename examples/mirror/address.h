@@ -18,6 +18,9 @@ struct Address {
     /// As parse() reads it.
     std::string text() const;
 
+    /// Whether only this host can be reached there.
+    bool isLoopback() const;
+
     /// The address that a socket which talks to this one is bound to: any of the same family.
     std::string anyLocal() const { return isIPv6() ? "::" : "0.0.0.0"; }
 

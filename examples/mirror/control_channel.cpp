@@ -52,7 +52,8 @@ void ControlChannel::close() {
 
 void ControlChannel::send(const Dictionary& text) {
     if (isOpen()) {
-        _unsent += toLine(text);
+        const bool mayBeClear = typeOf(text) == "refuse" && !isProved();
+        _unsent += _keys && !mayBeClear ? seal(toLine(text)) : toLine(text);
         flush();
     }
 }
@@ -76,7 +77,7 @@ void ControlChannel::keepAlive() {
         fail("has been silent for " + std::to_string(kSilenceMs / 1000) + " s");
     } else if (_unsent.size() > kMaxUnsent) {
         fail("does not read what it is sent");
-    } else {
+    } else if (_keys) {  // before that, one that crosses the peer's hello would come unencrypted
         send(makeText("alive"));
     }
 }
@@ -108,14 +109,52 @@ bool ControlChannel::takeLine() {
         }
         return false;
     }
-    const Dictionary text = Serialization::deserialize(_received.substr(0, end));
+    const auto text = read(_received.substr(0, end));
     _received.erase(0, end + 1);
-    if (typeOf(text).empty()) {
+    if (!text) {
+        fail("does not hold the same key");
+    } else if (typeOf(*text).empty()) {
         fail("sent a text that cannot be understood");
-    } else if (typeOf(text) != "alive") {
-        _handler.onText(text);
+    } else if (typeOf(*text) != "alive") {
+        _handler.onText(*text);
     }
     return true;
+}
+
+/// The text of a line; nothing if it should be encrypted with the keys and is not.
+std::optional<Dictionary> ControlChannel::read(const std::string& line) {
+    if (!_keys) {
+        return Serialization::deserialize(line);
+    }
+    if (const auto opened = open(line)) {
+        ++_opened;
+        return Serialization::deserialize(*opened);
+    }
+    const bool isClear = _opened == 0 && line.compare(0, 1, "{") == 0;
+    Dictionary text = isClear ? Serialization::deserialize(line) : Dictionary();
+    return typeOf(text) == "refuse" ? std::optional(std::move(text)) : std::nullopt;
+}
+
+void ControlChannel::protect(const SessionKeys& keys) {
+    _keys = keys;
+}
+
+std::string ControlChannel::seal(const std::string& line) {
+    std::string sealed(line.size() + kTagSize, '\0');
+    Cipher(_keys->sendTexts).seal(_sealed++, nullptr, 0, line.data(), line.size(), sealed.data());
+    return toBase64(sealed) + "\n";
+}
+
+std::optional<std::string> ControlChannel::open(const std::string& line) const {
+    const auto sealed = fromBase64(line);
+    if (!sealed || sealed->size() < kTagSize) {
+        return std::nullopt;
+    }
+    std::string text(sealed->size() - kTagSize, '\0');
+    const bool isGenuine =
+        Cipher(_keys->receiveTexts)
+            .open(_opened, nullptr, 0, sealed->data(), sealed->size(), text.data());
+    return isGenuine ? std::optional(text) : std::nullopt;
 }
 
 void ControlChannel::fail(const std::string& reason) {

@@ -8,12 +8,16 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+
+#include "secrets.h"
 
 namespace mirror {
 
-/// A connection that carries JSON texts, a line each, and keeps itself alive. It never blocks.
-/// Everything happens on its loop's thread, or while the loop does not run.
+/// A connection that carries JSON texts, a line each, and keeps itself alive. Once it is protected,
+/// lines are encrypted and their order cannot be changed. It never blocks. Everything happens on
+/// its loop's thread, or while the loop does not run.
 class ControlChannel : public NIVUR::NoCopyable {
   public:
     /// Who is told. It may close the channel meanwhile, but not delete it.
@@ -37,6 +41,13 @@ class ControlChannel : public NIVUR::NoCopyable {
                    Handler& handler);
     ~ControlChannel();
 
+    /// Encrypts all texts from now on, and wants the peer's to be. One thing is taken unencrypted
+    /// until the peer has proved that it holds the keys: that it refuses.
+    void protect(const SessionKeys& keys);
+
+    /// Whether a text has come that only the holder of the keys can have written.
+    bool isProved() const { return _keys && _opened > 0; }
+
     /// Sends a text, unless the channel is closed: what the connection does not take now, later.
     void send(const NIVUR::Dictionary& text);
 
@@ -50,6 +61,9 @@ class ControlChannel : public NIVUR::NoCopyable {
   private:
     void receive();
     bool takeLine();
+    std::optional<NIVUR::Dictionary> read(const std::string& line);
+    std::string seal(const std::string& line);
+    std::optional<std::string> open(const std::string& line) const;
     void flush();
     void keepAlive();
     void fail(const std::string& reason);
@@ -58,6 +72,9 @@ class ControlChannel : public NIVUR::NoCopyable {
     const std::string _peer;
     NIVUR::RunLoop& _loop;
     Handler& _handler;
+    std::optional<SessionKeys> _keys;
+    uint64_t _sealed = 0;  // texts that were sent encrypted, and that came so
+    uint64_t _opened = 0;
     std::string _received;
     std::string _unsent;
     long _writable = 0;  // the watch while something is unsent

@@ -1,9 +1,14 @@
 #include "disk_writer.h"
 
+#include <nivur/semaphore.h>
+#include <nivur/system_util.h>
+
 #include <algorithm>
+#include <memory>
 #include <utility>
 
 using NIVUR::makeRunnable;
+using NIVUR::SystemUtil;
 
 namespace mirror {
 
@@ -11,6 +16,7 @@ namespace {
 
 constexpr unsigned int kRingSize = 1024 * 1024;
 constexpr unsigned int kPieceSize = 128 * 1024;
+constexpr unsigned int kStopMs = 2000;
 
 }  // namespace
 
@@ -21,7 +27,8 @@ DiskWriter::DiskWriter(const std::string& path, NIVUR::RunLoop& owner, Reply onW
       _onWritten(std::move(onWritten)) {}
 
 void DiskWriter::open(Reply replyTo) {
-    if (_loop.start()) {
+    _started = _loop.start();
+    if (_started) {
         ask([this] { return _file.open(); }, std::move(replyTo));
     } else {
         replyTo("cannot start a thread");
@@ -57,11 +64,33 @@ void DiskWriter::ask(std::function<std::string()> operation, Reply replyTo) {
         const std::string error = operation();
         const auto answer = [this, error, replyTo, written = _file.written()] {
             _written = written;
+            --_asked;
+            _busyMs = SystemUtil::getCPUTime();
             replyTo(error);
         };
         _owner.postItem(makeRunnable(answer), false, false);
     };
+    _busyMs = _asked++ == 0 ? SystemUtil::getCPUTime() : _busyMs;
     _loop.postItem(makeRunnable(perform), false, false);
+}
+
+bool DiskWriter::isBusyFor(uint64_t ms) const {
+    return _asked > 0 && SystemUtil::getCPUTime() - _busyMs > ms;
+}
+
+/// Asks whether the disk is free before it waits for it without a limit.
+bool DiskWriter::stop() {
+    if (!_started) {
+        return true;
+    }
+    const auto free = std::make_shared<NIVUR::Semaphore>();
+    _loop.postItem(makeRunnable([free] { free->notify(); }), false, false);
+    if (free->wait(kStopMs) != 0) {
+        return false;
+    }
+    _started = false;
+    _loop.stop();
+    return true;
 }
 
 /// Has the disk write a piece, unless it is about to or less than that is queued.

@@ -24,9 +24,14 @@ class DiskWriter : public NIVUR::NoCopyable {
     /// `onWritten` is told of each piece that the disk has taken: there may be room again.
     DiskWriter(const std::string& path, NIVUR::RunLoop& owner, Reply onWritten);
 
-    /// Waits for the disk to end what it is doing, and stops its loop. The owner's loop, which has
-    /// to take the last replies, is stopped after it and before this object is destroyed.
-    void stop() { _loop.stop(); }
+    /// Waits for the disk to end what it is doing, and stops its loop; false when the disk does not
+    /// for seconds: nothing can stop it then, and this object must not be destroyed. The owner's
+    /// loop, which has to take the last replies, is stopped after it and before this object is
+    /// destroyed.
+    bool stop();
+
+    /// Whether the disk has been busy with one thing for so long.
+    bool isBusyFor(uint64_t ms) const;
 
     /// Makes the file.
     void open(Reply replyTo);
@@ -60,7 +65,10 @@ class DiskWriter : public NIVUR::NoCopyable {
     NIVUR::RunLoop& _owner;
     const Reply _onWritten;
     uint64_t _written = 0;
+    bool _started = false;
     bool _requested = false;
+    unsigned int _asked = 0;  // what the disk has not answered
+    uint64_t _busyMs = 0;     // since when
 
     NIVUR::RunLoop _loop{"mirror-disk"};
 };

@@ -20,8 +20,9 @@ constexpr unsigned int kCloseMs = 500;
 
 }  // namespace
 
-Endpoint::Endpoint(const std::string& name, std::string peerRole, NIVUR::EventCenter& events)
-    : _loop("mirror-" + name), _events(events), _peerRole(std::move(peerRole)) {}
+Endpoint::Endpoint(const std::string& name, std::string peerRole, const Key& key,
+                   NIVUR::EventCenter& events)
+    : _loop("mirror-" + name), _events(events), _peerRole(std::move(peerRole)), _key(key) {}
 
 bool Endpoint::startLoop() {
     const bool started = _loop.start();
@@ -54,6 +55,21 @@ void Endpoint::connect(std::unique_ptr<NIVUR::ClientSocket> socket) {
     progress();
 }
 
+void Endpoint::sayHello() {
+    _agreement = std::make_unique<KeyAgreement>();
+    Dictionary text = makeText("hello");
+    text.setString("public", _agreement->publicText());
+    send(text);
+}
+
+std::optional<SessionKeys> Endpoint::secure(const Dictionary& text, bool isSender) {
+    const auto keys = _agreement->finish(_key, text.getString("public"), isSender);
+    if (keys) {
+        _channel->protect(*keys);
+    }
+    return keys;
+}
+
 void Endpoint::disconnect() {
     expectNoProgress();
     _channel->close();
@@ -74,6 +90,7 @@ void Endpoint::end(const std::string& error) {
     }
     _ended = true;
     _error = error;
+    onEnd();
     _loop.cancelTasksForObject(this);
     if (isConnected() && !_peerHadLastWord) {
         addTimer(kCloseMs, false, [this] { leave(); });
@@ -98,8 +115,12 @@ void Endpoint::expectNoProgress() {
     _loop.stopTimer(std::exchange(_progressTimer, 0));
 }
 
+bool Endpoint::standsStill(unsigned int ms) const {
+    return SystemUtil::getCPUTime() - _progressMs > ms;
+}
+
 void Endpoint::checkProgress() {
-    if (SystemUtil::getCPUTime() - _progressMs > kStandstillMs) {
+    if (standsStill(kStandstillMs)) {
         onLost("has made no progress for " + std::to_string(kStandstillMs / 1000) + " s");
     }
 }

@@ -10,10 +10,12 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "control_channel.h"
+#include "secrets.h"
 
 namespace mirror {
 
@@ -35,8 +37,9 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
     virtual void dump();
 
   protected:
-    /// An end with that name, whose peer is called `peerRole`.
-    Endpoint(const std::string& name, std::string peerRole, NIVUR::EventCenter& events);
+    /// An end with that name, whose peer is called `peerRole` and has to hold the same key.
+    Endpoint(const std::string& name, std::string peerRole, const Key& key,
+             NIVUR::EventCenter& events);
 
     /// Starts the loop: the last thing that starting an end does. False, and the transfer has
     /// ended, when there is no thread for it.
@@ -64,6 +67,13 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
 
     /// Takes up a connection to the peer; whatever was before is forgotten.
     void connect(std::unique_ptr<NIVUR::ClientSocket> socket);
+
+    /// Tells the peer this end's part of the key agreement.
+    void sayHello();
+
+    /// Takes the peer's part: from then on all texts are encrypted. The keys of the session, or
+    /// nothing when the text is not right.
+    std::optional<SessionKeys> secure(const NIVUR::Dictionary& text, bool isSender);
     void disconnect();
     bool isConnected() const { return _channel != nullptr && _channel->isOpen(); }
     const std::string& peer() const { return _channel->peer(); }
@@ -82,8 +92,15 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
     void end(const std::string& error);
     bool hasEnded() const { return _ended; }
 
+    /// Called once when the transfer ends: only texts may be sent from then on.
+    virtual void onEnd() {}
+
     /// Says that the transfer has come further.
     void progress();
+
+    /// Called once a second while connected: ends what has come to a standstill.
+    virtual void checkProgress();
+    bool standsStill(unsigned int ms) const;
 
     /// From now on a standstill is not the peer's fault.
     void expectNoProgress();
@@ -100,10 +117,11 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
     void onText(const NIVUR::Dictionary& text) final;
     void onFault(const std::string& reason) final;
     void onClosed() final;
-    void checkProgress();
     void leave();
 
     const std::string _peerRole;
+    const Key _key;
+    std::unique_ptr<KeyAgreement> _agreement;
     std::unique_ptr<ControlChannel> _channel;
     long _progressTimer = 0;
     uint64_t _progressMs = 0;

@@ -1,11 +1,12 @@
-/// mirror: copies a file over the network and says whether it arrived whole. See options.cpp for
-/// its usage and texts.h for what the two ends tell each other.
+/// mirror: sends a file or a live stream over the network. See options.cpp for its usage and
+/// protocol.md for what the two ends tell each other.
 
 #include <nivur/event_center.h>
 #include <nivur/log.h>
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -15,6 +16,7 @@
 #include "options.h"
 #include "progress.h"
 #include "receiver.h"
+#include "secrets.h"
 #include "sender.h"
 #include "signals.h"
 
@@ -26,14 +28,28 @@ using mirror::Options;
 /// One end, with the events that it sends and who shows them.
 template <class End>
 struct Side {
-    template <class... Arguments>
-    Side(const char* deed, bool quiet, Arguments... arguments)
-        : progress(events, deed, quiet), end(arguments..., events) {}
+    Side(const char* verb, bool quiet, const Options& options)
+        : progress(events, verb, quiet), end(options, events) {}
 
     NIVUR::EventCenter events;
     mirror::Progress progress;
     End end;
 };
+
+void sayWhere(const Address& address, bool isLive) {
+    std::FILE* const output = isLive ? stderr : stdout;
+    std::fprintf(output, "listening on %s\n", address.text().c_str());
+    std::fflush(output);
+}
+
+/// Waits for what the receiver's end does on other threads. When that has no end, nor has the
+/// process in an orderly way.
+void stop(mirror::Receiver& receiver, const std::string& error) {
+    if (!receiver.stop()) {
+        std::fprintf(stderr, "mirror: %s, and the disk does not answer\n", error.c_str());
+        std::_Exit(1);
+    }
+}
 
 /// Starts the ends that are asked for and waits for them; an error message, or "".
 std::string run(const Options& options, const sigset_t& signalSet) {
@@ -42,17 +58,16 @@ std::string run(const Options& options, const sigset_t& signalSet) {
     std::vector<mirror::Endpoint*> ends;
     std::optional<Address> address = options.address;
     if (options.receives()) {
-        receiver.emplace("received", options.sends(), options.destination, options.dropPercent);
+        receiver.emplace("received", options.sends(), options);
         ends.push_back(&receiver->end);
         address = receiver->end.start(*address);
     }
     if (options.sends() && address) {
-        sender.emplace("sent", false, options.source);
+        sender.emplace("sent", false, options);
         ends.push_back(&sender->end);
         sender->end.start(*address);
     } else if (address) {
-        std::printf("listening on %s\n", address->text().c_str());
-        std::fflush(stdout);
+        sayWhere(*address, options.isLive);
     }
     const mirror::Signals signals(signalSet, [&ends](int number) {
         for (mirror::Endpoint* end : ends) {
@@ -65,19 +80,32 @@ std::string run(const Options& options, const sigset_t& signalSet) {
     }
     // Where the copy is whole, that counts, even if the sender has not heard of it.
     const std::string receiverError = receiver ? receiver->end.wait() : error;
+    if (receiver) {
+        stop(receiver->end, receiverError);
+    }
     return receiverError.empty() || error.empty() ? receiverError : error;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const auto options = Options::parse({argv + 1, argv + argc});
+    if (!mirror::prepareSecrets()) {
+        return 1;
+    }
+    const std::string first = argc > 1 ? argv[1] : "";
+    if (first == "--help" || first == "key") {
+        std::puts(first == "key" ? mirror::makeKeyText().c_str() : mirror::kUsage);
+        return 0;
+    }
+    std::string error;
+    const auto options = Options::parse({argv + 1, argv + argc}, error);
     if (!options) {
-        std::fputs(mirror::kUsage, stderr);
+        std::fprintf(stderr, error.empty() ? "%s" : "mirror: %s\n",
+                     error.empty() ? mirror::kUsage : error.c_str());
         return 2;
     }
     std::error_code ignored;
-    std::string error = "source and destination are the same file";
+    error = "source and destination are the same file";
     if (!std::filesystem::equivalent(options->source, options->destination, ignored)) {
         NIVUR::Log::setCB(mirror::logToStderr);
         error = run(*options, mirror::blockSignals(options->dump));

@@ -1,13 +1,17 @@
 #ifndef MIRROR_OPTIONS_H
 #define MIRROR_OPTIONS_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "address.h"
+#include "secrets.h"
 
 namespace mirror {
+
+enum class StatsFormat { NONE, TEXT, JSON };
 
 /// What the command line asks for.
 struct Options {
@@ -15,13 +19,18 @@ struct Options {
     std::string destination;  // "" when only sending
     Address address{"127.0.0.1"};
     unsigned int dropPercent = 0;
+    bool isLive = false;
+    uint64_t latencyUs = 0;
+    Key key{};  // zeros: everybody may
+    StatsFormat stats = StatsFormat::NONE;
     bool dump = false;
 
     bool sends() const { return !source.empty(); }
     bool receives() const { return !destination.empty(); }
 
-    /// Reads the arguments behind the program's name; nothing when they are not as kUsage tells.
-    static std::optional<Options> parse(std::vector<std::string> arguments);
+    /// Reads the arguments after the program's name. When they are not as kUsage tells, nothing,
+    /// and `error` says what is wrong if that is not obvious.
+    static std::optional<Options> parse(std::vector<std::string> arguments, std::string& error);
 };
 
 extern const char kUsage[];

@@ -1,5 +1,7 @@
 #include "part_file.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -21,6 +23,10 @@ std::string PartFile::open() {
     if (type == fs::file_type::regular || type == fs::file_type::not_found || isDevice) {
         const std::string path = isDevice ? _path : _path + ".part";
         _file.reset(std::fopen(path.c_str(), isDevice ? "wb" : "wbx"));
+        if (_file == nullptr && errno == EEXIST) {
+            return path +
+                   " is in the way, of a transfer that is under way or was cut short: remove it";
+        }
         if (_file == nullptr) {
             return "cannot write " + path + ": " + std::strerror(errno);
         }
@@ -51,7 +57,8 @@ std::string PartFile::finish(const std::string& checksum) {
     if (_checksum.text() != checksum) {
         return "the copy differs from the source";
     }
-    if (std::fclose(_file.release()) != 0 ||
+    const bool isStored = _partPath.empty() || ::fsync(::fileno(_file.get())) == 0;
+    if (!isStored || std::fclose(_file.release()) != 0 ||
         (!_partPath.empty() && std::rename(_partPath.c_str(), _path.c_str()) != 0)) {
         return fail(errno);
     }

@@ -2,6 +2,11 @@
 
 #include <cstring>
 
+using NIVUR::ClientSocket;
+using NIVUR::IoResult;
+using NIVUR::SocketAddress;
+using NIVUR::UDPSocket;
+
 namespace mirror {
 
 namespace {
@@ -13,31 +18,39 @@ constexpr int kAttempts = 10;
 
 Ports::Ports() {
     _listener.setLogEnabled(false);
-    _datagrams.setLogEnabled(false);
 }
 
-std::string Ports::open(const Address& at) {
+std::string Ports::open(const Address& at, UDPSocket& datagrams) {
+    IoResult result;
     for (int i = 0; i < kAttempts; ++i) {
-        if (tryToOpen(at)) {
-            _datagrams.setBufLength(kSocketBuffer);
+        result = tryToOpen(at, datagrams);
+        if (result) {
+            datagrams.setBufLength(kSocketBuffer);
             return "";
         }
     }
-    return "cannot listen on " + at.text() + ": " + std::strerror(NIVUR::Socket::getError());
+    return "cannot listen on " + at.text() + ": " + std::strerror(result.error);
 }
 
 /// Takes the same port for both kinds of socket; which one the system chooses may be taken for the
-/// other kind.
-bool Ports::tryToOpen(const Address& at) {
+/// other kind. A port is free for a new listener although connections of the last one linger.
+IoResult Ports::tryToOpen(const Address& at, UDPSocket& datagrams) {
     _listener.close();
-    _datagrams.close();
-    return _listener.create(at.ip, at.port) && _datagrams.create(at.ip, _listener.port()) &&
-           _listener.listen(8) && _listener.setBlocking(false) == 0 &&
-           _datagrams.setBlocking(false) == 0;
+    datagrams.close();
+    IoResult result = _listener.create(SocketAddress(at.ip, at.port), true);
+    if (result) {
+        result = datagrams.create(SocketAddress(at.ip, _listener.port()));
+    }
+    if (result && !(_listener.listen(8) && _listener.setBlocking(false) == 0 &&
+                    datagrams.setBlocking(false) == 0 && datagrams.setCoalescing(true) <= 0)) {
+        return {IoResult::FAILED, 0, NIVUR::Socket::getError()};
+    }
+    return result;
 }
 
-std::unique_ptr<NIVUR::ClientSocket> Ports::accept() {
-    return std::unique_ptr<NIVUR::ClientSocket>(_listener.accept());
+std::unique_ptr<ClientSocket> Ports::accept() {
+    auto socket = std::make_unique<ClientSocket>();
+    return _listener.accept(*socket) ? std::move(socket) : nullptr;
 }
 
 }  // namespace mirror

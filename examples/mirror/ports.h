@@ -18,20 +18,18 @@ class Ports {
   public:
     Ports();
 
-    /// Begins to listen; an error message, or "".
-    std::string open(const Address& at);
+    /// Begins to listen, and opens `datagrams`; an error message, or "".
+    std::string open(const Address& at, NIVUR::UDPSocket& datagrams);
 
     const NIVUR::ServerSocket& listener() const { return _listener; }
-    const NIVUR::UDPSocket& datagrams() const { return _datagrams; }
 
     /// The connection that comes next; null when there is none, or it cannot be taken.
     std::unique_ptr<NIVUR::ClientSocket> accept();
 
   private:
-    bool tryToOpen(const Address& at);
+    NIVUR::IoResult tryToOpen(const Address& at, NIVUR::UDPSocket& datagrams);
 
     NIVUR::ServerSocket _listener;
-    NIVUR::UDPSocket _datagrams;
 };
 
 }  // namespace mirror

@@ -5,52 +5,53 @@
 
 #include <cerrno>
 #include <cstring>
-#include <random>
 #include <utility>
 
+#include "file_sink.h"
+#include "live_sink.h"
 #include "progress.h"
 #include "texts.h"
 
-using NIVUR::Buffer;
 using NIVUR::Dictionary;
 using NIVUR::Log;
 using NIVUR::RunLoop;
 using NIVUR::Socket;
-using NIVUR::SystemUtil;
 
 namespace mirror {
 
 namespace {
 
-constexpr unsigned int kWindow = 8192;
-constexpr unsigned int kRoomSize = kDatagramSize + 1;  // shows which datagrams are too long
-constexpr int kDatagramsPerPass = 64;
-constexpr unsigned int kTickMs = 5;
-constexpr uint64_t kFramesPerHave = 32;
-constexpr unsigned int kMaxOffsets = 256;
-
-const NIVUR::BufferPool_Config& poolConfig() {
-    static const NIVUR::BufferPool_Config config{{{kRoomSize, kWindow + 1}}};
-    return config;
-}
+constexpr unsigned int kWindow = 16384;
+constexpr int kDatagramsPerPass = 128;
+constexpr unsigned int kTickMs = 20;
+constexpr unsigned int kPauseMs = 200;
+constexpr unsigned int kStatsMs = 1000;
+constexpr unsigned int kOfferMs = 2000;
 
 }  // namespace
 
-Receiver::Receiver(const std::string& path, unsigned int dropPercent, NIVUR::EventCenter& events)
-    : Endpoint("recv", "sender", events),
-      _pool(&poolConfig(), "datagrams received"),
-      _disk(path, _loop, [this](const std::string& error) { onWritten(error); }),
-      _dropper(dropPercent),
-      _reassembly(kWindow) {}
+Receiver::Receiver(const Options& options, NIVUR::EventCenter& events)
+    : Endpoint("recv", "sender", options.key, events),
+      _isLive(options.isLive),
+      _path(_loop, options.dropPercent, [] {}),
+      _statistics(options.stats) {
+    if (_isLive) {
+        _sink = std::make_unique<LiveSink>(_loop, *this);
+    } else {
+        _sink = std::make_unique<FileSink>(options.destination, _loop, events, *this);
+    }
+}
 
 Receiver::~Receiver() {
-    _disk.stop();  // while there is a loop that takes its replies
+    _sink->stop();  // while there is a loop that takes its replies
     stopLoop();
 }
 
 std::optional<Address> Receiver::start(const Address& at) {
-    std::string error = _ports.open(at);
-    if (error.empty() && !watchPorts()) {
+    std::string error = _ports.open(at, _path.socket());
+    const auto onDatagrams = [this] { receiveDatagrams(); };
+    if (error.empty() &&
+        (watch(_path.socket(), RunLoop::READABLE, onDatagrams) == 0 || !watchListener())) {
         error = "cannot watch the sockets";
     }
     if (!error.empty()) {
@@ -61,27 +62,26 @@ std::optional<Address> Receiver::start(const Address& at) {
     return startLoop() ? std::optional(address) : std::nullopt;
 }
 
-bool Receiver::watchPorts() {
-    const auto onDatagrams = [this] { receiveDatagrams(); };
-    return watch(_ports.datagrams(), RunLoop::READABLE, onDatagrams) != 0 && watchListener();
-}
-
 bool Receiver::watchListener() {
+    if (_listening != 0 || hasEnded()) {
+        return true;
+    }
     _listening = watch(_ports.listener(), RunLoop::READABLE, [this] { welcome(); });
     return _listening != 0;
 }
 
 void Receiver::dump() {
     Endpoint::dump();
-    _disk.dump();
+    _sink->dump();
 }
 
 void Receiver::welcome() {
     auto socket = _ports.accept();
     if (socket == nullptr) {
-        onNoConnection(Socket::getError());
+        pauseListening();
     } else if (!isConnected()) {
         connect(std::move(socket));
+        _loop.removeWatch(std::exchange(_listening, 0));  // others wait until this one is judged
     } else {
         const std::string line = toLine(makeRefusal("busy with another sender"));
         socket->setLogEnabled(false);
@@ -90,17 +90,11 @@ void Receiver::welcome() {
     }
 }
 
-/// Without a descriptor for it, a connection keeps the listener ready. A receiver that is busy
-/// looks at the listener no more until it needs another sender.
-void Receiver::onNoConnection(int reason) {
-    if (reason != EMFILE && reason != ENFILE) {
-        return;
-    }
-    if (isConnected()) {
-        _loop.removeWatch(std::exchange(_listening, 0));
-    } else {
-        end("cannot take a connection: " + std::string(std::strerror(reason)));
-    }
+/// A connection for which there is no descriptor keeps the listener ready: it is left alone for a
+/// while.
+void Receiver::pauseListening() {
+    _loop.removeWatch(std::exchange(_listening, 0));
+    addTimer(kPauseMs, false, [this] { watchListener(); });
 }
 
 void Receiver::turnAway(const std::string& reason) {
@@ -108,202 +102,145 @@ void Receiver::turnAway(const std::string& reason) {
              reason.c_str());
     send(makeRefusal("the sender " + reason));
     disconnect();
+    _keys.reset();
     ++_turnedAway;
-    if (_listening == 0) {
-        watchListener();
-    }
+    watchListener();
 }
 
 void Receiver::receiveDatagrams() {
-    std::string ip;
-    uint16_t port = 0;
+    if (_collector) {
+        _sink->beforeChunks();
+    }
     for (int i = 0; i < kDatagramsPerPass; ++i) {
-        if (!_datagram) {
-            _datagram = _pool.getPoolBuffer(kRoomSize, nullptr);
-        }
-        unsigned int size = kRoomSize;
-        if (!_datagram || !_ports.datagrams().recvfrom(ip, port, _datagram->data(), size)) {
-            _ignored += i == 0 ? 1 : 0;  // there was one, without any bytes
+        auto packet = _path.receive();
+        if (!packet || !_collector) {
             break;
         }
-        if (_stage >= Stage::RECEIVING && _dropper.chooses()) {
-            ++_dropped;
-        } else if (isFrame(ip, size)) {
-            _datagram->setUsedSize(size);
-            takeFrame();
-        } else {
-            ++_ignored;
+        const bool isTiming = packet->kind == PacketKind::TIMING;
+        _collector->take(std::move(*packet));
+        if (isTiming) {
+            _sink->onTiming(_collector->timing());
         }
     }
-    passOn();
-}
-
-/// Whether the datagram is a frame of this transfer, as far as can be told.
-bool Receiver::isFrame(const std::string& ip, unsigned int size) {
-    const auto header = FrameHeader::read(_datagram->data(), size);
-    return _stage >= Stage::RECEIVING && header && header->session == _session && ip == peer() &&
-           header->index < _layout.frames() && size == kHeaderSize + _layout.sizeOf(header->index);
-}
-
-void Receiver::takeFrame() {
-    const auto header = FrameHeader::read(_datagram->data(), _datagram->usedSize());
-    _echoUs = header->sentUs;
-    switch (_reassembly.add(header->index, _datagram, SystemUtil::getCPUTime())) {
-        case Reassembly::Outcome::TAKEN:
-            return;
-        case Reassembly::Outcome::DUPLICATE:
-            ++_duplicates;
-            return;
-        case Reassembly::Outcome::OUTSIDE:
-            ++_ignored;
-            return;
+    if (_collector && !hasEnded()) {
+        _sink->onChunks();
+        _collector->report();
     }
-}
-
-void Receiver::onWritten(const std::string& error) {
-    if (!error.empty()) {
-        end(error);
-    } else {
-        passOn();
-    }
-}
-
-/// Gives the disk what is in order, as far as the disk has room. What it has no room for is not
-/// confirmed, which holds the sender back.
-void Receiver::passOn() {
-    if (_stage != Stage::RECEIVING || hasEnded()) {
-        return;
-    }
-    while (const Buffer* const frame = _reassembly.first()) {
-        if (!_disk.write(frame->data() + kHeaderSize, frame->usedSize() - kHeaderSize)) {
-            break;  // onWritten() goes on
-        }
-        _reassembly.pop();
-        progress();
-    }
-    if (_reassembly.taken() - _acknowledged.taken >= kFramesPerHave) {
-        acknowledge();
-    }
-    if (!_checksum.empty() && _reassembly.base() == _layout.frames()) {
-        commit();
-    }
-}
-
-void Receiver::acknowledge() {
-    _acknowledged = {_reassembly.base(), _reassembly.taken()};
-    Dictionary text = makeText("have");
-    setNumber(text, "frames", _reassembly.base());
-    setNumber(text, "newest", _reassembly.newest());
-    setNumber(text, "echo", _echoUs);
-    send(text);
 }
 
 void Receiver::tick() {
-    _disk.flush();
-    if (_acknowledged.base != _reassembly.base() || _acknowledged.taken != _reassembly.taken()) {
-        acknowledge();
-        Standing(_disk.written(), _layout.fileSize).send(_events, "moved");
-    }
-    askForMissing();
-}
-
-void Receiver::askForMissing() {
-    const auto offsets = _reassembly.overdue(kMaxOffsets, SystemUtil::getCPUTime());
-    if (!offsets.empty()) {
-        _askedAgain += offsets.size();
-        Dictionary text = makeText("missing");
-        setNumber(text, "from", _reassembly.base());
-        text.setIntegerArray("offsets", offsets);
-        send(text);
-    }
-}
-
-/// From here on only the disk can fail, and what becomes of the sender does not matter.
-void Receiver::commit() {
-    acknowledge();
-    expectNoProgress();
-    _stage = Stage::COMMITTING;
-    _disk.commit(_checksum, [this](const std::string& error) { onCommitted(error); });
-}
-
-void Receiver::onCommitted(const std::string& error) {
-    if (error.empty() && !hasEnded()) {
-        Standing(_layout.fileSize, _layout.fileSize, details()).send(_events, "finished");
-        Dictionary text = makeText("done");
-        setNumber(text, "arrived", _layout.frames() + _duplicates);
-        send(text);
-    }
-    end(error);
-}
-
-std::string Receiver::details() const {
-    return "  frames: " + std::to_string(_layout.frames()) + " received, " +
-           std::to_string(_askedAgain) +
-           " asked for again\n  datagrams: " + std::to_string(_dropped) + " dropped on purpose, " +
-           std::to_string(_duplicates) + " duplicates, " + std::to_string(_ignored) +
-           " ignored\n  connections: " + std::to_string(_turnedAway) + " turned away\n";
+    _sink->tick();
 }
 
 /// A sender may send on before it has read that its offer is accepted.
 bool Receiver::handle(const std::string& type, const Dictionary& text) {
+    if (!_keys) {
+        return type == "hello" && onHello(text);
+    }
     if (type == "offer") {
         return _stage == Stage::WAITING && onOffer(text);
     }
-    return _stage != Stage::WAITING &&
-           ((type == "index" && onIndex(text)) || (type == "finished" && onFinished(text)));
+    if (type == "finished" && _stage == Stage::RECEIVING) {
+        if (_isLive) {
+            addTimer(kTickMs, true, [this] { tick(); });
+        }
+        return _sink->finish(text);
+    }
+    return false;
+}
+
+bool Receiver::onHello(const Dictionary& text) {
+    sayHello();
+    _keys = secure(text, false);
+    return _keys.has_value();
 }
 
 bool Receiver::onOffer(const Dictionary& text) {
-    const auto size = getNumber(text, "size");
-    const auto frameSize = getNumber(text, "frameSize");
-    if (!size || !frameSize || *frameSize > kMaxFrameSize) {
-        return false;
-    }
-    _layout = {*size, static_cast<unsigned int>(*frameSize)};
-    if (!_layout.isValid()) {
-        return false;
-    }
     _stage = Stage::OPENING;
-    _disk.open([this, name = printable(text.getString("name"))](const std::string& error) {
-        error.empty() ? accept(name) : end(error);
-    });
+    if (!_sink->take(text)) {
+        _stage = Stage::WAITING;
+        return false;
+    }
     return true;
 }
 
-void Receiver::accept(const std::string& name) {
+void Receiver::onReady() {
     if (hasEnded()) {
         return;
     }
-    std::random_device random;
-    _session = uint64_t{random()} << 32 | random();
     _stage = Stage::RECEIVING;
+    watchListener();
     progress();
-    Standing(0, _layout.fileSize, "receiving " + name + " from " + peer() + "\n")
-        .send(_events, "begun");
+    const std::string title = "receiving " + _sink->title() + " from " + peer() + "\n";
+    if (_isLive) {
+        Statistics::print(title);
+    } else {
+        Standing(0, 0, title).send(_events, "begun");
+        addTimer(kTickMs, true, [this] { tick(); });
+    }
+    _path.begin(*_keys, {});
+    _collector.emplace(_loop, _path, kWindow, _isLive);
+    _sink->start(_collector->chunks());
     Dictionary text = makeText("accept");
-    setNumber(text, "session", _session);
     setNumber(text, "window", kWindow);
     send(text);
-    addTimer(kTickMs, true, [this] { tick(); });
-    passOn();
+    if (_statistics.isWanted()) {
+        addTimer(kStatsMs, true, [this] { report(); });
+    }
 }
 
-bool Receiver::onIndex(const Dictionary& text) {
-    const auto sent = getNumber(text, "sent");
-    if (!sent || *sent > _layout.frames()) {
-        return false;
-    }
-    _reassembly.expect(*sent, SystemUtil::getCPUTime());
-    return true;
+void Receiver::onFailed(const std::string& error) {
+    end(error);
 }
 
-bool Receiver::onFinished(const Dictionary& text) {
-    _checksum = text.getString("checksum");
-    const bool valid = !_checksum.empty() && getNumber(text, "size") == _layout.fileSize;
-    if (valid) {
-        passOn();
+void Receiver::onMoved() {
+    progress();
+}
+
+/// From here on only the disk can fail, and what becomes of the sender does not matter.
+void Receiver::onArrived() {
+    _stage = Stage::COMMITTING;
+    _collector->confirm();
+}
+
+void Receiver::onComplete(const std::string& summary) {
+    if (hasEnded()) {
+        return;
     }
-    return valid;
+    if (_isLive) {
+        Statistics::print(summary + details());
+    } else {
+        Standing(_collector->counts().bytes, _collector->counts().bytes, details())
+            .send(_events, "finished");
+    }
+    Dictionary text = makeText("done");
+    setNumber(text, "arrived", _collector->counts().packets);
+    send(text);
+    end("");
+}
+
+void Receiver::report() {
+    const Collector::Counts& counts = _collector->counts();
+    const uint64_t sent = _collector->packetsSent();
+    std::vector<Statistics::Figure> figures = {
+        {"received", "kbit/s", Statistics::PER_SECOND, counts.bytes / 125},
+        {"round trip", "us", Statistics::NOW, _collector->timing().roundTripUs},
+        {"lost", "", Statistics::PER_SECOND, sent - counts.packets},
+        {"recovered", "", Statistics::PER_SECOND, counts.recovered}};
+    for (const Statistics::Figure& figure : _sink->figures()) {
+        figures.push_back(figure);
+    }
+    _statistics.report(figures);
+}
+
+std::string Receiver::details() const {
+    const Collector::Counts& counts = _collector->counts();
+    return "  chunks: " + std::to_string(counts.chunks) + " received, " +
+           std::to_string(counts.recovered) +
+           " of them sent again\n  datagrams: " + std::to_string(_path.dropped()) +
+           " dropped on purpose, " + std::to_string(counts.duplicates) + " duplicates, " +
+           std::to_string(_path.ignored() + counts.ignored) +
+           " ignored\n  connections: " + std::to_string(_turnedAway) + " turned away\n";
 }
 
 void Receiver::onLost(const std::string& reason) {
@@ -311,6 +248,22 @@ void Receiver::onLost(const std::string& reason) {
         turnAway(reason);
     } else if (_stage != Stage::COMMITTING) {
         Endpoint::onLost(reason);
+    }
+}
+
+/// Who stands still may be the sink, and a stream may.
+void Receiver::checkProgress() {
+    const std::string obstacle = _sink->obstacle();
+    if (_stage == Stage::WAITING) {
+        if (standsStill(kOfferMs)) {
+            turnAway("has offered nothing");
+        }
+    } else if (!obstacle.empty()) {
+        end(obstacle);
+    } else if (!_sink->expectsProgress() || _stage == Stage::COMMITTING) {
+        progress();
+    } else {
+        Endpoint::checkProgress();
     }
 }
 

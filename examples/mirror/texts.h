@@ -8,16 +8,7 @@
 #include <string>
 
 /// What the two ends tell each other on the control connection: JSON texts, a line each, with a
-/// "type".
-///
-///     sender                          receiver
-///     offer {name, size, frameSize}
-///                                     accept {session, window}
-///     index {sent}                    have {frames, newest, echo}, missing {from, offsets}
-///     finished {size, checksum}
-///                                     done {arrived}
-///
-/// Either end may send "alive" at any time, and "refuse" {reason}, which ends the transfer.
+/// "type". protocol.md lists them.
 namespace mirror {
 
 /// A text of that type.
@@ -42,8 +33,9 @@ void setNumber(NIVUR::Dictionary& text, const std::string& key, uint64_t number)
 /// The number that was stored so; nothing when there is none.
 std::optional<uint64_t> getNumber(const NIVUR::Dictionary& text, const std::string& key);
 
-/// Text that a peer has chosen, fit for a terminal: without control characters, and not endless.
-std::string printable(std::string text);
+/// Text that a peer has chosen, fit for a terminal: UTF-8 without control characters or marks that
+/// change the direction of writing, and not endless. A question mark stands for what is left out.
+std::string printable(const std::string& text);
 
 }  // namespace mirror
 

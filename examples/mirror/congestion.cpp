@@ -1,0 +1,196 @@
+#include "congestion.h"
+
+#include <algorithm>
+#include <array>
+
+namespace mirror {
+
+namespace {
+
+constexpr uint64_t kPacket = 1400;
+constexpr uint64_t kFirstPackets = 16;
+constexpr uint64_t kMinPackets = 4;
+constexpr uint64_t kSecondUs = 1'000'000;
+constexpr uint64_t kBandwidthRounds = 10;
+constexpr uint64_t kStreamSampleUs = 2 * kSecondUs;
+constexpr uint64_t kMaxRetryGapUs = 30 * kSecondUs;
+constexpr uint64_t kNoiseUs = 1000;  // of round trips, without a queue
+constexpr uint64_t kStreamNoiseUs = 5000;
+constexpr double kStartupGain = 2.885;  // 2 / ln 2
+constexpr double kWindowGain = 2;
+constexpr std::array<double, 8> kCycle = {1.25, 0.75, 1, 1, 1, 1, 1, 1};
+constexpr unsigned int kFullRounds = 3;
+constexpr double kFullGrowth = 1.25;
+constexpr uint64_t kFullLossShare = 4;  // losses by chance are fewer than one in four
+constexpr uint64_t kMinPhaseUs = 2000;
+constexpr uint64_t kProbeAfterUs = 10 * kSecondUs;
+constexpr uint64_t kProbeUs = 200'000;
+
+// Feedback comes this late at most, and after so many packets at the latest.
+constexpr uint64_t kFeedbackUs = 20'000;
+constexpr uint64_t kFeedbackPackets = 32;
+
+}  // namespace
+
+void Congestion::restart() {
+    *this = Congestion(_firstRate);
+}
+
+void Congestion::update(const Flight::Report& report, const RoundTrip& roundTrip, uint64_t inFlight,
+                        uint64_t nowUs) {
+    _minUs = roundTrip.minUs();
+    _round += report.roundOver ? 1 : 0;
+    if (report.rate > 0 && (!report.wasLimited || report.rate >= bandwidth())) {
+        addSample(report.rate, nowUs);
+    }
+    if (_state == State::STARTUP && report.roundOver) {
+        checkFull(report, roundTrip);
+    }
+    if (_state == State::CRUISE && report.roundOver) {
+        retry(report, roundTrip, nowUs);
+    }
+    advance(inFlight, nowUs);
+    if (shouldProbe(report, nowUs)) {
+        enter(State::PROBE_ROUND_TRIP, nowUs);
+    }
+}
+
+/// Keeps the largest rate of the last rounds in front. A stream seldom shows what the way could
+/// carry, so that its samples count for longer.
+void Congestion::addSample(uint64_t rate, uint64_t nowUs) {
+    while (!_samples.empty() && _samples.back().rate <= rate) {
+        _samples.pop_back();
+    }
+    _samples.push_back({_round, nowUs, rate});
+    const uint64_t leastUs = _firstRate > 0 ? kStreamSampleUs : 0;
+    while (_samples.front().round + kBandwidthRounds < _round &&
+           nowUs - _samples.front().atUs > leastUs) {
+        _samples.pop_front();
+    }
+}
+
+/// The way is full once sending faster makes the queue longer and not more arrive, or most of the
+/// surplus is lost.
+void Congestion::checkFull(const Flight::Report& report, const RoundTrip& roundTrip) {
+    const auto grown = static_cast<double>(_fullRate) * kFullGrowth;
+    if (static_cast<double>(bandwidth()) >= grown) {
+        _fullRate = bandwidth();
+        _fullRounds = 0;
+    } else if (!report.wasLimited && isQueueing(roundTrip)) {
+        ++_fullRounds;
+    }
+    if (report.roundLost > kFirstPackets &&
+        report.roundLost * kFullLossShare > report.roundPackets) {
+        _fullRounds = kFullRounds;
+    }
+}
+
+bool Congestion::isQueueing(const RoundTrip& roundTrip) const {
+    const uint64_t noiseUs = _firstRate > 0 ? kStreamNoiseUs : kNoiseUs;
+    return roundTrip.smoothedUs() > _minUs + _minUs / 4 + noiseUs;
+}
+
+/// A stream that has to wait although there is no queue on the way may be held back by an estimate
+/// that was taken while it sent little: it starts anew, more and more seldom.
+void Congestion::retry(const Flight::Report& report, const RoundTrip& roundTrip, uint64_t nowUs) {
+    if (_firstRate > 0 && !report.wasLimited && !isQueueing(roundTrip) && nowUs >= _retryUs) {
+        _retryUs = nowUs + _retryGapUs;
+        _retryGapUs = std::min(2 * _retryGapUs, kMaxRetryGapUs);
+        _fullRounds = 0;
+        _fullRate = 0;
+        enter(State::STARTUP, nowUs);
+    }
+}
+
+void Congestion::enter(State state, uint64_t nowUs) {
+    _state = state;
+    _enteredUs = nowUs;
+    _phaseUs = nowUs;
+    _phase = 2;  // the first of those that neither fill nor empty
+}
+
+void Congestion::advance(uint64_t inFlight, uint64_t nowUs) {
+    switch (_state) {
+        case State::STARTUP:
+            if (_fullRounds >= kFullRounds) {
+                enter(State::DRAIN, nowUs);
+            }
+            break;
+        case State::DRAIN:
+            if (inFlight <= product()) {
+                enter(State::CRUISE, nowUs);
+            }
+            break;
+        case State::CRUISE:
+            cycle(inFlight, nowUs);
+            break;
+        case State::PROBE_ROUND_TRIP:
+            if (nowUs - _enteredUs > std::max(kProbeUs, _minUs)) {
+                _shortUs = nowUs;
+                enter(_fullRounds >= kFullRounds ? State::CRUISE : State::STARTUP, nowUs);
+            }
+            break;
+    }
+}
+
+/// A phase lasts a round trip; the one that empties the queue ends once it is empty.
+void Congestion::cycle(uint64_t inFlight, uint64_t nowUs) {
+    const bool isOver = nowUs - _phaseUs > std::max(_minUs, kMinPhaseUs);
+    const bool isEmptied = kCycle[_phase] < 1 && inFlight <= product();
+    if (isOver || isEmptied) {
+        _phase = static_cast<unsigned int>((_phase + 1) % kCycle.size());
+        _phaseUs = nowUs;
+    }
+}
+
+/// When all round trips of the last seconds were longer than the shortest, a queue may hide how
+/// long the way is.
+bool Congestion::shouldProbe(const Flight::Report& report, uint64_t nowUs) {
+    if (report.roundTripUs <= _minUs + _minUs / 16 + 500 || report.wasLimited || _shortUs == 0) {
+        _shortUs = nowUs;
+    }
+    return _state != State::PROBE_ROUND_TRIP && nowUs - _shortUs > kProbeAfterUs;
+}
+
+double Congestion::gain() const {
+    switch (_state) {
+        case State::STARTUP:
+            return kStartupGain;
+        case State::DRAIN:
+            return 1 / kStartupGain;
+        case State::CRUISE:
+            return kCycle[_phase];
+        case State::PROBE_ROUND_TRIP:
+            return 1;
+    }
+    return 1;
+}
+
+/// What is on its way when the way is full and no queue stands on it.
+uint64_t Congestion::product() const {
+    return bandwidth() * _minUs / kSecondUs;
+}
+
+uint64_t Congestion::rate() const {
+    const double rate = gain() * static_cast<double>(bandwidth());
+    const uint64_t first = kFirstPackets * kPacket * kSecondUs / std::max(_minUs, kFeedbackUs);
+    const uint64_t least =
+        _state == State::STARTUP ? std::max(_firstRate, first) : kMinPackets * kPacket;
+    return std::max(static_cast<uint64_t>(rate), least);
+}
+
+uint64_t Congestion::window() const {
+    const uint64_t rest = kMinPackets * kPacket;
+    if (_state == State::PROBE_ROUND_TRIP) {
+        return product() / 2 + rest;
+    }
+    const bool starting = _state == State::STARTUP;
+    const uint64_t unreported =
+        std::min(bandwidth() * kFeedbackUs / kSecondUs, kFeedbackPackets * kPacket);
+    const double whole = (starting ? kStartupGain : kWindowGain) * static_cast<double>(product());
+    const uint64_t first =
+        std::max(kFirstPackets * kPacket, _firstRate * (_minUs + 2 * kFeedbackUs) / kSecondUs);
+    return std::max(static_cast<uint64_t>(whole) + unreported + rest, starting ? first : rest);
+}
+
+}  // namespace mirror

@@ -1,0 +1,158 @@
+#include "datagram_path.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "wire.h"
+
+using NIVUR::IoResult;
+using NIVUR::makeRunnable;
+
+namespace mirror {
+
+namespace {
+
+constexpr unsigned int kPooledBodies = 4096;
+constexpr size_t kMaxBatch = 45000;  // what the system sends in one call
+constexpr size_t kRoomSize = 65535;  // what it may receive in one
+constexpr size_t kOverhead = kHeaderSize + kTagSize;
+constexpr unsigned int kNumberBits = 24;
+
+const NIVUR::BufferPool_Config& poolConfig() {
+    static const NIVUR::BufferPool_Config config{{{kMaxBody, kPooledBodies}}};
+    return config;
+}
+
+}  // namespace
+
+DatagramPath::DatagramPath(NIVUR::RunLoop& loop, unsigned int dropPercent,
+                           std::function<void()> onWritable)
+    : _loop(loop),
+      _onWritable(std::move(onWritable)),
+      _pool(&poolConfig(), "datagrams"),
+      _dropper(dropPercent),
+      _batch(kMaxBatch),
+      _room(kRoomSize) {
+    _socket.setLogEnabled(false);
+}
+
+void DatagramPath::begin(const SessionKeys& keys, const NIVUR::SocketAddress& peer) {
+    end();
+    _keys = keys;
+    _peer = peer;
+}
+
+void DatagramPath::end() {
+    _loop.removeWatch(std::exchange(_roomWatch, 0));
+    _keys.reset();
+    _peer = {};
+    _next = 0;
+    _arrived = {};
+    _batched = 0;
+}
+
+void DatagramPath::close() {
+    end();
+    _socket.close();
+}
+
+void DatagramPath::queue(PacketKind kind, const char* body, size_t size) {
+    const size_t total = size + kOverhead;
+    const bool isLastShorter = _datagram != 0 && _batched % _datagram != 0;
+    if (_batched + total > kMaxBatch || total > _datagram || isLastShorter) {
+        flush();
+    }
+    const uint64_t number = _next++;
+    if (!_peer.isValid() || _batched + total > kMaxBatch) {
+        return;  // as if it was lost on the way
+    }
+    char* const datagram = _batch.data() + _batched;
+    Writer header(datagram, kHeaderSize);
+    header.number(static_cast<uint64_t>(kind), 1);
+    header.number(number, kNumberBits / 8);
+    Cipher(_keys->sendDatagrams)
+        .seal(number, datagram, kHeaderSize, body, size, datagram + kHeaderSize);
+    _datagram = _batched == 0 ? total : _datagram;
+    _batched += total;
+}
+
+/// What the system refuses for other reasons than lack of room is as good as lost on the way.
+void DatagramPath::flush() {
+    if (_batched == 0 || isBlocked()) {
+        return;
+    }
+    const IoResult sent = _socket.sendDatagrams(_peer, _batch.data(), _batched, _datagram);
+    const bool isFull = sent.status == IoResult::WOULD_BLOCK || (sent && sent.count < _batched);
+    const size_t done = isFull ? sent.count : _batched;
+    _bytesSent += done + (done + _datagram - 1) / _datagram * kWireOverhead;
+    std::copy(_batch.data() + done, _batch.data() + _batched, _batch.data());
+    _batched -= done;
+    if (isFull) {
+        watchRoom();
+    }
+    _datagram = _batched == 0 ? 0 : _datagram;
+}
+
+void DatagramPath::watchRoom() {
+    _roomWatch = _loop.addWatch(_socket.descriptor(), NIVUR::RunLoop::WRITABLE,
+                                makeRunnable([this] { onRoom(); }, this));
+}
+
+void DatagramPath::onRoom() {
+    _loop.removeWatch(std::exchange(_roomWatch, 0));
+    flush();
+    if (!isBlocked()) {
+        _onWritable();
+    }
+}
+
+std::optional<Packet> DatagramPath::receive() {
+    while (_taken < _fetched || fetch()) {
+        const char* const bytes = _room.data() + _taken;
+        const size_t size = std::min(_segment, _fetched - _taken);
+        _taken += size;
+        if (_keys && _dropper.chooses()) {
+            ++_dropped;
+        } else if (auto packet = open(bytes, size)) {
+            return packet;
+        } else {
+            ++_ignored;
+        }
+    }
+    return std::nullopt;
+}
+
+bool DatagramPath::fetch() {
+    _taken = 0;
+    _fetched = 0;
+    IoResult received;
+    do {
+        received = _socket.receiveDatagrams(_from, _room.data(), _room.size(), _segment);
+    } while ((received && received.count == 0 && ++_ignored != 0) ||
+             (received.status == IoResult::FAILED && received.error != EBADF));
+    _fetched = received.count;
+    return _fetched > 0;
+}
+
+std::optional<Packet> DatagramPath::open(const char* bytes, size_t size) {
+    Reader header(bytes, size);
+    const auto kind = static_cast<PacketKind>(header.number(1));
+    const uint64_t number = nearest(_arrived.next(), header.number(kNumberBits / 8), kNumberBits);
+    if (!_keys || size < kOverhead || size > kOverhead + kMaxBody || !_arrived.isNew(number)) {
+        return std::nullopt;
+    }
+    auto body = makeBody();
+    if (!body || !Cipher(_keys->receiveDatagrams)
+                      .open(number, bytes, kHeaderSize, bytes + kHeaderSize, size - kHeaderSize,
+                            body->data())) {
+        return std::nullopt;
+    }
+    _arrived.add(number);
+    body->setUsedSize(static_cast<unsigned int>(size - kOverhead));
+    if (!_peer.isValid()) {
+        _peer = _from;
+    }
+    return Packet{kind, number, std::move(body)};
+}
+
+}  // namespace mirror

@@ -1,0 +1,109 @@
+#include "file_sink.h"
+
+#include "texts.h"
+
+using NIVUR::Dictionary;
+
+namespace mirror {
+
+namespace {
+
+constexpr uint64_t kWriteMs = 8000;
+constexpr uint64_t kCommitMs = 60'000;  // much may have to reach the disk
+
+}  // namespace
+
+FileSink::FileSink(const std::string& path, NIVUR::RunLoop& loop, NIVUR::EventCenter& events,
+                   Owner& owner)
+    : _events(events),
+      _owner(owner),
+      _disk(path, loop, [this](const std::string& error) { onWritten(error); }) {}
+
+bool FileSink::take(const Dictionary& offer) {
+    const auto size = getNumber(offer, "size");
+    const auto chunkSize = getNumber(offer, "chunkSize");
+    if (offer.getString("mode") != "file" || !size || !chunkSize || *chunkSize > kMaxChunk) {
+        return false;
+    }
+    _layout = {*size, static_cast<unsigned int>(*chunkSize)};
+    if (!_layout.isValid()) {
+        return false;
+    }
+    _name = printable(offer.getString("name"));
+    _disk.open([this](const std::string& error) {
+        error.empty() ? _owner.onReady() : _owner.onFailed(error);
+    });
+    return true;
+}
+
+void FileSink::start(ChunkWindow& chunks) {
+    _chunks = &chunks;
+}
+
+void FileSink::onWritten(const std::string& error) {
+    if (!error.empty()) {
+        _owner.onFailed(error);
+    } else {
+        Standing(_disk.written(), _layout.fileSize).send(_events, "moved");
+        onChunks();
+    }
+}
+
+/// Gives the disk what is in order, as far as the disk has room. What it has no room for stays in
+/// the window and is not confirmed, which holds the sender back.
+void FileSink::onChunks() {
+    if (_chunks == nullptr || _committing) {
+        return;
+    }
+    while (const NIVUR::Buffer* const chunk = _chunks->first()) {
+        const unsigned int size = chunk->usedSize() - kDataHeaderSize;
+        if (size != _layout.sizeOf(_chunks->base())) {
+            _owner.onFailed("the sender sent a piece of the wrong size");
+            return;
+        }
+        if (!_disk.write(chunk->data() + kDataHeaderSize, size)) {
+            break;  // onWritten() goes on
+        }
+        _chunks->pop();
+        _owner.onMoved();
+    }
+    if (!_checksum.empty() && _chunks->base() == _layout.chunks()) {
+        _committing = true;
+        _owner.onArrived();
+        _disk.commit(_checksum, [this](const std::string& error) { onCommitted(error); });
+    }
+}
+
+void FileSink::onCommitted(const std::string& error) {
+    if (error.empty()) {
+        _owner.onComplete("");
+    } else {
+        _owner.onFailed(error);
+    }
+}
+
+bool FileSink::finish(const Dictionary& text) {
+    _checksum = text.getString("checksum");
+    const bool valid = !_checksum.empty() && getNumber(text, "size") == _layout.fileSize;
+    if (valid) {
+        onChunks();
+    }
+    return valid;
+}
+
+void FileSink::tick() {
+    _disk.flush();
+}
+
+std::string FileSink::obstacle() const {
+    const uint64_t limitMs = _committing ? kCommitMs : kWriteMs;
+    return _disk.isBusyFor(limitMs)
+               ? "the disk has done nothing for " + std::to_string(limitMs / 1000) + " s"
+               : "";
+}
+
+std::vector<Statistics::Figure> FileSink::figures() {
+    return {{"written", "kbit/s", Statistics::PER_SECOND, _disk.written() / 125}};
+}
+
+}  // namespace mirror

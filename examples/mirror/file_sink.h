@@ -1,0 +1,46 @@
+#ifndef MIRROR_FILE_SINK_H
+#define MIRROR_FILE_SINK_H
+
+#include <string>
+
+#include "disk_writer.h"
+#include "file_layout.h"
+#include "progress.h"
+#include "sink.h"
+
+namespace mirror {
+
+/// A file, which is written on a thread of its own.
+class FileSink : public Sink {
+  public:
+    FileSink(const std::string& path, NIVUR::RunLoop& loop, NIVUR::EventCenter& events,
+             Owner& owner);
+
+    bool take(const NIVUR::Dictionary& offer) override;
+    std::string title() const override { return _name; }
+    void start(ChunkWindow& chunks) override;
+    void onChunks() override;
+    bool finish(const NIVUR::Dictionary& text) override;
+    void tick() override;
+    std::string obstacle() const override;
+    std::vector<Statistics::Figure> figures() override;
+    bool stop() override { return _disk.stop(); }
+    void dump() override { _disk.dump(); }
+
+  private:
+    void onWritten(const std::string& error);
+    void onCommitted(const std::string& error);
+
+    NIVUR::EventCenter& _events;
+    Owner& _owner;
+    DiskWriter _disk;
+    FileLayout _layout;
+    std::string _name;
+    ChunkWindow* _chunks = nullptr;
+    std::string _checksum;  // of the sender, once it has sent everything
+    bool _committing = false;
+};
+
+}  // namespace mirror
+
+#endif

@@ -1,0 +1,49 @@
+#ifndef MIRROR_LIVE_SINK_H
+#define MIRROR_LIVE_SINK_H
+
+#include <nivur/run_loop.h>
+
+#include <optional>
+#include <string>
+
+#include "playout.h"
+#include "sink.h"
+#include "streams.h"
+
+namespace mirror {
+
+/// A stream, which is written to the standard output.
+class LiveSink : public Sink {
+  public:
+    LiveSink(NIVUR::RunLoop& loop, Owner& owner);
+
+    bool take(const NIVUR::Dictionary& offer) override;
+    std::string title() const override { return "a live stream"; }
+    void start(ChunkWindow& chunks) override;
+    void beforeChunks() override;
+    void onChunks() override;
+    void onTiming(const Timing& timing) override;
+    bool finish(const NIVUR::Dictionary& text) override;
+    void tick() override { checkComplete(); }
+    bool expectsProgress() const override { return _end.has_value(); }
+    std::vector<Statistics::Figure> figures() override;
+
+  private:
+    void output(ChunkWindow::Body body);
+    void checkComplete();
+    std::string summary() const;
+
+    NIVUR::RunLoop& _loop;
+    Owner& _owner;
+    uint64_t _latencyUs = 0;
+    ChunkWindow* _chunks = nullptr;
+    std::optional<OutputStream> _output;
+    std::optional<Playout> _playout;
+    std::optional<uint64_t> _end;  // how many chunks there are, once the sender knows
+    uint64_t _handedOut = 0;
+    bool _complete = false;
+};
+
+}  // namespace mirror
+
+#endif

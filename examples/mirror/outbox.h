@@ -1,0 +1,60 @@
+#ifndef MIRROR_OUTBOX_H
+#define MIRROR_OUTBOX_H
+
+#include <nivur/buffer.h>
+#include <nivur/shared_ptr.h>
+
+#include <cstdint>
+#include <deque>
+#include <optional>
+
+namespace mirror {
+
+/// The chunks that the receiver may still need: those that wait to be sent, and those that are kept
+/// until it has confirmed them. On one loop.
+class Outbox {
+  public:
+    struct Chunk {
+        NIVUR::SharedPtr<NIVUR::Buffer> body;
+        uint64_t bornUs;      // when it was read
+        uint64_t sentUs = 0;  // when it was last sent, in that packet
+        uint64_t packet = 0;
+        bool isSent = false;
+        bool isWaiting = false;  // to be sent again
+    };
+
+    /// The first chunk that is here, the first that was not sent, and the end of all.
+    uint64_t base() const { return _base; }
+    uint64_t next() const { return _next; }
+    uint64_t end() const { return _base + _chunks.size(); }
+
+    size_t size() const { return _chunks.size(); }
+    bool hasUnsent() const { return _next < end() || !_again.empty(); }
+
+    void add(NIVUR::SharedPtr<NIVUR::Buffer> body, uint64_t bornUs);
+
+    /// A chunk; null when it is not, or no longer, here.
+    Chunk* find(uint64_t index);
+
+    /// Has a chunk sent again, before all that were not sent.
+    void sendAgain(uint64_t index);
+
+    /// The chunk to send now, which counts as sent; nothing when there is none.
+    std::optional<uint64_t> take();
+
+    /// Lets go of the chunks before `base`.
+    void confirm(uint64_t base);
+
+    /// Lets go of the chunks that were read before that time; how many of them were never sent.
+    uint64_t dropBefore(uint64_t bornUs);
+
+  private:
+    std::deque<Chunk> _chunks;
+    std::deque<uint64_t> _again;
+    uint64_t _base = 0;
+    uint64_t _next = 0;
+};
+
+}  // namespace mirror
+
+#endif

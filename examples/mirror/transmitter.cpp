@@ -1,0 +1,241 @@
+#include "transmitter.h"
+
+#include <nivur/system_util.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "wire.h"
+
+using NIVUR::makeRunnable;
+using NIVUR::SystemUtil;
+
+namespace mirror {
+
+namespace {
+
+constexpr unsigned int kTickMs = 10;
+constexpr uint64_t kFirstQuestionUs = 10'000;
+constexpr unsigned int kMaxDoublings = 6;
+constexpr uint64_t kTimingUs = 200'000;
+constexpr uint64_t kSilenceUs = 1'000'000;
+constexpr unsigned int kEnoughAnswers = 6;  // to know how far apart the clocks are
+constexpr uint64_t kMarginUs = 1000;
+constexpr uint64_t kDeafAtFirstUs = 4'000'000;
+constexpr uint64_t kDeafUs = 8'000'000;
+
+}  // namespace
+
+Transmitter::Transmitter(NIVUR::RunLoop& loop, DatagramPath& path, Owner& owner, uint64_t latencyUs,
+                         uint64_t firstRate)
+    : _loop(loop),
+      _path(path),
+      _owner(owner),
+      _latencyUs(latencyUs),
+      _pace(loop, [this] { pump(); }),
+      _congestion(firstRate) {}
+
+Transmitter::~Transmitter() {
+    _loop.cancelTasksForObject(this);
+}
+
+void Transmitter::open() {
+    sendTiming(true);
+    keepTicking();
+}
+
+void Transmitter::close() {
+    _closed = true;
+    _pace.cancel();
+    _loop.cancelTasksForObject(this);
+}
+
+void Transmitter::add(NIVUR::SharedPtr<NIVUR::Buffer> body, uint64_t bornUs) {
+    _counts.bytes += body->usedSize() - kDataHeaderSize;
+    _outbox.add(std::move(body), bornUs);
+}
+
+void Transmitter::pump() {
+    if (_closed) {
+        return;
+    }
+    const uint64_t nowUs = SystemUtil::getCPUTimeInMicroseconds();
+    dropStale(nowUs);
+    while (_open && !_closed && mayTransmit(nowUs)) {
+        transmit(*_outbox.take(), nowUs);
+    }
+    _path.flush();
+    keepTicking();
+}
+
+bool Transmitter::mayTransmit(uint64_t nowUs) {
+    if (_path.isBlocked() || _flight.bytes() >= _congestion.window()) {
+        return false;
+    }
+    if (!_outbox.hasUnsent()) {
+        _owner.onRoom();
+    }
+    if (!_outbox.hasUnsent()) {
+        _flight.limit();
+        return false;
+    }
+    if (_pacer.dueUs() > nowUs) {
+        _pace.set(std::max(_pacer.dueUs(), nowUs + kMarginUs / 2));
+        return false;
+    }
+    return true;
+}
+
+void Transmitter::transmit(uint64_t index, uint64_t nowUs) {
+    Outbox::Chunk& chunk = *_outbox.find(index);
+    DataHeader{index, chunk.bornUs}.write(chunk.body->data());
+    const unsigned int size = chunk.body->usedSize();
+    chunk.packet = _path.next();
+    chunk.sentUs = nowUs;
+    _path.queue(chunk.isSent ? PacketKind::DATA_AGAIN : PacketKind::DATA, chunk.body->data(), size);
+    _counts.again += std::exchange(chunk.isSent, true) ? 1 : 0;
+    ++_counts.packets;
+    _questions = 0;
+    count(size, nowUs);
+}
+
+/// Accounts for a packet that was queued.
+void Transmitter::count(size_t bodySize, uint64_t nowUs) {
+    const uint64_t bytes = bodySize + kHeaderSize + kTagSize + kWireOverhead;
+    _flight.sent(_path.next() - 1, bytes, nowUs, _roundTrip.minUs());
+    _pacer.sent(bytes, _congestion.rate(), nowUs);
+    _sentUs = nowUs;
+}
+
+void Transmitter::sendTiming(bool wantsAnswer) {
+    const uint64_t nowUs = SystemUtil::getCPUTimeInMicroseconds();
+    Timing timing;
+    timing.wantsAnswer = wantsAnswer;
+    timing.next = _outbox.next();
+    timing.sentUs = nowUs;
+    timing.offsetUs = _clock.offsetUs(nowUs);
+    timing.roundTripUs =
+        static_cast<uint32_t>(std::min<uint64_t>(_roundTrip.smoothedUs(), UINT32_MAX));
+    char body[64];
+    const size_t size = timing.write(body, sizeof(body));
+    _path.queue(PacketKind::TIMING, body, size);
+    count(size, nowUs);
+    _timingUs = nowUs;
+    _questions += wantsAnswer ? 1 : 0;
+    _path.flush();
+}
+
+void Transmitter::take(const Packet& packet) {
+    if (packet.kind == PacketKind::FEEDBACK) {
+        if (auto feedback = Feedback::read(packet.body->data(), packet.body->usedSize())) {
+            onFeedback(std::move(*feedback));
+        }
+    }
+}
+
+/// What a late feedback says, a newer one has said better.
+void Transmitter::onFeedback(Feedback feedback) {
+    const uint64_t nowUs = SystemUtil::getCPUTimeInMicroseconds();
+    feedback.newest = nearest(_flight.next(), feedback.newest, 32);
+    feedback.base = nearest(_outbox.base(), feedback.base, 32);
+    const auto report = _flight.arrived(feedback, nowUs, _roundTrip.minUs());
+    if (!report || feedback.base > _outbox.next()) {
+        return;
+    }
+    learn(feedback, *report, nowUs);
+    repair(feedback, report->sentUs);
+    if (feedback.base > _outbox.base()) {
+        _outbox.confirm(feedback.base);
+        _owner.onConfirmed();
+    }
+    checkOpen(nowUs);
+    pump();
+}
+
+void Transmitter::learn(const Feedback& feedback, const Flight::Report& report, uint64_t nowUs) {
+    if (_heardUs != 0 && nowUs - _heardUs > std::max(kSilenceUs, 4 * _roundTrip.timeoutUs()) &&
+        report.sentUs < _heardUs + kSilenceUs) {
+        _congestion.restart();
+    }
+    _heardUs = nowUs;
+    _roundTrip.add(std::max<uint64_t>(1, report.roundTripUs), nowUs);
+    _clock.add(report.sentUs, feedback.arrivedUs, feedback.arrivedUs + feedback.heldUs, nowUs);
+    _congestion.update(report, _roundTrip, _flight.bytes(), nowUs);
+}
+
+/// A chunk is lost if a packet that was sent later has arrived, and so much later as packets on
+/// this way may overtake one another; `sentUs` is when the newest of those was sent. One that was
+/// sent again is judged by that packet, so that nothing is sent again before it can have arrived.
+void Transmitter::repair(const Feedback& feedback, uint64_t sentUs) {
+    for (const Feedback::Gap& gap : feedback.gaps) {
+        const uint64_t end = std::min(feedback.base + gap.end, _outbox.next());
+        for (uint64_t i = std::max(feedback.base + gap.begin, _outbox.base()); i < end; ++i) {
+            const Outbox::Chunk* const chunk = _outbox.find(i);
+            if (chunk != nullptr && chunk->isSent && chunk->packet < feedback.newest &&
+                chunk->sentUs + feedback.reorderingUs <= sentUs) {
+                _outbox.sendAgain(i);
+            }
+        }
+    }
+}
+
+/// A file can begin at the first answer. A stream waits until the clocks are known.
+void Transmitter::checkOpen(uint64_t nowUs) {
+    if (_open) {
+        return;
+    }
+    _firstAnswerUs = _answers++ == 0 ? nowUs : _firstAnswerUs;
+    const bool isLong = nowUs - _firstAnswerUs > 2 * _roundTrip.timeoutUs() + 20 * kMarginUs;
+    if (_latencyUs == 0 || _answers >= kEnoughAnswers || isLong) {
+        _open = true;
+        sendTiming(true);
+        _owner.onOpen();
+    } else {
+        _questions = 0;
+    }
+}
+
+/// Drops what would come too late. What waits in a queue on the way is taken to wait on the way
+/// there.
+void Transmitter::dropStale(uint64_t nowUs) {
+    const uint64_t wayUs = _roundTrip.smoothedUs() - _roundTrip.minUs() / 2;
+    if (_latencyUs != 0 && _roundTrip.isKnown()) {
+        const uint64_t ageUs = _latencyUs - std::min(_latencyUs, wayUs);
+        const uint64_t base = _outbox.base();
+        _counts.dropped += _outbox.dropBefore(nowUs - std::min(nowUs, ageUs));
+        if (_outbox.base() != base) {
+            _owner.onConfirmed();
+        }
+    }
+}
+
+bool Transmitter::isDeaf() const {
+    const uint64_t nowUs = SystemUtil::getCPUTimeInMicroseconds();
+    const uint64_t limitUs = _heardUs == 0 ? kDeafAtFirstUs : kDeafUs;
+    return _flight.bytes() > 0 && nowUs - _flight.oldestUs() > limitUs && nowUs - _sentUs < limitUs;
+}
+
+void Transmitter::keepTicking() {
+    if (_ticks == 0 && !_closed && (!_open || _outbox.size() > 0)) {
+        _ticks = _loop.addTimer(makeRunnable([this] { tick(); }, this), kTickMs, true);
+    }
+}
+
+/// While something is unconfirmed and nothing is sent, asks whether it has arrived, more and more
+/// seldom.
+void Transmitter::tick() {
+    const uint64_t nowUs = SystemUtil::getCPUTimeInMicroseconds();
+    if (_open && _outbox.size() == 0) {
+        _loop.stopTimer(std::exchange(_ticks, 0));
+        return;
+    }
+    const unsigned int doublings = std::min(_questions, kMaxDoublings);
+    if (nowUs - _sentUs >= kFirstQuestionUs << doublings) {
+        sendTiming(true);
+    } else if (_open && nowUs - _timingUs >= kTimingUs) {
+        sendTiming(false);
+    }
+    pump();
+}
+
+}  // namespace mirror

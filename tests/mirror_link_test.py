@@ -1,0 +1,121 @@
+"""mirror_link_test.py MIRROR: the example over emulated links, where a collapse would show in what is sent.
+Needs root, and the device for TUN."""
+
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "bench", "link"))
+from link import Link
+
+MIRROR = sys.argv[1]
+CHUNK = 1316
+
+
+def start(link, side, *arguments, **options):
+    return link.start(side, [MIRROR, *arguments, "--key", "key"], stderr=subprocess.PIPE, **options)
+
+
+def listen(link, *arguments, **options):
+    """A receiver that listens, and what it said."""
+    receiver = start(link, "b", "receive", *arguments, "--listen", "10.77.0.2:7000", **options)
+    line = (receiver.stderr if "--live" in arguments else receiver.stdout).readline()
+    assert b"listening" in line, line
+    return receiver
+
+
+def datagrams(link, way="a_to_b", what="in"):
+    return link.counters[way]["udp"][what]["bytes"]
+
+
+def send_file(size, conditions, sent_limit, lost_limit, seconds):
+    """The file arrives, in that time, and little more is sent than it needs, with what the link lost."""
+    with open("source", "wb") as file:
+        file.write(os.urandom(size))
+    with Link(conditions) as link:
+        receiver = listen(link, "copy", stdout=subprocess.PIPE)
+        began = time.monotonic()
+        sender = start(link, "a", "send", "source", "--to", "10.77.0.2:7000", stdout=subprocess.DEVNULL)
+        assert sender.wait(60) == 0, sender.stderr.read()
+        assert receiver.wait(20) == 0, receiver.stderr.read()
+        took = time.monotonic() - began
+    with open("source", "rb") as source, open("copy", "rb") as copy:
+        assert source.read() == copy.read()
+    lost = sum(datagrams(link, what=cause) for cause in ("lost", "overflowed"))
+    figures = f"{conditions}: {took:.2f} s, {datagrams(link)} bytes sent, {lost} lost"
+    print(figures, flush=True)
+    assert datagrams(link) - lost <= sent_limit * size and lost <= lost_limit * size and took <= seconds, figures
+
+
+def blocked():
+    """Without datagrams little is sent, and the reason is said."""
+    with Link({"rtt": 20, "block-udp": 1}) as link:
+        receiver = listen(link, "copy", stdout=subprocess.PIPE)
+        sender = start(link, "a", "send", "source", "--to", "10.77.0.2:7000", stdout=subprocess.DEVNULL)
+        assert sender.wait(30) == 1 and b"block UDP" in sender.stderr.read()
+        assert receiver.wait(20) == 1
+    assert datagrams(link) < 5000, link.counters
+    assert not os.path.exists("copy.part")
+
+
+def wakes(process):
+    """How often the threads of a process have gone to sleep."""
+    total = 0
+    for child in [process.pid, *map(int, subprocess.run(["pgrep", "-P", str(process.pid)], capture_output=True,
+                                                        check=False).stdout.split())]:
+        for thread in os.listdir(f"/proc/{child}/task"):
+            with open(f"/proc/{child}/task/{thread}/status", encoding="ascii") as status:
+                total += int(re.search(r"\nvoluntary_ctxt_switches:\s*(\d+)", status.read()).group(1))
+    return total
+
+
+def stream(conditions, latency, chunks, least_share, most_sent):
+    """A stream of 8 Mbit/s arrives within its latency, nothing early; then both ends are idle."""
+    times = []
+    with Link(conditions) as link:
+        receiver = listen(link, "-", "--live", stdout=subprocess.PIPE)
+        sender = start(link, "a", "send", "-", "--live", "--latency", str(latency), "--to", "10.77.0.2:7000",
+                       stdin=subprocess.PIPE)
+
+        def write():
+            begin = time.monotonic() + 0.5
+            for number in range(chunks):
+                time.sleep(max(0.0, begin + number * CHUNK / 1e6 - time.monotonic()))
+                os.write(sender.stdin.fileno(), repr(time.monotonic()).encode().ljust(CHUNK))
+            time.sleep(1 + latency / 1000)
+            times.append([wakes(process) for process in (sender, receiver)])
+            time.sleep(2)
+            times.append([wakes(process) for process in (sender, receiver)])
+            sender.stdin.close()
+
+        writer = threading.Thread(target=write)
+        writer.start()
+        delays = []
+        while chunk := receiver.stdout.read(CHUNK):
+            delays.append((time.monotonic() - float(chunk)) * 1000)
+        writer.join()
+        assert sender.wait(20) == 0 and receiver.wait(20) == 0
+    share = sum(delay < latency + 50 for delay in delays) / chunks  # the machine may be slow
+    sent = datagrams(link) / (CHUNK * chunks)
+    woken = [after - before for before, after in zip(*times)]
+    figures = f"{conditions}: {share:.4f} in time, from {min(delays):.1f} ms on, {sent:.3f} sent, woken {woken} times"
+    print(figures, flush=True)
+    assert share >= least_share and min(delays) >= latency - 2 and sent <= most_sent and max(woken) < 20, figures
+
+
+if os.geteuid() != 0 or not os.path.exists("/dev/net/tun"):
+    print("Emulated links need root and /dev/net/tun.")
+    sys.exit(77)
+with tempfile.TemporaryDirectory() as folder:
+    os.chdir(folder)
+    with open("key", "wb") as key_file:
+        key_file.write(subprocess.run([MIRROR, "key"], capture_output=True, check=True).stdout)
+    send_file(600_000, {"rtt": 20, "rate": 1, "queue": 30}, 1.12, 0.1, 12)
+    send_file(4_000_000, {"rtt": 20, "rate": 10, "queue": 50}, 1.12, 0.1, 10)
+    send_file(4_000_000, {"rtt": 40, "rate": 50, "queue": 200, "loss": "5", "reorder": 20, "reorder-by": 2}, 1.12, 0.3, 10)
+    blocked()
+    stream({"rtt": 20, "rate": 100, "queue": 200, "loss": "5,5"}, 200, 3000, 0.995, 1.2)

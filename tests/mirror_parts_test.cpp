@@ -1,0 +1,359 @@
+#include <gtest/gtest.h>
+#include <nivur/buffer_pool.h>
+#include <nivur/run_loop.h>
+
+#include <cmath>
+#include <cstring>
+#include <deque>
+#include <random>
+#include <set>
+
+#include "chunk_window.h"
+#include "clock_fit.h"
+#include "collector.h"
+#include "congestion.h"
+#include "datagram_path.h"
+#include "flight.h"
+#include "packets.h"
+#include "replay_window.h"
+#include "secrets.h"
+#include "texts.h"
+#include "transmitter.h"
+#include "wire.h"
+
+namespace mirror {
+namespace {
+
+TEST(MirrorSecrets, OnlyTheSameKeyOpensAndOnlyWhatWasSealed) {
+    const Key key{1};
+    const KeyAgreement sender;
+    const KeyAgreement receiver;
+    const auto there = sender.finish(key, receiver.publicText(), true);
+    const auto here = receiver.finish(key, sender.publicText(), false);
+    const auto strange = receiver.finish(Key{2}, sender.publicText(), false);
+    ASSERT_TRUE(there && here && strange);
+    EXPECT_FALSE(sender.finish(key, std::string(64, '0'), true));
+    EXPECT_FALSE(sender.finish(key, "abc", true));
+
+    const std::string plain = "hello";
+    std::string sealed(plain.size() + kTagSize, '\0');
+    Cipher(there->sendDatagrams).seal(7, "h", 1, plain.data(), plain.size(), sealed.data());
+    const auto opens = [&](const Key& with, uint64_t number, const char* header, std::string text) {
+        std::string opened(text.size(), '\0');
+        return Cipher(with).open(number, header, 1, text.data(), text.size(), opened.data()) &&
+               opened.compare(0, plain.size(), plain) == 0;
+    };
+    EXPECT_TRUE(opens(here->receiveDatagrams, 7, "h", sealed));
+    EXPECT_FALSE(opens(here->receiveDatagrams, 8, "h", sealed));
+    EXPECT_FALSE(opens(here->receiveDatagrams, 7, "i", sealed));
+    EXPECT_FALSE(opens(here->sendDatagrams, 7, "h", sealed)) << "it could be sent back";
+    EXPECT_FALSE(opens(here->receiveTexts, 7, "h", sealed));
+    EXPECT_FALSE(opens(strange->receiveDatagrams, 7, "h", sealed));
+    EXPECT_FALSE(opens(here->receiveDatagrams, 7, "h", sealed.substr(0, 10)));
+    for (char& byte : sealed) {
+        byte ^= 1;
+        EXPECT_FALSE(opens(here->receiveDatagrams, 7, "h", sealed));
+        byte ^= 1;
+    }
+}
+
+TEST(MirrorReplayWindow, TakesEachNumberOnceAndNoneThatIsOld) {
+    std::mt19937 random(1);
+    ReplayWindow window;
+    std::set<uint64_t> taken;
+    uint64_t newest = 0;
+    for (int i = 0; i < 100000; ++i) {
+        const uint64_t jump = random() % 1000 == 0 ? 10000 : 3;
+        const uint64_t ahead = random() % jump;
+        const uint64_t number =
+            newest + ahead - std::min(newest + ahead, uint64_t{random() % 6000});
+        const bool isOld = number + 4096 < window.next();
+        ASSERT_EQ(window.isNew(number), !isOld && taken.count(number) == 0) << number;
+        if (window.isNew(number)) {
+            window.add(number);
+            taken.insert(number);
+            newest = std::max(newest, number);
+            ASSERT_EQ(window.next(), newest + 1);
+        }
+    }
+}
+
+TEST(MirrorPackets, WhatIsWrittenIsReadAndNoBytesDoHarm) {
+    Feedback written;
+    written.newest = 5;
+    written.base = 100;
+    written.arrivedUs = 0x123456789abc;
+    written.reorderingUs = 2500;
+    written.gaps = {{100, 101}, {103, 400}, {1000, 1001}};
+    char bytes[1100];
+    const auto read = Feedback::read(bytes, written.write(bytes, sizeof(bytes)));
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->arrivedUs, written.arrivedUs);
+    EXPECT_EQ(read->reorderingUs, 2500U);
+    ASSERT_EQ(read->gaps.size(), 3U);
+    EXPECT_EQ(read->gaps[2].begin, 900U);
+    EXPECT_EQ(read->gaps[1].end, 300U);
+
+    std::mt19937 random(2);
+    for (int i = 0; i < 100000; ++i) {
+        const size_t size = random() % 80;
+        for (size_t j = 0; j < size; ++j) {
+            bytes[j] = static_cast<char>(random());
+        }
+        const auto feedback = Feedback::read(bytes, size);
+        uint64_t end = 0;
+        for (const Feedback::Gap& gap : feedback ? feedback->gaps : std::vector<Feedback::Gap>()) {
+            ASSERT_LE(end, gap.begin);
+            ASSERT_LE(gap.begin, gap.end);
+            ASSERT_LE(end = gap.end, UINT32_MAX);
+        }
+        ASSERT_EQ(Timing::read(bytes, size).has_value(), size == 25);
+    }
+    for (const uint64_t number : {uint64_t{0}, uint64_t{0xffffff}, uint64_t{1} << 40}) {
+        for (const uint64_t expected :
+             {number, number + 0x7fffff, number - std::min<uint64_t>(number, 0x7fffff)}) {
+            EXPECT_EQ(nearest(expected, number & 0xffffff, 24), number) << expected;
+        }
+    }
+}
+
+TEST(MirrorChunkWindow, KnowsWhatIsMissing) {
+    std::mt19937 random(3);
+    ChunkWindow window(64);
+    std::set<uint64_t> here;
+    uint64_t end = 0;
+    for (int i = 0; i < 20000; ++i) {
+        const uint64_t index = window.base() + random() % 64;
+        if (random() % 3 == 0) {
+            here.erase(window.base());
+            window.pop();
+            end = std::max(end, window.base());
+        } else if (!window.has(index)) {
+            window.add(index, NIVUR::BufferPool::getBuffer(1, nullptr), 1);
+            here.insert(index);
+            end = std::max(end, index + 1);
+        }
+        std::set<uint64_t> expected;
+        for (uint64_t j = window.base(); j < end; ++j) {
+            if (here.count(j) == 0) {
+                expected.insert(j);
+            }
+        }
+        std::set<uint64_t> missing;
+        for (const Feedback::Gap& gap : window.gaps(64, 1)) {
+            for (uint64_t j = gap.begin; j < gap.end; ++j) {
+                missing.insert(j);
+            }
+        }
+        ASSERT_EQ(missing, expected);
+        ASSERT_EQ(window.firstMissing(), expected.empty() ? end : *expected.begin());
+    }
+}
+
+TEST(MirrorClockFit, FindsOffsetAndDriftBehindJitter) {
+    std::mt19937 random(4);
+    ClockFit fit;
+    const double drift = 80e-6;
+    const auto there = [&](uint64_t us) {
+        return us + 5'000'000'000 + static_cast<uint64_t>(static_cast<double>(us) * drift);
+    };
+    for (uint64_t now = 1'000'000; now < 40'000'000; now += 20'000) {
+        const uint64_t out = 10'000 + random() % 10'000;
+        const uint64_t back = 10'000 + random() % 3'000;
+        fit.add(now, there(now + out), there(now + out + 500), now + out + 500 + back);
+    }
+    const uint64_t end = 40'000'000;
+    EXPECT_NEAR(static_cast<double>(fit.offsetUs(end)), static_cast<double>(there(end) - end), 700);
+}
+
+/// A sender that always has something to send, over a way with a queue, in simulated time.
+struct Way {
+    double rate;  // bytes per second
+    uint64_t roundTripUs;
+    size_t queue;  // packets
+    double loss;
+};
+
+struct Outcome {
+    double arrivedShare;  // of what the way could carry
+    double lostShare;     // of what was sent, in the queue
+};
+
+Outcome simulate(const Way& way, uint64_t seconds) {
+    constexpr uint64_t kBytes = 1228;
+    std::mt19937 random(5);
+    Flight flight;
+    Congestion congestion(0);
+    RoundTrip roundTrip;
+    struct Arrival {
+        uint64_t number;
+        uint64_t atUs;
+    };
+    std::deque<Arrival> arrivals;
+    Feedback feedback;
+    double freeUs = 0;  // when the link is idle again
+    double dueUs = 0;
+    uint64_t number = 0;
+    uint64_t overflowed = 0;
+    const uint64_t endUs = seconds * 1'000'000;
+    for (uint64_t now = 1000; now < endUs; now += 100) {
+        while (!arrivals.empty() && arrivals.front().atUs + way.roundTripUs / 2 <= now) {
+            feedback.newest = arrivals.front().number;
+            feedback.arrivedUs = arrivals.front().atUs;
+            ++feedback.packets;
+            feedback.bytes += static_cast<uint32_t>(kBytes - kWireOverhead);
+            arrivals.pop_front();
+            if (const auto report = flight.arrived(feedback, now, roundTrip.minUs())) {
+                roundTrip.add(report->roundTripUs, now);
+                congestion.update(*report, roundTrip, flight.bytes(), now);
+            }
+        }
+        dueUs = std::max(dueUs, static_cast<double>(now) - 1000);
+        while (flight.bytes() < congestion.window() && dueUs <= static_cast<double>(now)) {
+            flight.sent(number, kBytes, now, roundTrip.minUs());
+            dueUs += kBytes * 1e6 / static_cast<double>(congestion.rate());
+            const double packetUs = kBytes * 1e6 / way.rate;
+            freeUs = std::max(freeUs, static_cast<double>(now));
+            if (freeUs - static_cast<double>(now) > packetUs * static_cast<double>(way.queue)) {
+                ++overflowed;
+            } else {
+                freeUs += packetUs;
+                if (static_cast<double>(random() % 1000) >= way.loss * 1000) {
+                    arrivals.push_back(
+                        {number, static_cast<uint64_t>(freeUs) + way.roundTripUs / 2});
+                }
+            }
+            ++number;
+        }
+    }
+    const double carried = way.rate * static_cast<double>(seconds) * (1 - way.loss);
+    return {feedback.packets * static_cast<double>(kBytes) / carried,
+            static_cast<double>(overflowed) / static_cast<double>(number)};
+}
+
+TEST(MirrorCongestion, FillsTheWayAndNoMore) {
+    const struct {
+        Way way;
+        double share;
+        double lost;
+    } kRows[] = {
+        {{12.5e6, 20'000, 200, 0}, 0.9, 0.02},  {{12.5e6, 20'000, 200, 0.05}, 0.85, 0.03},
+        {{1.25e6, 20'000, 50, 0}, 0.9, 0.02},   {{125e3, 20'000, 30, 0}, 0.9, 0.02},
+        {{2.5e6, 200'000, 400, 0}, 0.85, 0.06}, {{125e6, 1'000, 200, 0}, 0.85, 0.02},
+        {{1.25e6, 20'000, 50, 0.1}, 0.8, 0.03},
+    };
+    for (const auto& row : kRows) {
+        const Outcome outcome = simulate(row.way, 12);
+        EXPECT_GT(outcome.arrivedShare, row.share) << row.way.rate << " " << row.way.loss;
+        EXPECT_LT(outcome.lostShare, row.lost) << row.way.rate << " " << row.way.loss;
+    }
+}
+
+/// A session with a peer that holds the key and sends whatever it likes, on a loop that stands
+/// still.
+class MirrorHostile : public testing::Test, public Transmitter::Owner {
+  protected:
+    MirrorHostile() {
+        const KeyAgreement one;
+        const KeyAgreement other;
+        path.socket().create(NIVUR::SocketAddress("127.0.0.1", 0));
+        path.socket().setBlocking(false);
+        path.begin(*one.finish(Key{}, other.publicText(), true), path.socket().localAddress());
+    }
+
+    void onOpen() override {}
+    void onRoom() override {}
+    void onConfirmed() override {}
+
+    Packet packet(PacketKind kind, const char* bytes, size_t size) {
+        Packet result{kind, number++, path.makeBody()};
+        std::memcpy(result.body->data(), bytes, size);
+        result.body->setUsedSize(static_cast<unsigned int>(size));
+        return result;
+    }
+
+    uint32_t any() { return static_cast<uint32_t>(random()); }
+
+    NIVUR::RunLoop loop{"still"};
+    DatagramPath path{loop, 0, [] {}};
+    uint64_t number = 0;
+    std::mt19937 random{6};
+};
+
+TEST_F(MirrorHostile, AReceiverCannotMakeTheSenderSendMoreThanItHas) {
+    constexpr uint64_t kChunks = 3000;
+    Transmitter transmitter(loop, path, *this, 0, 0);
+    transmitter.open();
+    for (uint64_t i = 0; i < kChunks; ++i) {
+        auto body = path.makeBody();
+        body->setUsedSize(kDataHeaderSize + 100);
+        transmitter.add(std::move(body), 1);
+    }
+    uint64_t most = 0;
+    for (int i = 0; i < 30000; ++i) {
+        Feedback feedback;
+        feedback.newest = path.next() - 1 - random() % 4;
+        feedback.base = random() % 50 == 0 ? random() : most;
+        feedback.arrivedUs = random();
+        feedback.heldUs = random() % 3 == 0 ? any() : 0;
+        feedback.packets = random() % 3 == 0 ? any() : static_cast<uint32_t>(path.next());
+        feedback.bytes = any();
+        feedback.gaps = {{feedback.base, feedback.base + random() % 5},
+                         {feedback.base + 5, feedback.base + random() + 5}};
+        char bytes[200];
+        const size_t size = feedback.write(bytes, sizeof(bytes));
+        const uint64_t before = path.next();
+        transmitter.take(packet(PacketKind::FEEDBACK, bytes, size));
+        ASSERT_LE(path.next() - before, kChunks + 2);
+        ASSERT_LE(transmitter.confirmed(), transmitter.added());
+        most = std::max(most, transmitter.confirmed());
+    }
+    ASSERT_LE(transmitter.counts().again, transmitter.counts().packets);
+}
+
+TEST_F(MirrorHostile, ASenderGetsNoMoreDatagramsThanItSendsAndFillsNoMemory) {
+    for (const bool isLive : {false, true}) {
+        Collector collector(loop, path, 512, isLive);
+        const uint64_t before = path.next();
+        constexpr int kPackets = 30000;
+        for (int i = 0; i < kPackets; ++i) {
+            char bytes[40];
+            for (char& byte : bytes) {
+                byte = static_cast<char>(random() % 4 == 0 ? random() : 0);
+            }
+            const auto kind = static_cast<PacketKind>(random() % 6);
+            collector.take(packet(kind, bytes, random() % 3 == 0 ? 25 : random() % sizeof(bytes)));
+            collector.report();
+            ASSERT_LE(collector.chunks().end() - collector.chunks().base(), 512U);
+        }
+        EXPECT_LE(path.next() - before, static_cast<uint64_t>(kPackets));
+        EXPECT_GT(path.next() - before, 0U);
+    }
+}
+
+TEST(MirrorTexts, WhatAPeerSaysCannotSteerATerminal) {
+    const struct {
+        const char* text;
+        const char* shown;
+    } kRows[] = {
+        {"copy.ts", "copy.ts"},
+        {"\x1b[2J", "?[2J"},
+        {"gr\xc3\xbc\xc3\x9f", "gr\xc3\xbc\xc3\x9f"},
+        {"\xc2\x9b"
+         "2J",
+         "?2J"},
+        {"a\xe2\x80\xae"
+         "b",
+         "a?b"},
+        {"\xff\xc3", "??"},
+        {"\xed\xa0\x80", "?"},
+        {"\xc0\xaf", "??"},
+    };
+    for (const auto& row : kRows) {
+        EXPECT_EQ(printable(row.text), row.shown);
+    }
+    EXPECT_LE(printable(std::string(10000, 'x')).size(), 300U);
+}
+
+}  // namespace
+}  // namespace mirror
