@@ -1,6 +1,7 @@
 #include "endpoint.h"
 
 #include <nivur/system_util.h>
+#include <unistd.h>
 
 #include <utility>
 
@@ -24,8 +25,10 @@ Endpoint::Endpoint(const std::string& name, std::string peerRole, const Key& key
                    NIVUR::EventCenter& events)
     : _loop("mirror-" + name), _events(events), _peerRole(std::move(peerRole)), _key(key) {}
 
-bool Endpoint::startLoop() {
-    const bool started = _loop.start();
+bool Endpoint::startLoop(bool isUrgent) {
+    const bool mayHurry = isUrgent && ::geteuid() == 0;
+    const bool started = _loop.start(mayHurry ? NIVUR::Thread::THREAD_PRIORITY_HIGH
+                                              : NIVUR::Thread::THREAD_PRIORITY_NORMAL);
     if (!started) {
         end("cannot start a thread");
     }

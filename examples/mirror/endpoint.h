@@ -42,8 +42,9 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
              NIVUR::EventCenter& events);
 
     /// Starts the loop: the last thing that starting an end does. False, and the transfer has
-    /// ended, when there is no thread for it.
-    bool startLoop();
+    /// ended, when there is no thread for it. An urgent one goes before other threads if this
+    /// process may do that.
+    bool startLoop(bool isUrgent);
 
     /// Stops the loop: what the end's destruction begins with.
     void stopLoop();

@@ -26,7 +26,7 @@ constexpr int kDatagramsPerPass = 128;
 constexpr unsigned int kTickMs = 20;
 constexpr unsigned int kPauseMs = 200;
 constexpr unsigned int kStatsMs = 1000;
-constexpr unsigned int kOfferMs = 2000;
+constexpr unsigned int kOfferMs = 3000;
 
 }  // namespace
 
@@ -59,7 +59,7 @@ std::optional<Address> Receiver::start(const Address& at) {
         return std::nullopt;
     }
     const Address address{at.ip, _ports.listener().port()};
-    return startLoop() ? std::optional(address) : std::nullopt;
+    return startLoop(_isLive) ? std::optional(address) : std::nullopt;
 }
 
 bool Receiver::watchListener() {

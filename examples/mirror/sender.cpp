@@ -49,7 +49,7 @@ void Sender::start(const Address& to) {
         end(error);
         return;
     }
-    if (startLoop()) {
+    if (startLoop(_isLive)) {
         post([this] { createSockets(); });
     }
 }
@@ -195,7 +195,7 @@ void Sender::checkProgress() {
 
 bool Sender::onDone(const Dictionary& text) {
     const auto arrived = getNumber(text, "arrived");
-    if (!_finished || !arrived || (!_isLive && _transmitter->waiting() > 0)) {
+    if (!_finished || !arrived) {  // the last feedback may come later, or never
         return false;
     }
     const uint64_t sent = _path.next();

@@ -25,7 +25,7 @@ class Transmitter : public NIVUR::NoCopyable {
     /// Who is told.
     class Owner {
       public:
-        /// Datagrams come through in both directions: chunks may be added from now on.
+        /// Chunks may be added from now on.
         virtual void onOpen() = 0;
 
         /// There is room for another chunk: the owner may add() one.
@@ -88,6 +88,7 @@ class Transmitter : public NIVUR::NoCopyable {
     void checkOpen(uint64_t nowUs);
     bool mayTransmit(uint64_t nowUs);
     void transmit(uint64_t index, uint64_t nowUs);
+    int64_t offsetUs(uint64_t nowUs) const;
     void sendTiming(bool wantsAnswer);
     void count(size_t bodySize, uint64_t nowUs);
     void dropStale(uint64_t nowUs);
