@@ -17,7 +17,8 @@ constexpr uint64_t kMaxRetryGapUs = 30 * kSecondUs;
 constexpr uint64_t kNoiseUs = 1000;  // of round trips, without a queue
 constexpr uint64_t kStreamNoiseUs = 5000;
 constexpr double kStartupGain = 2.885;  // 2 / ln 2
-constexpr double kWindowGain = 2;
+constexpr double kStartupWindowGain = 2;
+constexpr double kWindowGain = 1.4;  // leaves its share to a flow beside this one
 constexpr std::array<double, 8> kCycle = {1.25, 0.75, 1, 1, 1, 1, 1, 1};
 constexpr unsigned int kFullRounds = 3;
 constexpr double kFullGrowth = 1.25;
@@ -180,17 +181,19 @@ uint64_t Congestion::rate() const {
 }
 
 uint64_t Congestion::window() const {
-    const uint64_t rest = kMinPackets * kPacket;
+    const uint64_t spare = kMinPackets * kPacket;
     if (_state == State::PROBE_ROUND_TRIP) {
-        return product() / 2 + rest;
+        return product() / 2 + spare;
     }
     const bool starting = _state == State::STARTUP;
     const uint64_t unreported =
         std::min(bandwidth() * kFeedbackUs / kSecondUs, kFeedbackPackets * kPacket);
-    const double whole = (starting ? kStartupGain : kWindowGain) * static_cast<double>(product());
+    const double gain = starting ? kStartupWindowGain : kWindowGain;
+    const uint64_t known =
+        static_cast<uint64_t>(gain * static_cast<double>(product())) + unreported + spare;
     const uint64_t first =
         std::max(kFirstPackets * kPacket, _firstRate * (_minUs + 2 * kFeedbackUs) / kSecondUs);
-    return std::max(static_cast<uint64_t>(whole) + unreported + rest, starting ? first : rest);
+    return starting ? std::max(known, first) : known;
 }
 
 }  // namespace mirror

@@ -6,19 +6,22 @@
 
 namespace mirror {
 
-/// Spreads packets over time. What was not sent for lack of time may be made up for, but no more
-/// than a millisecond of it, so that a timer may be late.
+/// Spreads packets over time. What was not sent because the timer was late is made up for, as far
+/// as the queue on the way is not filled by that.
 class Pacer {
   public:
     /// When the next packet may be sent.
     uint64_t dueUs() const { return _dueUs; }
 
-    void sent(uint64_t bytes, uint64_t rate, uint64_t nowUs) {
-        _dueUs = std::max(_dueUs, nowUs - std::min(nowUs, kBurstUs)) + bytes * 1'000'000 / rate;
+    /// Accounts for a packet that was sent at that rate, in bytes per second.
+    void sent(uint64_t bytes, uint64_t rate, uint64_t minRoundTripUs, uint64_t nowUs) {
+        const uint64_t burstUs = std::clamp(minRoundTripUs / 2, kLeastBurstUs, kMostBurstUs);
+        _dueUs = std::max(_dueUs, nowUs - std::min(nowUs, burstUs)) + bytes * 1'000'000 / rate;
     }
 
   private:
-    static constexpr uint64_t kBurstUs = 1000;
+    static constexpr uint64_t kLeastBurstUs = 1000;
+    static constexpr uint64_t kMostBurstUs = 20'000;
 
     uint64_t _dueUs = 0;
 };

@@ -110,7 +110,7 @@ void Transmitter::transmit(uint64_t index, uint64_t nowUs) {
 void Transmitter::count(size_t bodySize, uint64_t nowUs) {
     const uint64_t bytes = bodySize + kHeaderSize + kTagSize + kWireOverhead;
     _flight.sent(_path.next() - 1, bytes, nowUs, _roundTrip.minUs());
-    _pacer.sent(bytes, _congestion.rate(), nowUs);
+    _pacer.sent(bytes, _congestion.rate(), _roundTrip.minUs(), nowUs);
     _sentUs = nowUs;
 }
 
