@@ -265,6 +265,7 @@ class MirrorHostile : public testing::Test, public Transmitter::Owner {
     void onOpen() override {}
     void onRoom() override {}
     void onConfirmed() override {}
+    void onDeaf() override {}
 
     Packet packet(PacketKind kind, const char* bytes, size_t size) {
         Packet result{kind, number++, path.makeBody()};

@@ -1,7 +1,10 @@
 #include "control_channel.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <nivur/serialization.h>
 #include <nivur/system_util.h>
+#include <sys/socket.h>
 
 #include <cerrno>
 #include <utility>
@@ -24,21 +27,30 @@ constexpr unsigned int kSilenceMs = 5000;
 constexpr size_t kMaxLine = 8192;
 constexpr size_t kMaxUnsent = 1024UL * 1024;
 
+/// Has the system ask an idle connection's peer whether it is still there: after five seconds, and
+/// five times.
+void keepWatch(int descriptor) {
+    const int on = 1;
+    const int seconds = 5;
+    const int count = 5;
+    ::setsockopt(descriptor, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof(on));
+    ::setsockopt(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, &seconds, sizeof(seconds));
+    ::setsockopt(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, &on, sizeof(on));
+    ::setsockopt(descriptor, IPPROTO_TCP, TCP_KEEPCNT, &count, sizeof(count));
+}
+
 }  // namespace
 
 ControlChannel::ControlChannel(std::unique_ptr<NIVUR::ClientSocket> socket, RunLoop& loop,
                                Handler& handler)
-    : _socket(std::move(socket)),
-      _peer(_socket->remoteAddress()),
-      _loop(loop),
-      _handler(handler),
-      _heardMs(SystemUtil::getCPUTime()) {
+    : _socket(std::move(socket)), _peer(_socket->remoteAddress()), _loop(loop), _handler(handler) {
     _socket->setLogEnabled(false);
     _socket->setBlocking(false);
     _socket->setNoDelay(true);
     _loop.addWatch(_socket->descriptor(), RunLoop::READABLE,
                    makeRunnable([this] { receive(); }, this));
-    _loop.addTimer(makeRunnable([this] { keepAlive(); }, this), kAliveMs, true);
+    keepWatch(_socket->descriptor());
+    setResting(false);
 }
 
 ControlChannel::~ControlChannel() {
@@ -69,6 +81,14 @@ void ControlChannel::flush() {
     } else if (_writable == 0) {
         _writable = _loop.addWatch(_socket->descriptor(), RunLoop::WRITABLE,
                                    makeRunnable([this] { flush(); }, this));
+    }
+}
+
+void ControlChannel::setResting(bool resting) {
+    _loop.stopTimer(std::exchange(_aliveTimer, 0));
+    if (!resting) {
+        _heardMs = SystemUtil::getCPUTime();
+        _aliveTimer = _loop.addTimer(makeRunnable([this] { keepAlive(); }, this), kAliveMs, true);
     }
 }
 

@@ -51,6 +51,10 @@ class ControlChannel : public NIVUR::NoCopyable {
     /// Sends a text, unless the channel is closed: what the connection does not take now, later.
     void send(const NIVUR::Dictionary& text);
 
+    /// While it rests, no sign of life is sent or expected, so that an idle end does not wake. Both
+    /// ends rest at the same time. That the peer's machine is still there, the system checks.
+    void setResting(bool resting);
+
     /// Closes the connection: the handler is not called any more.
     void close();
     bool isOpen() const { return _socket->descriptor() != -1; }
@@ -78,7 +82,8 @@ class ControlChannel : public NIVUR::NoCopyable {
     std::string _received;
     std::string _unsent;
     long _writable = 0;  // the watch while something is unsent
-    uint64_t _heardMs;
+    uint64_t _heardMs = 0;
+    long _aliveTimer = 0;  // unless it rests
     bool _failed = false;
 };
 

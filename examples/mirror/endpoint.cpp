@@ -118,6 +118,15 @@ void Endpoint::expectNoProgress() {
     _loop.stopTimer(std::exchange(_progressTimer, 0));
 }
 
+void Endpoint::setResting(bool resting) {
+    if (isConnected()) {
+        _channel->setResting(resting);
+        _loop.stopTimer(std::exchange(_progressTimer, 0));
+        _progressTimer = resting ? 0 : addTimer(kCheckMs, true, [this] { checkProgress(); });
+        progress();
+    }
+}
+
 bool Endpoint::standsStill(unsigned int ms) const {
     return SystemUtil::getCPUTime() - _progressMs > ms;
 }

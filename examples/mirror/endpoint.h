@@ -103,6 +103,9 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
     virtual void checkProgress();
     bool standsStill(unsigned int ms) const;
 
+    /// While it rests, this end expects nothing of the peer and does not wake to look for it.
+    void setResting(bool resting);
+
     /// From now on a standstill is not the peer's fault.
     void expectNoProgress();
 

@@ -142,6 +142,7 @@ bool Receiver::handle(const std::string& type, const Dictionary& text) {
     }
     if (type == "finished" && _stage == Stage::RECEIVING) {
         if (_isLive) {
+            setResting(false);
             addTimer(kTickMs, true, [this] { tick(); });
         }
         return _sink->finish(text);
@@ -173,6 +174,7 @@ void Receiver::onReady() {
     progress();
     const std::string title = "receiving " + _sink->title() + " from " + peer() + "\n";
     if (_isLive) {
+        setResting(true);
         Statistics::print(title);
     } else {
         Standing(0, 0, title).send(_events, "begun");

@@ -145,8 +145,10 @@ void Sender::receiveDatagrams() {
     }
 }
 
+/// A stream may be silent for as long as it wants.
 void Sender::onOpen() {
     progress();
+    setResting(_isLive);
     if (!_isLive) {
         Standing(0, _source->size()).send(_events, "begun");
     }
@@ -173,6 +175,7 @@ void Sender::onConfirmed() {
 
 void Sender::onFinished(const Dictionary& text) {
     _finished = true;
+    setResting(false);
     send(text);
 }
 
@@ -180,13 +183,14 @@ void Sender::onFailed(const std::string& error) {
     end(error);
 }
 
-/// A stream may be silent for as long as it wants, and a disk may take its time for the rest.
+void Sender::onDeaf() {
+    end("no datagram comes back from the receiver, though the connection stands: a firewall may "
+        "block UDP");
+}
+
+/// A disk may take its time for the rest.
 void Sender::checkProgress() {
-    if (_transmitter && _transmitter->isDeaf()) {
-        end("no datagram comes back from the receiver, though the connection stands: a firewall "
-            "may "
-            "block UDP");
-    } else if (_transmitter && _transmitter->waiting() == 0 && (_isLive || _finished)) {
+    if (_transmitter && _transmitter->waiting() == 0 && _finished) {
         progress();
     } else {
         Endpoint::checkProgress();

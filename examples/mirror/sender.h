@@ -47,6 +47,7 @@ class Sender : public Endpoint, public Transmitter::Owner, public Source::Owner 
     void onOpen() override;
     void onRoom() override;
     void onConfirmed() override;
+    void onDeaf() override;
     void onFinished(const NIVUR::Dictionary& text) override;
     void onFailed(const std::string& error) override;
 

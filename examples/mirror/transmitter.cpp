@@ -223,8 +223,7 @@ void Transmitter::dropStale(uint64_t nowUs) {
     }
 }
 
-bool Transmitter::isDeaf() const {
-    const uint64_t nowUs = SystemUtil::getCPUTimeInMicroseconds();
+bool Transmitter::isDeaf(uint64_t nowUs) const {
     const uint64_t limitUs = _heardUs == 0 ? kDeafAtFirstUs : kDeafUs;
     return _flight.bytes() > 0 && nowUs - _flight.oldestUs() > limitUs && nowUs - _sentUs < limitUs;
 }
@@ -241,6 +240,10 @@ void Transmitter::tick() {
     const uint64_t nowUs = SystemUtil::getCPUTimeInMicroseconds();
     if (_open && _outbox.size() == 0) {
         _loop.stopTimer(std::exchange(_ticks, 0));
+        return;
+    }
+    if (isDeaf(nowUs)) {
+        _owner.onDeaf();
         return;
     }
     const unsigned int doublings = std::min(_questions, kMaxDoublings);

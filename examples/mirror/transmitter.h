@@ -34,6 +34,9 @@ class Transmitter : public NIVUR::NoCopyable {
         /// More chunks are confirmed than before, or were given up.
         virtual void onConfirmed() = 0;
 
+        /// Datagrams have been sent for seconds and nothing has come back.
+        virtual void onDeaf() = 0;
+
       protected:
         ~Owner() = default;
     };
@@ -71,9 +74,6 @@ class Transmitter : public NIVUR::NoCopyable {
     /// Takes a datagram of the receiver; others are ignored.
     void take(const Packet& packet);
 
-    /// Whether datagrams have been sent for seconds and nothing has come back.
-    bool isDeaf() const;
-
     const Counts& counts() const { return _counts; }
     const RoundTrip& roundTrip() const { return _roundTrip; }
     const Flight& flight() const { return _flight; }
@@ -92,6 +92,7 @@ class Transmitter : public NIVUR::NoCopyable {
     void sendTiming(bool wantsAnswer);
     void count(size_t bodySize, uint64_t nowUs);
     void dropStale(uint64_t nowUs);
+    bool isDeaf(uint64_t nowUs) const;
     void keepTicking();
     void tick();
 
