@@ -33,7 +33,8 @@ def datagrams(link, way="a_to_b", what="in"):
 
 
 def send_file(size, conditions, sent_limit, lost_limit, seconds):
-    """The file arrives, in that time, and little more is sent than it needs, with what the link lost."""
+    """The file arrives, and little more is sent than it needs, with what the link lost. The time has room for a slow
+    machine."""
     with open("source", "wb") as file:
         file.write(os.urandom(size))
     with Link(conditions) as link:
@@ -74,7 +75,7 @@ def wakes(process):
 
 
 def stream(conditions, latency, chunks, least_share, most_sent):
-    """A stream of 8 Mbit/s arrives within its latency, nothing early; then both ends are idle."""
+    """A stream of 8 Mbit/s arrives within its latency, nothing early; then both ends are idle and do not wake."""
     times = []
     with Link(conditions) as link:
         receiver = listen(link, "-", "--live", stdout=subprocess.PIPE)
@@ -108,7 +109,7 @@ def stream(conditions, latency, chunks, least_share, most_sent):
     woken = [after - before for before, after in zip(*times)]
     figures = f"{conditions}: {share:.4f} in time, from {min(delays):.1f} ms on, {sent:.3f} sent, woken {woken} times"
     print(figures, flush=True)
-    assert share >= least_share and min(delays) >= latency - 2 and sent <= most_sent and max(woken) < 20, figures
+    assert share >= least_share and min(delays) >= latency - 1 and sent <= most_sent and max(woken) == 0, figures
 
 
 if os.geteuid() != 0 or not os.path.exists("/dev/net/tun"):
@@ -118,8 +119,8 @@ with tempfile.TemporaryDirectory() as folder:
     os.chdir(folder)
     with open("key", "wb") as key_file:
         key_file.write(subprocess.run([MIRROR, "key"], capture_output=True, check=True).stdout)
-    send_file(600_000, {"rtt": 20, "rate": 1, "queue": 30}, 1.12, 0.1, 12)
-    send_file(4_000_000, {"rtt": 20, "rate": 10, "queue": 50}, 1.12, 0.1, 10)
-    send_file(4_000_000, {"rtt": 40, "rate": 50, "queue": 200, "loss": "5", "reorder": 20, "reorder-by": 2}, 1.12, 0.3, 10)
+    send_file(600_000, {"rtt": 20, "rate": 1, "queue": 30}, 1.08, 0.04, 25)
+    send_file(4_000_000, {"rtt": 20, "rate": 10, "queue": 50}, 1.08, 0.04, 20)
+    send_file(4_000_000, {"rtt": 40, "rate": 50, "queue": 200, "loss": "5", "reorder": 20, "reorder-by": 2}, 1.08, 0.15, 20)
     blocked()
-    stream({"rtt": 20, "rate": 100, "queue": 200, "loss": "10,10"}, 400, 3000, 0.93, 1.25)
+    stream({"rtt": 20, "rate": 100, "queue": 200, "loss": 10, "jitter": 10}, 400, 3000, 0.95, 1.2)
