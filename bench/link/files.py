@@ -7,7 +7,7 @@ import time
 from link import Link, stop
 
 MIB = 1 << 20
-LIMIT = 75  # seconds, after which a copy is given up
+LIMIT = 40  # seconds, after which a copy is given up
 COMMON = {"rate": 100, "rtt": 20, "queue": 200}
 
 # name: (conditions that differ from the common ones, MTU, version of IP, size in MiB)

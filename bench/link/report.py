@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """report.py RESULTS REMARKS.json DOCS: writes DOCS/links.md and DOCS/links/*.svg, with the medians of what run.py measured."""
 import json
+import math
 import os
 import statistics
 import sys
@@ -153,14 +154,69 @@ def draw_shares(runs, path):
     picture.write(path)
 
 
+def best(runs, key, who, name, choose):
+    """The median of the best of these contenders; None if there is none."""
+    values = [median(runs, (*key, one), name) for one in who]
+    return choose((value for value in values if value is not None), default=None)
+
+
+def spread(runs, rows, kind, who, name, form):
+    """From the least to the largest median over the rows."""
+    values = [value for row in rows if (value := median(runs, (kind, row, who), name)) is not None]
+    return f"{form.format(min(values))} to {form.format(max(values))}" if values else "nothing"
+
+
+def ranking(runs, kind, rows, peers, name, choose, tolerance, worth=lambda value: value):
+    """In which rows mirror is ahead of the best of the peers, level with it, and behind, as text."""
+    places = {"ahead": [], "level": [], "behind": []}
+    for row in rows:
+        own, other = median(runs, (kind, row, "mirror"), name), best(runs, (kind, row), peers, name, choose)
+        if own is None or other is None:
+            continue
+        gain = worth(own) - worth(other)
+        places["level" if abs(gain) <= tolerance else "ahead" if gain > 0 else "behind"].append(row)
+    return "; ".join(f"{place}: {', '.join(found)}" for place, found in places.items() if found)
+
+
+def summary(runs, remarks):
+    """Ten lines: where mirror is ahead, level and behind, as measured, and why."""
+    def against(peers, rows):
+        ratios = {row: other / own for row in rows if (own := median(runs, ("files", row, "mirror"), "seconds"))
+                  and (other := best(runs, ("files", row), peers, "seconds", min))}
+        low = min(ratios, key=ratios.get, default=None)
+        return f"{min(ratios.values()):.2f} ({low}) to {max(ratios.values()):.2f}" if ratios else "nothing"
+    lossy = [row for row, (conditions, *_) in files.ROWS.items() if "loss" in conditions]
+    clean = [row for row in files.ROWS if row not in lossy]
+    everyone = ("mirror", "srt", "rist")
+    costs = {name: ", ".join(f"{who} {spread(runs, live.ROWS, 'live', who, name, '{:.3f}')}" for who in everyone)
+             for name in ("bytes a byte", "processor")}
+    late = ", ".join(f"{who} {max(delays):.1f} ms" for who in everyone if (delays := [
+        value - latency for row, (_, latency) in live.ROWS.items()
+        if (value := median(runs, ("live", row, who), "p99")) is not None]))
+    shares = ", ".join(f"{percent(median(runs, ('shared', row, 'mirror'), 'share of link'))} and the flow "
+                       f"{percent(median(runs, ('shared', row, 'mirror'), 'share of the flow'))} ({row})" for row in files.SHARED_ROWS
+                       if ("shared", row, "mirror") in runs)
+    lines = ["Live, share in time, beside the better of srt and rist (level: within 0.1 %): "
+             + ranking(runs, "live", live.ROWS, ("srt", "rist"), "in time", max, 0.001) + ".",
+             f"Live, p99 of the delay beyond the latency at worst: {late}.",
+             f"Live, bytes a byte: {costs['bytes a byte']}.",
+             f"Live, processor seconds a second: {costs['processor']}.",
+             "Files, time beside the better of cubic and bbr (level: within 5 %): "
+             + ranking(runs, "files", files.ROWS, ("cubic", "bbr"), "share of link", max, math.log(1.05), math.log) + ".",
+             f"Files without loss, speed as a multiple of the better of cubic and bbr: {against(('cubic', 'bbr'), clean)}.",
+             f"Files with loss, as a multiple of bbr: {against(('bbr',), lossy)}; of cubic: {against(('cubic',), lossy)}.",
+             f"Beside a TCP flow mirror has {shares}.", *remarks["why"]]
+    return "\n".join(f"- {line}" for line in lines)
+
+
 def machine(runs):
     with open("/proc/cpuinfo", encoding="utf-8") as cpuinfo:
         models = {line.split(":")[1].strip() for line in cpuinfo if line.startswith("model name")}
     with open("/proc/sys/net/ipv4/tcp_congestion_control", encoding="utf-8") as control:
         used = control.read().strip()
     counts = sorted({len(results) for results in runs.values()})
-    times = str(counts[0]) if len(counts) == 1 else f"{counts[0]} to {counts[-1]}"
-    return (f"Measured on {os.cpu_count()} CPUs ({', '.join(sorted(models))}), {times} runs of a row; medians. "
+    times = f"{counts[0]} to {counts[-1]} runs" if len(counts) > 1 else "one run" if counts == [1] else f"{counts[0]} runs"
+    return (f"Measured on {os.cpu_count()} CPUs ({', '.join(sorted(models))}), {times} of a row, medians. "
             f"rsync ran over TCP with {used}, the system's choice.")
 
 
@@ -172,7 +228,7 @@ def main():
     os.makedirs(f"{docs}/links", exist_ok=True)
     draw_delays(runs, f"{docs}/links/live.svg")
     draw_shares(runs, f"{docs}/links/files.svg")
-    page = [remarks["head"], machine(runs),
+    page = [remarks["title"], summary(runs, remarks), remarks["head"], machine(runs),
             "## Live streams", "![Delays of live streams](links/live.svg)", remarks["live"],
             table(["Link", "", "In time", "Handed out", "p01, ms", "p50, ms", "p99, ms", "Bytes a byte", "Processor"], live_rows(runs)),
             "## Files", "![Shares of the link](links/files.svg)", remarks["files"],

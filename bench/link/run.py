@@ -64,7 +64,7 @@ def main():
                     before = busy()
                     try:
                         result = measure(row, who, found, **options)
-                    except (RuntimeError, OSError, subprocess.TimeoutExpired) as error:
+                    except (RuntimeError, OSError, ValueError, IndexError, subprocess.SubprocessError) as error:
                         result = {"failed": str(error)}
                     line = json.dumps({"kind": kind, "row": row, "who": who, **result, "busy": busy() - before})
                     print(line, file=results, flush=True)
