@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 #include <nivur/buffer_pool.h>
+#include <nivur/client_socket.h>
+#include <nivur/event_center.h>
 #include <nivur/run_loop.h>
+#include <nivur/serialization.h>
 
 #include <cmath>
 #include <cstring>
@@ -14,7 +17,11 @@
 #include "congestion.h"
 #include "datagram_path.h"
 #include "flight.h"
+#include "options.h"
+#include "outbox.h"
 #include "packets.h"
+#include "playout.h"
+#include "receiver.h"
 #include "replay_window.h"
 #include "secrets.h"
 #include "texts.h"
@@ -107,12 +114,37 @@ TEST(MirrorPackets, WhatIsWrittenIsReadAndNoBytesDoHarm) {
             ASSERT_LE(gap.begin, gap.end);
             ASSERT_LE(end = gap.end, UINT32_MAX);
         }
-        ASSERT_EQ(Timing::read(bytes, size).has_value(), size == 25);
+        ASSERT_TRUE(size == 25 || !Timing::read(bytes, size));
     }
     for (const uint64_t number : {uint64_t{0}, uint64_t{0xffffff}, uint64_t{1} << 40}) {
         for (const uint64_t expected :
              {number, number + 0x7fffff, number - std::min<uint64_t>(number, 0x7fffff)}) {
             EXPECT_EQ(nearest(expected, number & 0xffffff, 24), number) << expected;
+        }
+    }
+}
+
+TEST(MirrorOutbox, GivesWhatItSaysThatItHas) {
+    std::mt19937 random(7);
+    Outbox outbox;
+    std::set<uint64_t> again;
+    for (int i = 0; i < 20000; ++i) {
+        const uint64_t index = outbox.base() + random() % 8;
+        if (random() % 8 == 0) {
+            outbox.add(NIVUR::BufferPool::getBuffer(1, nullptr), 0);
+        } else if (random() % 16 == 0) {
+            outbox.confirm(std::min(index, outbox.next()));
+            again.erase(again.begin(), again.lower_bound(outbox.base()));
+        } else if (index < outbox.next() && random() % 3 == 0) {
+            outbox.sendAgain(index);
+            again.insert(index);
+        } else {
+            const uint64_t next = outbox.next();
+            const bool isNew = again.empty() && next < outbox.end();
+            ASSERT_EQ(outbox.hasUnsent(), isNew || !again.empty());
+            const auto taken = outbox.take();
+            ASSERT_EQ(taken.has_value(), isNew || !again.empty());
+            ASSERT_TRUE(!taken || (isNew ? *taken == next : again.erase(*taken) == 1));
         }
     }
 }
@@ -289,6 +321,7 @@ TEST_F(MirrorHostile, AReceiverCannotMakeTheSenderSendMoreThanItHas) {
     for (uint64_t i = 0; i < kChunks; ++i) {
         auto body = path.makeBody();
         body->setUsedSize(kDataHeaderSize + 100);
+        std::memset(body->data(), 'x', body->usedSize());
         transmitter.add(std::move(body), 1);
     }
     uint64_t most = 0;
@@ -316,6 +349,7 @@ TEST_F(MirrorHostile, AReceiverCannotMakeTheSenderSendMoreThanItHas) {
 TEST_F(MirrorHostile, ASenderGetsNoMoreDatagramsThanItSendsAndFillsNoMemory) {
     for (const bool isLive : {false, true}) {
         Collector collector(loop, path, 512, isLive);
+        Playout playout(loop, collector.chunks(), 1000, [](const ChunkWindow::Body&) {});
         const uint64_t before = path.next();
         constexpr int kPackets = 30000;
         for (int i = 0; i < kPackets; ++i) {
@@ -326,10 +360,92 @@ TEST_F(MirrorHostile, ASenderGetsNoMoreDatagramsThanItSendsAndFillsNoMemory) {
             const auto kind = static_cast<PacketKind>(random() % 6);
             collector.take(packet(kind, bytes, random() % 3 == 0 ? 25 : random() % sizeof(bytes)));
             collector.report();
+            if (isLive) {
+                playout.learn(collector.timing());
+                playout.schedule();
+            }
             ASSERT_LE(collector.chunks().end() - collector.chunks().base(), 512U);
         }
         EXPECT_LE(path.next() - before, static_cast<uint64_t>(kPackets));
         EXPECT_GT(path.next() - before, 0U);
+    }
+}
+
+/// A sender that agrees on keys as it should and then says whatever it likes.
+class Liar {
+  public:
+    explicit Liar(NIVUR::ClientSocket&& socket) : _socket(std::move(socket)) {}
+
+    /// Agrees on the keys as a sender does.
+    void agree() {
+        const KeyAgreement agreement;
+        NIVUR::Dictionary hello = makeText("hello");
+        hello.setString("public", agreement.publicText());
+        const std::string mine = toLine(hello);
+        _socket.send(mine.data(), mine.size());
+        const auto others = NIVUR::Serialization::deserialize(readLine());
+        _key = agreement.finish(Key{}, others.getString("public"), true)->sendTexts;
+    }
+
+    std::string seal(const std::string& text) {
+        std::string sealed(text.size() + kTagSize, '\0');
+        Cipher(_key).seal(_sealed++, nullptr, 0, text.data(), text.size(), sealed.data());
+        return toBase64(sealed) + "\n";
+    }
+
+    void write(const std::string& lines) { _socket.send(lines.data(), lines.size()); }
+
+    std::string readLine() {
+        std::string line;
+        char byte = 0;
+        while (_socket.receive(&byte, 1) && byte != '\n') {
+            line += byte;
+        }
+        return line;
+    }
+
+  private:
+    NIVUR::ClientSocket _socket;
+    Key _key{};
+    uint64_t _sealed = 0;
+};
+
+TEST(MirrorLiar, AReceiverGivesUpASenderThatSaysWhatDoesNotBelong) {
+    const struct {
+        const char* text;  // "" for the offer again, as it was encrypted before
+        const char* error;
+    } kRows[] = {
+        {"", "does not hold the same key"},
+        {"{}", "cannot be understood"},
+        {"[[[[[[", "cannot be understood"},
+        {R"({"type": "offer"})", "does not belong here: offer"},
+        {R"({"type": "\u202e\u0007"})", "does not belong here: ??"},
+        {R"({"type": "finished", "size": "9", "checksum": "x"})", "does not belong here: finished"},
+        {R"({"type": "finished", "size": "2", "checksum": "x"})", "closed the connection"},
+        {R"({"type": "refuse", "reason": "\u001b[2J"})", "refused: ?[2J"},
+    };
+    for (const auto& row : kRows) {
+        NIVUR::EventCenter events;
+        Options options;
+        options.destination = testing::TempDir() + "mirror_liar";
+        Receiver receiver(options, events);
+        const auto at = receiver.start(Address{"127.0.0.1"});
+        ASSERT_TRUE(at);
+        NIVUR::ClientSocket socket;
+        ASSERT_TRUE(socket.create(NIVUR::SocketAddress("127.0.0.1", 0)));
+        ASSERT_TRUE(socket.connect(NIVUR::SocketAddress(at->ip, at->port)));
+        {
+            Liar liar(std::move(socket));
+            liar.agree();
+            const std::string offer = liar.seal(
+                R"({"type": "offer", "mode": "file", "name": "x", "size": "2", "chunkSize": "1"})");
+            liar.write(offer);
+            liar.readLine();
+            liar.write(*row.text == '\0' ? offer : liar.seal(row.text));
+        }
+        const std::string error = receiver.wait();
+        EXPECT_NE(error.find(row.error), std::string::npos) << row.text << ": " << error;
+        ASSERT_TRUE(receiver.stop());
     }
 }
 

@@ -43,7 +43,7 @@ void keepWatch(int descriptor) {
 
 ControlChannel::ControlChannel(std::unique_ptr<NIVUR::ClientSocket> socket, RunLoop& loop,
                                Handler& handler)
-    : _socket(std::move(socket)), _peer(_socket->remoteAddress()), _loop(loop), _handler(handler) {
+    : _socket(std::move(socket)), _peer(_socket->remoteAddress()), _loop(loop), _handler(&handler) {
     _socket->setLogEnabled(false);
     _socket->setBlocking(false);
     _socket->setNoDelay(true);
@@ -97,7 +97,7 @@ void ControlChannel::keepAlive() {
         fail("has been silent for " + std::to_string(kSilenceMs / 1000) + " s");
     } else if (_unsent.size() > kMaxUnsent) {
         fail("does not read what it is sent");
-    } else if (_keys) {  // before that, one that crosses the peer's hello would come unencrypted
+    } else if (isProved()) {  // others get no more than the answers to what they send
         send(makeText("alive"));
     }
 }
@@ -112,7 +112,7 @@ void ControlChannel::receive() {
         }
     } else if (size == 0 || Socket::getError() != EAGAIN) {
         close();
-        _handler.onClosed();
+        _handler->onClosed();
     }
 }
 
@@ -135,8 +135,8 @@ bool ControlChannel::takeLine() {
         fail("does not hold the same key");
     } else if (typeOf(*text).empty()) {
         fail("sent a text that cannot be understood");
-    } else if (typeOf(*text) != "alive") {
-        _handler.onText(*text);
+    } else if (!_keys || typeOf(*text) != "alive") {
+        _handler->onText(*text);
     }
     return true;
 }
@@ -155,8 +155,17 @@ std::optional<Dictionary> ControlChannel::read(const std::string& line) {
     return typeOf(text) == "refuse" ? std::optional(std::move(text)) : std::nullopt;
 }
 
-void ControlChannel::protect(const SessionKeys& keys) {
-    _keys = keys;
+void ControlChannel::greet() {
+    _agreement.emplace();
+    Dictionary text = makeText("hello");
+    text.setString("public", _agreement->publicText());
+    send(text);
+}
+
+bool ControlChannel::agree(const Dictionary& hello, const Key& shared, bool isSender) {
+    _keys = _agreement->finish(shared, hello.getString("public"), isSender);
+    _agreement.reset();
+    return _keys.has_value();
 }
 
 std::string ControlChannel::seal(const std::string& line) {
@@ -179,7 +188,7 @@ std::optional<std::string> ControlChannel::open(const std::string& line) const {
 
 void ControlChannel::fail(const std::string& reason) {
     if (!std::exchange(_failed, true)) {
-        _handler.onFault(reason);
+        _handler->onFault(reason);
     }
 }
 

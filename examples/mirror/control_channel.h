@@ -20,7 +20,8 @@ namespace mirror {
 /// its loop's thread, or while the loop does not run.
 class ControlChannel : public NIVUR::NoCopyable {
   public:
-    /// Who is told. It may close the channel meanwhile, but not delete it.
+    /// Receives what happens. It may close the channel or replace itself in any call, but must not
+    /// delete the channel.
     class Handler {
       public:
         virtual void onText(const NIVUR::Dictionary& text) = 0;
@@ -41,9 +42,19 @@ class ControlChannel : public NIVUR::NoCopyable {
                    Handler& handler);
     ~ControlChannel();
 
-    /// Encrypts all texts from now on, and wants the peer's to be. One thing is taken unencrypted
-    /// until the peer has proved that it holds the keys: that it refuses.
-    void protect(const SessionKeys& keys);
+    /// Delivers everything that follows to another handler.
+    void setHandler(Handler& handler) { _handler = &handler; }
+
+    /// Sends this end's part of the key agreement.
+    void greet();
+
+    /// Takes the peer's part; greet() must have been called. All texts are encrypted from then on,
+    /// with one exception: until the peer has proved that it holds the keys, its `refuse` may come
+    /// unencrypted. False when the text holds no valid part.
+    bool agree(const NIVUR::Dictionary& hello, const Key& shared, bool isSender);
+
+    /// The keys of the session, once they are agreed.
+    const std::optional<SessionKeys>& keys() const { return _keys; }
 
     /// Whether a text has come that only the holder of the keys can have written.
     bool isProved() const { return _keys && _opened > 0; }
@@ -75,7 +86,8 @@ class ControlChannel : public NIVUR::NoCopyable {
     const std::unique_ptr<NIVUR::ClientSocket> _socket;
     const std::string _peer;
     NIVUR::RunLoop& _loop;
-    Handler& _handler;
+    Handler* _handler;
+    std::optional<KeyAgreement> _agreement;  // from greet() to agree()
     std::optional<SessionKeys> _keys;
     uint64_t _sealed = 0;  // texts that were sent encrypted, and that came so
     uint64_t _opened = 0;

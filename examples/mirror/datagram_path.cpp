@@ -17,6 +17,7 @@ constexpr size_t kMaxBatch = 45000;  // what the system sends in one call
 constexpr size_t kRoomSize = 65535;  // what it may receive in one
 constexpr size_t kOverhead = kHeaderSize + kTagSize;
 constexpr unsigned int kNumberBits = 24;
+constexpr uint64_t kDatagramsPerPass = 128;
 
 const NIVUR::BufferPool_Config& poolConfig() {
     static const NIVUR::BufferPool_Config config{{{kMaxBody, kPooledBodies}}};
@@ -106,32 +107,41 @@ void DatagramPath::onRoom() {
     }
 }
 
-std::optional<Packet> DatagramPath::receive() {
-    while (_taken < _fetched || fetch()) {
-        const char* const bytes = _room.data() + _taken;
-        const size_t size = std::min(_segment, _fetched - _taken);
-        _taken += size;
-        if (_keys && _dropper.chooses()) {
-            ++_dropped;
-        } else if (auto packet = open(bytes, size)) {
-            return packet;
-        } else {
-            ++_ignored;
+void DatagramPath::receive(const std::function<void(Packet)>& take) {
+    const uint64_t begin = _handled;
+    while (_handled - begin < kDatagramsPerPass && fetch()) {
+        while (_taken < _fetched) {
+            if (auto packet = takeNext()) {
+                take(std::move(*packet));
+            }
         }
     }
-    return std::nullopt;
 }
 
+/// Gets what one call of the system has; false when there is nothing.
 bool DatagramPath::fetch() {
     _taken = 0;
-    _fetched = 0;
-    IoResult received;
-    do {
-        received = _socket.receiveDatagrams(_from, _room.data(), _room.size(), _segment);
-    } while ((received && received.count == 0 && ++_ignored != 0) ||
-             (received.status == IoResult::FAILED && received.error != EBADF));
-    _fetched = received.count;
-    return _fetched > 0;
+    const IoResult received = _socket.receiveDatagrams(_from, _room.data(), _room.size(), _segment);
+    _fetched = received ? received.count : 0;
+    const bool isEmpty = received && received.count == 0;
+    _handled += isEmpty ? 1 : 0;
+    _ignored += isEmpty ? 1 : 0;
+    return received.status == IoResult::DONE;
+}
+
+/// The next of what was fetched; nothing if that is to be ignored.
+std::optional<Packet> DatagramPath::takeNext() {
+    const char* const bytes = _room.data() + _taken;
+    const size_t size = std::min(_segment, _fetched - _taken);
+    _taken += size;
+    ++_handled;
+    if (_keys && _dropper.chooses()) {
+        ++_dropped;
+        return std::nullopt;
+    }
+    auto packet = open(bytes, size);
+    _ignored += packet ? 0 : 1;
+    return packet;
 }
 
 std::optional<Packet> DatagramPath::open(const char* bytes, size_t size) {

@@ -20,18 +20,31 @@ constexpr unsigned int kStopMs = 2000;
 
 }  // namespace
 
-DiskWriter::DiskWriter(const std::string& path, NIVUR::RunLoop& owner, Reply onWritten)
-    : _file(path),
+DiskWriter::DiskWriter(const std::string& path, bool resumes, NIVUR::RunLoop& owner,
+                       Reply onWritten)
+    : _file(path, resumes),
       _ring(kRingSize, "network to disk"),
       _owner(owner),
       _onWritten(std::move(onWritten)) {}
 
-void DiskWriter::open(Reply replyTo) {
+void DiskWriter::open(const Reply& replyTo) {
     _started = _loop.start();
     if (_started) {
-        ask([this] { return _file.open(); }, std::move(replyTo));
+        ask([this] { return _file.open(); },
+            [this, replyTo](const std::string& error) { readOn(error, replyTo); });
     } else {
-        replyTo("cannot start a thread");
+        _owner.postItem(makeRunnable([replyTo] { replyTo("cannot start a thread"); }), false,
+                        false);
+    }
+}
+
+/// In pieces, each of which shows that the disk is not stuck.
+void DiskWriter::readOn(const std::string& error, const Reply& replyTo) {
+    if (!error.empty() || _file.isRead()) {
+        replyTo(error);
+    } else {
+        ask([this] { return _file.read(); },
+            [this, replyTo](const std::string& next) { readOn(next, replyTo); });
     }
 }
 

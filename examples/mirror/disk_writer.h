@@ -22,7 +22,7 @@ class DiskWriter : public NIVUR::NoCopyable {
     using Reply = std::function<void(const std::string& error)>;
 
     /// `onWritten` is told of each piece that the disk has taken: there may be room again.
-    DiskWriter(const std::string& path, NIVUR::RunLoop& owner, Reply onWritten);
+    DiskWriter(const std::string& path, bool resumes, NIVUR::RunLoop& owner, Reply onWritten);
 
     /// Waits for the disk to end what it is doing, and stops its loop; false when the disk does not
     /// for seconds: nothing can stop it then, and this object must not be destroyed. The owner's
@@ -33,8 +33,11 @@ class DiskWriter : public NIVUR::NoCopyable {
     /// Whether the disk has been busy with one thing for so long.
     bool isBusyFor(uint64_t ms) const;
 
-    /// Makes the file.
-    void open(Reply replyTo);
+    /// Opens the file and reads what it holds. written() and checksum() tell that then.
+    void open(const Reply& replyTo);
+
+    /// The checksum of what the file held. Call it before anything is written.
+    std::string checksum() const { return _file.checksum(); }
 
     /// Queues bytes, which the disk takes in large pieces; false, and nothing is queued, when there
     /// is no room for all of them now.
@@ -53,6 +56,7 @@ class DiskWriter : public NIVUR::NoCopyable {
     void dump() { _loop.dumpLoopInfo(); }
 
   private:
+    void readOn(const std::string& error, const Reply& replyTo);
     void ask(std::function<std::string()> operation, Reply replyTo);
     void requestPiece(unsigned int minSize);
     void onPiece(const std::string& error);

@@ -21,9 +21,8 @@ constexpr unsigned int kCloseMs = 500;
 
 }  // namespace
 
-Endpoint::Endpoint(const std::string& name, std::string peerRole, const Key& key,
-                   NIVUR::EventCenter& events)
-    : _loop("mirror-" + name), _events(events), _peerRole(std::move(peerRole)), _key(key) {}
+Endpoint::Endpoint(const std::string& name, std::string peerRole, NIVUR::EventCenter& events)
+    : _loop("mirror-" + name), _events(events), _peerRole(std::move(peerRole)) {}
 
 bool Endpoint::startLoop(bool isUrgent) {
     const bool mayHurry = isUrgent && ::geteuid() == 0;
@@ -52,30 +51,11 @@ void Endpoint::dump() {
     _loop.dumpLoopInfo();
 }
 
-void Endpoint::connect(std::unique_ptr<NIVUR::ClientSocket> socket) {
-    _channel = std::make_unique<ControlChannel>(std::move(socket), _loop, *this);
+void Endpoint::connect(std::unique_ptr<ControlChannel> channel) {
+    _channel = std::move(channel);
+    _channel->setHandler(*this);
     _progressTimer = addTimer(kCheckMs, true, [this] { checkProgress(); });
     progress();
-}
-
-void Endpoint::sayHello() {
-    _agreement = std::make_unique<KeyAgreement>();
-    Dictionary text = makeText("hello");
-    text.setString("public", _agreement->publicText());
-    send(text);
-}
-
-std::optional<SessionKeys> Endpoint::secure(const Dictionary& text, bool isSender) {
-    const auto keys = _agreement->finish(_key, text.getString("public"), isSender);
-    if (keys) {
-        _channel->protect(*keys);
-    }
-    return keys;
-}
-
-void Endpoint::disconnect() {
-    expectNoProgress();
-    _channel->close();
 }
 
 void Endpoint::send(const Dictionary& text) {
@@ -114,10 +94,6 @@ void Endpoint::progress() {
     _progressMs = SystemUtil::getCPUTime();
 }
 
-void Endpoint::expectNoProgress() {
-    _loop.stopTimer(std::exchange(_progressTimer, 0));
-}
-
 void Endpoint::setResting(bool resting) {
     if (isConnected()) {
         _channel->setResting(resting);
@@ -127,13 +103,13 @@ void Endpoint::setResting(bool resting) {
     }
 }
 
-bool Endpoint::standsStill(unsigned int ms) const {
-    return SystemUtil::getCPUTime() - _progressMs > ms;
+void Endpoint::checkProgress() {
+    checkStandstill(kStandstillMs);
 }
 
-void Endpoint::checkProgress() {
-    if (standsStill(kStandstillMs)) {
-        onLost("has made no progress for " + std::to_string(kStandstillMs / 1000) + " s");
+void Endpoint::checkStandstill(unsigned int ms) {
+    if (SystemUtil::getCPUTime() - _progressMs > ms) {
+        onLost("has made no progress for " + std::to_string(ms / 1000) + " s");
     }
 }
 

@@ -1,7 +1,6 @@
 #ifndef MIRROR_ENDPOINT_H
 #define MIRROR_ENDPOINT_H
 
-#include <nivur/client_socket.h>
 #include <nivur/dictionary.h>
 #include <nivur/event_center.h>
 #include <nivur/no_copyable.h>
@@ -10,12 +9,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 
 #include "control_channel.h"
-#include "secrets.h"
 
 namespace mirror {
 
@@ -37,9 +34,8 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
     virtual void dump();
 
   protected:
-    /// An end with that name, whose peer is called `peerRole` and has to hold the same key.
-    Endpoint(const std::string& name, std::string peerRole, const Key& key,
-             NIVUR::EventCenter& events);
+    /// An end with that name, whose peer is called `peerRole`.
+    Endpoint(const std::string& name, std::string peerRole, NIVUR::EventCenter& events);
 
     /// Starts the loop: the last thing that starting an end does. False, and the transfer has
     /// ended, when there is no thread for it. An urgent one goes before other threads if this
@@ -66,18 +62,12 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
     }
     ///@}
 
-    /// Takes up a connection to the peer; whatever was before is forgotten.
-    void connect(std::unique_ptr<NIVUR::ClientSocket> socket);
-
-    /// Tells the peer this end's part of the key agreement.
-    void sayHello();
-
-    /// Takes the peer's part: from then on all texts are encrypted. The keys of the session, or
-    /// nothing when the text is not right.
-    std::optional<SessionKeys> secure(const NIVUR::Dictionary& text, bool isSender);
-    void disconnect();
+    /// Takes over the connection to the peer and handles what comes from now on. Call it once.
+    void connect(std::unique_ptr<ControlChannel> channel);
     bool isConnected() const { return _channel != nullptr && _channel->isOpen(); }
-    const std::string& peer() const { return _channel->peer(); }
+
+    /// The connection. REQUIRES: connect() was called.
+    ControlChannel& channel() { return *_channel; }
 
     /// Sends a text to the peer, unless the transfer has ended.
     void send(const NIVUR::Dictionary& text);
@@ -101,13 +91,12 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
 
     /// Called once a second while connected: ends what has come to a standstill.
     virtual void checkProgress();
-    bool standsStill(unsigned int ms) const;
 
     /// While it rests, this end expects nothing of the peer and does not wake to look for it.
     void setResting(bool resting);
 
-    /// From now on a standstill is not the peer's fault.
-    void expectNoProgress();
+    /// Gives the peer up when it has not come further for so long.
+    void checkStandstill(unsigned int ms);
 
     NIVUR::RunLoop _loop;
     NIVUR::EventCenter& _events;
@@ -124,11 +113,9 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
     void leave();
 
     const std::string _peerRole;
-    const Key _key;
-    std::unique_ptr<KeyAgreement> _agreement;
     std::unique_ptr<ControlChannel> _channel;
-    long _progressTimer = 0;
     uint64_t _progressMs = 0;
+    long _progressTimer = 0;  // unless it rests
     bool _ended = false;
     bool _peerHadLastWord = false;
     std::string _error;

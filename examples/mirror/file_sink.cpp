@@ -13,11 +13,11 @@ constexpr uint64_t kCommitMs = 60'000;  // much may have to reach the disk
 
 }  // namespace
 
-FileSink::FileSink(const std::string& path, NIVUR::RunLoop& loop, NIVUR::EventCenter& events,
-                   Owner& owner)
+FileSink::FileSink(const std::string& path, bool resumes, NIVUR::RunLoop& loop,
+                   NIVUR::EventCenter& events, Owner& owner)
     : _events(events),
       _owner(owner),
-      _disk(path, loop, [this](const std::string& error) { onWritten(error); }) {}
+      _disk(path, resumes, loop, [this](const std::string& error) { onWritten(error); }) {}
 
 bool FileSink::take(const Dictionary& offer) {
     const auto size = getNumber(offer, "size");
@@ -29,11 +29,29 @@ bool FileSink::take(const Dictionary& offer) {
     if (!_layout.isValid()) {
         return false;
     }
+    _size = *size;
     _name = printable(offer.getString("name"));
-    _disk.open([this](const std::string& error) {
-        error.empty() ? _owner.onReady() : _owner.onFailed(error);
-    });
+    _disk.open([this](const std::string& error) { onOpened(error); });
     return true;
+}
+
+void FileSink::onOpened(const std::string& error) {
+    _before = _disk.written();
+    if (!error.empty()) {
+        _owner.onFailed(error);
+    } else if (_before > _size) {
+        _owner.onFailed("an earlier transfer has left more than " + _name + " has: remove it");
+    } else {
+        _layout.fileSize = _size - _before;
+        _owner.onReady();
+    }
+}
+
+void FileSink::describe(Dictionary& accept) const {
+    if (_before > 0) {
+        setNumber(accept, "from", _before);
+        accept.setString("checksum", _disk.checksum());
+    }
 }
 
 void FileSink::start(ChunkWindow& chunks) {
@@ -44,7 +62,7 @@ void FileSink::onWritten(const std::string& error) {
     if (!error.empty()) {
         _owner.onFailed(error);
     } else {
-        Standing(_disk.written(), _layout.fileSize).send(_events, "moved");
+        Standing(_disk.written(), _size).send(_events, "moved");
         onChunks();
     }
 }
@@ -84,7 +102,7 @@ void FileSink::onCommitted(const std::string& error) {
 
 bool FileSink::finish(const Dictionary& text) {
     _checksum = text.getString("checksum");
-    const bool valid = !_checksum.empty() && getNumber(text, "size") == _layout.fileSize;
+    const bool valid = !_checksum.empty() && getNumber(text, "size") == _size;
     if (valid) {
         onChunks();
     }
@@ -98,8 +116,13 @@ void FileSink::tick() {
 std::string FileSink::obstacle() const {
     const uint64_t limitMs = _committing ? kCommitMs : kWriteMs;
     return _disk.isBusyFor(limitMs)
-               ? "the disk has done nothing for " + std::to_string(limitMs / 1000) + " s"
+               ? "the destination has taken nothing for " + std::to_string(limitMs / 1000) + " s"
                : "";
+}
+
+/// A sender compares first what an earlier transfer has left.
+bool FileSink::expectsProgress() const {
+    return _chunks != nullptr && (_before == 0 || _chunks->end() > 0);
 }
 
 std::vector<Statistics::Figure> FileSink::figures() {

@@ -13,28 +13,34 @@ namespace mirror {
 /// A file, which is written on a thread of its own.
 class FileSink : public Sink {
   public:
-    FileSink(const std::string& path, NIVUR::RunLoop& loop, NIVUR::EventCenter& events,
-             Owner& owner);
+    /// One that `resumes` goes on with what an earlier transfer has left.
+    FileSink(const std::string& path, bool resumes, NIVUR::RunLoop& loop,
+             NIVUR::EventCenter& events, Owner& owner);
 
     bool take(const NIVUR::Dictionary& offer) override;
     std::string title() const override { return _name; }
+    void describe(NIVUR::Dictionary& accept) const override;
     void start(ChunkWindow& chunks) override;
     void onChunks() override;
     bool finish(const NIVUR::Dictionary& text) override;
     void tick() override;
     std::string obstacle() const override;
+    bool expectsProgress() const override;
     std::vector<Statistics::Figure> figures() override;
     bool stop() override { return _disk.stop(); }
     void dump() override { _disk.dump(); }
 
   private:
+    void onOpened(const std::string& error);
     void onWritten(const std::string& error);
     void onCommitted(const std::string& error);
 
     NIVUR::EventCenter& _events;
     Owner& _owner;
     DiskWriter _disk;
-    FileLayout _layout;
+    uint64_t _size = 0;    // of the whole file
+    uint64_t _before = 0;  // of what an earlier transfer has left
+    FileLayout _layout;    // of the rest
     std::string _name;
     ChunkWindow* _chunks = nullptr;
     std::string _checksum;  // of the sender, once it has sent everything

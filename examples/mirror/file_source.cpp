@@ -2,13 +2,21 @@
 
 #include <nivur/system_util.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <utility>
+#include <vector>
 
 #include "texts.h"
 
 namespace mirror {
+
+namespace {
+
+constexpr uint64_t kPieceSize = 4UL * 1024 * 1024;
+
+}  // namespace
 
 std::string FileSource::open() {
     std::error_code error;
@@ -29,6 +37,24 @@ void FileSource::describe(NIVUR::Dictionary& offer) const {
     setAnyString(offer, "name", std::filesystem::path(_path).filename());
     setNumber(offer, "size", _layout.fileSize);
     setNumber(offer, "chunkSize", _layout.chunkSize);
+}
+
+/// So much at a time that nothing else waits for long.
+bool FileSource::skip(uint64_t from, const std::string& checksum) {
+    std::vector<char> piece(static_cast<size_t>(std::min<uint64_t>(from - _skipped, kPieceSize)));
+    if (from > _skipped + _layout.fileSize ||
+        !_file.read(piece.data(), static_cast<std::streamsize>(piece.size()))) {
+        _owner.onFailed("the receiver has more of a file than " + _path + " holds");
+        return false;
+    }
+    _checksum.add(piece.data(), piece.size());
+    _skipped += piece.size();
+    _layout.fileSize -= piece.size();
+    if (_skipped == from && _checksum.text() != checksum) {
+        _owner.onFailed("what the receiver has is not the beginning of " + _path);
+        return false;
+    }
+    return _skipped == from;
 }
 
 void FileSource::start(Transmitter& transmitter, uint64_t window) {
@@ -68,7 +94,7 @@ void FileSource::finish() {
         return;
     }
     NIVUR::Dictionary text = makeText("finished");
-    setNumber(text, "size", _layout.fileSize);
+    setNumber(text, "size", _skipped + _layout.fileSize);
     text.setString("checksum", _checksum.text());
     _owner.onFinished(text);
 }

@@ -22,6 +22,7 @@ class FileSource : public Source {
     void describe(NIVUR::Dictionary& offer) const override;
     uint64_t latencyUs() const override { return 0; }
     uint64_t firstRate() const override { return 0; }
+    bool skip(uint64_t from, const std::string& checksum) override;
     void start(Transmitter& transmitter, uint64_t window) override;
     void fill() override;
     uint64_t size() const override { return _layout.fileSize; }
@@ -34,7 +35,8 @@ class FileSource : public Source {
     DatagramPath& _datagrams;
     Owner& _owner;
     std::ifstream _file;
-    FileLayout _layout;
+    uint64_t _skipped = 0;
+    FileLayout _layout;  // of the rest
     Checksum _checksum;
     Transmitter* _transmitter = nullptr;
     uint64_t _window = 0;

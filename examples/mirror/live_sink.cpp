@@ -15,6 +15,7 @@ namespace mirror {
 namespace {
 
 constexpr uint64_t kMaxLatencyUs = 60'000'000;
+constexpr uint64_t kReaderMs = 5000;
 
 std::string milliseconds(uint64_t us) {
     char text[32];
@@ -77,6 +78,11 @@ void LiveSink::checkComplete() {
         _owner.onArrived();
         _owner.onComplete(summary());
     }
+}
+
+/// While the stream goes on, a reader may stop for as long as it wants.
+std::string LiveSink::obstacle() const {
+    return _end && _output->isStuckFor(kReaderMs) ? "nobody reads the standard output" : "";
 }
 
 std::vector<Statistics::Figure> LiveSink::figures() {

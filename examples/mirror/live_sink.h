@@ -25,6 +25,7 @@ class LiveSink : public Sink {
     void onTiming(const Timing& timing) override;
     bool finish(const NIVUR::Dictionary& text) override;
     void tick() override { checkComplete(); }
+    std::string obstacle() const override;
     bool expectsProgress() const override { return _end.has_value(); }
     std::vector<Statistics::Figure> figures() override;
 

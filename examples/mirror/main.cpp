@@ -46,7 +46,9 @@ void sayWhere(const Address& address, bool isLive) {
 /// process in an orderly way.
 void stop(mirror::Receiver& receiver, const std::string& error) {
     if (!receiver.stop()) {
-        std::fprintf(stderr, "mirror: %s, and the disk does not answer\n", error.c_str());
+        std::fprintf(stderr,
+                     "mirror: %s; the destination does not answer, and may be left as it is\n",
+                     error.c_str());
         std::_Exit(1);
     }
 }
@@ -70,6 +72,9 @@ std::string run(const Options& options, const sigset_t& signalSet) {
         sayWhere(*address, options.isLive);
     }
     const mirror::Signals signals(signalSet, [&ends](int number) {
+        if (number != SIGUSR1) {
+            mirror::endSoon();
+        }
         for (mirror::Endpoint* end : ends) {
             number == SIGUSR1 ? end->dump() : end->interrupt();
         }
@@ -94,7 +99,7 @@ int main(int argc, char** argv) {
     }
     const std::string first = argc > 1 ? argv[1] : "";
     if (first == "--help" || first == "key") {
-        std::puts(first == "key" ? mirror::makeKeyText().c_str() : mirror::kUsage);
+        std::puts(first == "key" ? mirror::toHex(mirror::makeKey()).c_str() : mirror::kUsage);
         return 0;
     }
     std::string error;

@@ -10,10 +10,10 @@ namespace mirror {
 const char kUsage[] =
     "usage: mirror send FILE --to HOST:PORT [--key FILE | --open] [--stats[=json]] [--dump]\n"
     "       mirror receive DESTINATION --listen HOST:PORT [--key FILE | --open] [--drop PERCENT]\n"
-    "                                  [--stats[=json]] [--dump]\n"
+    "                                  [--resume] [--stats[=json]] [--dump]\n"
     "       mirror send - --live [--latency MS] --to HOST:PORT ...\n"
     "       mirror receive - --live --listen HOST:PORT ...\n"
-    "       mirror SOURCE DESTINATION [--drop PERCENT] [--dump]\n"
+    "       mirror SOURCE DESTINATION [--drop PERCENT] [--resume] [--dump]\n"
     "       mirror key\n"
     "\n"
     "Sends a file over the network, or a live stream from standard input to standard output. The\n"
@@ -28,6 +28,8 @@ const char kUsage[] =
     "                  hexadecimal text, as `mirror key` prints them\n"
     "  --open          everybody may take part; without this or a key only the loopback interface\n"
     "                  can be used\n"
+    "  --resume        goes on with the DESTINATION.part that an earlier transfer has left, and\n"
+    "                  leaves it there when this one fails too\n"
     "  --stats[=json]  says once a second on standard error how it goes\n"
     "  --drop PERCENT  the receiver drops 0 to 99 percent of the datagrams unseen, for trials\n"
     "  --dump          SIGUSR1 prints what the run loops are doing\n"
@@ -155,11 +157,15 @@ std::optional<Options> Options::parse(Arguments arguments, std::string& error) {
          !takeKey(arguments, options, error) || !takeLive(arguments, options))) {
         return std::nullopt;
     }
+    if (!isSingle) {
+        options.key = makeKey();  // both ends are here, and nobody else takes part
+    }
     uint64_t drop = 0;
     if (options.receives() && !takeNumber(arguments, "--drop", 0, 99, drop)) {
         return std::nullopt;
     }
     options.dropPercent = static_cast<unsigned int>(drop);
+    options.resumes = options.receives() && !options.isLive && takeFlag(arguments, "--resume");
     return takeNames(arguments, options) ? std::optional(options) : std::nullopt;
 }
 

@@ -20,8 +20,9 @@ struct Options {
     Address address{"127.0.0.1"};
     unsigned int dropPercent = 0;
     bool isLive = false;
+    bool resumes = false;
     uint64_t latencyUs = 0;
-    Key key{};  // zeros: everybody may
+    Key key{};  // zeros: everybody may take part
     StatsFormat stats = StatsFormat::NONE;
     bool dump = false;
 

@@ -43,9 +43,8 @@ void Outbox::confirm(uint64_t base) {
         _chunks.pop_front();
     }
     _next = std::max(_next, _base);
-    while (!_again.empty() && _again.front() < _base) {
-        _again.pop_front();
-    }
+    const auto isGone = [this](uint64_t index) { return index < _base; };
+    _again.erase(std::remove_if(_again.begin(), _again.end(), isGone), _again.end());
 }
 
 uint64_t Outbox::dropBefore(uint64_t bornUs) {

@@ -7,7 +7,8 @@ namespace mirror {
 namespace {
 
 constexpr unsigned int kReorderingUnitUs = 100;
-constexpr size_t kMaxGapSize = 10;  // of two compact numbers of 32 bits
+constexpr int64_t kMaxOffsetUs = int64_t{1} << 62;  // two of them can be subtracted
+constexpr size_t kMaxGapSize = 10;                  // of two compact numbers of 32 bits
 
 }  // namespace
 
@@ -41,7 +42,8 @@ std::optional<Timing> Timing::read(const char* body, size_t size) {
     timing.sentUs = reader.number(8);
     timing.offsetUs = static_cast<int64_t>(reader.number(8));
     timing.roundTripUs = static_cast<uint32_t>(reader.number(4));
-    return reader.isValid() && reader.atEnd() ? std::optional(timing) : std::nullopt;
+    const bool isSane = timing.offsetUs > -kMaxOffsetUs && timing.offsetUs < kMaxOffsetUs;
+    return reader.isValid() && reader.atEnd() && isSane ? std::optional(timing) : std::nullopt;
 }
 
 size_t Feedback::write(char* body, size_t size) const {

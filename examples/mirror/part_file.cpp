@@ -1,17 +1,39 @@
 #include "part_file.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <vector>
 
 namespace fs = std::filesystem;
 
 namespace mirror {
 
+namespace {
+
+constexpr size_t kPieceSize = 4UL * 1024 * 1024;
+constexpr char kInTheWay[] =
+    " is in the way, of a transfer that is under way or was cut short: remove it, or go on with "
+    "--resume";
+
+/// Has the disk keep a file's new name. Where that is not possible the file is complete anyway.
+void syncFolder(const fs::path& path) {
+    const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
+    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor != -1) {
+        ::fsync(descriptor);
+        ::close(descriptor);
+    }
+}
+
+}  // namespace
+
 PartFile::~PartFile() {
-    if (!_partPath.empty()) {
+    if (!_partPath.empty() && !_resumes) {
         std::remove(_partPath.c_str());
     }
 }
@@ -19,23 +41,44 @@ PartFile::~PartFile() {
 std::string PartFile::open() {
     std::error_code error;
     const fs::file_type type = fs::status(_path, error).type();
-    const bool isDevice = type == fs::file_type::character || type == fs::file_type::block;
-    if (type == fs::file_type::regular || type == fs::file_type::not_found || isDevice) {
-        const std::string path = isDevice ? _path : _path + ".part";
-        _file.reset(std::fopen(path.c_str(), isDevice ? "wb" : "wbx"));
-        if (_file == nullptr && errno == EEXIST) {
-            return path +
-                   " is in the way, of a transfer that is under way or was cut short: remove it";
-        }
-        if (_file == nullptr) {
-            return "cannot write " + path + ": " + std::strerror(errno);
-        }
-        _partPath = isDevice ? "" : path;
-    } else {
+    if (type == fs::file_type::regular || type == fs::file_type::not_found) {
+        return openPart();
+    }
+    if (type != fs::file_type::character && type != fs::file_type::block) {
         return "cannot write " + _path + ": " + (error ? error.message() : "not a file");
     }
-    std::setvbuf(_file.get(), nullptr, _IONBF, 0);  // the pieces are large
+    return openAs(_path, "wbe") ? "" : fail(errno);
+}
+
+/// The file is written in large pieces, which need no buffer.
+bool PartFile::openAs(const std::string& path, const char* mode) {
+    _file.reset(std::fopen(path.c_str(), mode));
+    return _file != nullptr && std::setvbuf(_file.get(), nullptr, _IONBF, 0) == 0;
+}
+
+std::string PartFile::openPart() {
+    const std::string path = _path + ".part";
+    const bool isThere = fs::symlink_status(path).type() == fs::file_type::regular;
+    if (!openAs(path, _resumes && isThere ? "r+be" : "wbxe")) {
+        return errno == EEXIST ? path + kInTheWay
+                               : "cannot write " + path + ": " + std::strerror(errno);
+    }
+    if (::flock(::fileno(_file.get()), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        return path + " is being written by another transfer";
+    }
+    _partPath = path;
+    _isRead = !isThere;
     return "";
+}
+
+std::string PartFile::read() {
+    std::vector<char> piece(kPieceSize);
+    const size_t size = std::fread(piece.data(), 1, piece.size(), _file.get());
+    _checksum.add(piece.data(), size);
+    _written += size;
+    _isRead = size < piece.size();
+    const bool isGood = std::ferror(_file.get()) == 0 && std::fseek(_file.get(), 0, SEEK_CUR) == 0;
+    return isGood ? "" : fail(errno);
 }
 
 std::string PartFile::append(const char* bytes, unsigned int size) {
@@ -55,12 +98,18 @@ std::string PartFile::finish(const std::string& checksum) {
         return _error;
     }
     if (_checksum.text() != checksum) {
+        _resumes = false;
         return "the copy differs from the source";
     }
-    const bool isStored = _partPath.empty() || ::fsync(::fileno(_file.get())) == 0;
+    const bool isDevice = _partPath.empty();
+    const bool isStored =
+        isDevice || ::fsync(::fileno(_file.get())) == 0 || errno == EINVAL;  // where it cannot be
     if (!isStored || std::fclose(_file.release()) != 0 ||
-        (!_partPath.empty() && std::rename(_partPath.c_str(), _path.c_str()) != 0)) {
+        (!isDevice && std::rename(_partPath.c_str(), _path.c_str()) != 0)) {
         return fail(errno);
+    }
+    if (!isDevice) {
+        syncFolder(_path);
     }
     _partPath.clear();
     return "";

@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-using NIVUR::ClientSocket;
 using NIVUR::IoResult;
 using NIVUR::SocketAddress;
 using NIVUR::UDPSocket;
@@ -13,6 +12,7 @@ namespace {
 
 constexpr unsigned int kSocketBuffer = 4 * 1024 * 1024;
 constexpr int kAttempts = 10;
+constexpr unsigned int kBacklog = 1024;
 
 }  // namespace
 
@@ -41,16 +41,11 @@ IoResult Ports::tryToOpen(const Address& at, UDPSocket& datagrams) {
     if (result) {
         result = datagrams.create(SocketAddress(at.ip, _listener.port()));
     }
-    if (result && !(_listener.listen(8) && _listener.setBlocking(false) == 0 &&
+    if (result && !(_listener.listen(kBacklog) && _listener.setBlocking(false) == 0 &&
                     datagrams.setBlocking(false) == 0 && datagrams.setCoalescing(true) <= 0)) {
         return {IoResult::FAILED, 0, NIVUR::Socket::getError()};
     }
     return result;
-}
-
-std::unique_ptr<ClientSocket> Ports::accept() {
-    auto socket = std::make_unique<ClientSocket>();
-    return _listener.accept(*socket) ? std::move(socket) : nullptr;
 }
 
 }  // namespace mirror

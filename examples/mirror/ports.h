@@ -1,11 +1,9 @@
 #ifndef MIRROR_PORTS_H
 #define MIRROR_PORTS_H
 
-#include <nivur/client_socket.h>
 #include <nivur/server_socket.h>
 #include <nivur/udp_socket.h>
 
-#include <memory>
 #include <string>
 
 #include "address.h"
@@ -22,9 +20,6 @@ class Ports {
     std::string open(const Address& at, NIVUR::UDPSocket& datagrams);
 
     const NIVUR::ServerSocket& listener() const { return _listener; }
-
-    /// The connection that comes next; null when there is none, or it cannot be taken.
-    std::unique_ptr<NIVUR::ClientSocket> accept();
 
   private:
     NIVUR::IoResult tryToOpen(const Address& at, NIVUR::UDPSocket& datagrams);

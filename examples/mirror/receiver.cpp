@@ -1,10 +1,5 @@
 #include "receiver.h"
 
-#include <nivur/log.h>
-#include <nivur/system_util.h>
-
-#include <cerrno>
-#include <cstring>
 #include <utility>
 
 #include "file_sink.h"
@@ -12,33 +7,33 @@
 #include "progress.h"
 #include "texts.h"
 
+using NIVUR::ClientSocket;
 using NIVUR::Dictionary;
-using NIVUR::Log;
+using NIVUR::IoResult;
 using NIVUR::RunLoop;
-using NIVUR::Socket;
 
 namespace mirror {
 
 namespace {
 
 constexpr unsigned int kWindow = 16384;
-constexpr int kDatagramsPerPass = 128;
 constexpr unsigned int kTickMs = 20;
 constexpr unsigned int kPauseMs = 200;
 constexpr unsigned int kStatsMs = 1000;
-constexpr unsigned int kOfferMs = 3000;
 
 }  // namespace
 
 Receiver::Receiver(const Options& options, NIVUR::EventCenter& events)
-    : Endpoint("recv", "sender", options.key, events),
+    : Endpoint("recv", "sender", events),
       _isLive(options.isLive),
+      _lobby(_loop, options.key, *this),
       _path(_loop, options.dropPercent, [] {}),
       _statistics(options.stats) {
     if (_isLive) {
         _sink = std::make_unique<LiveSink>(_loop, *this);
     } else {
-        _sink = std::make_unique<FileSink>(options.destination, _loop, events, *this);
+        _sink =
+            std::make_unique<FileSink>(options.destination, options.resumes, _loop, events, *this);
     }
 }
 
@@ -76,55 +71,41 @@ void Receiver::dump() {
 }
 
 void Receiver::welcome() {
-    auto socket = _ports.accept();
-    if (socket == nullptr) {
+    auto socket = std::make_unique<ClientSocket>();
+    const IoResult result = _ports.listener().accept(*socket);
+    if (result) {
+        _lobby.add(std::move(socket));
+    } else if (result.status == IoResult::FAILED) {
         pauseListening();
-    } else if (!isConnected()) {
-        connect(std::move(socket));
-        _loop.removeWatch(std::exchange(_listening, 0));  // others wait until this one is judged
-    } else {
-        const std::string line = toLine(makeRefusal("busy with another sender"));
-        socket->setLogEnabled(false);
-        socket->send(line.data(), static_cast<unsigned int>(line.size()), nullptr);
-        ++_turnedAway;
     }
 }
 
 /// A connection for which there is no descriptor keeps the listener ready: it is left alone for a
-/// while.
+/// while, and gets the place of another one.
 void Receiver::pauseListening() {
+    _lobby.makeRoom();
     _loop.removeWatch(std::exchange(_listening, 0));
     addTimer(kPauseMs, false, [this] { watchListener(); });
-}
-
-void Receiver::turnAway(const std::string& reason) {
-    Log::log("mirror", NIVUR::LOG_WARN, "turned %s away, since it %s", peer().c_str(),
-             reason.c_str());
-    send(makeRefusal("the sender " + reason));
-    disconnect();
-    _keys.reset();
-    ++_turnedAway;
-    watchListener();
 }
 
 void Receiver::receiveDatagrams() {
     if (_collector) {
         _sink->beforeChunks();
     }
-    for (int i = 0; i < kDatagramsPerPass; ++i) {
-        auto packet = _path.receive();
-        if (!packet || !_collector) {
-            break;
-        }
-        const bool isTiming = packet->kind == PacketKind::TIMING;
-        _collector->take(std::move(*packet));
-        if (isTiming) {
-            _sink->onTiming(_collector->timing());
-        }
-    }
+    _path.receive([this](Packet packet) { take(std::move(packet)); });
     if (_collector && !hasEnded()) {
         _sink->onChunks();
         _collector->report();
+    }
+}
+
+void Receiver::take(Packet packet) {
+    if (_collector && !hasEnded()) {
+        const bool isTiming = packet.kind == PacketKind::TIMING;
+        _collector->take(std::move(packet));
+        if (isTiming) {
+            _sink->onTiming(_collector->timing());
+        }
     }
 }
 
@@ -132,47 +113,36 @@ void Receiver::tick() {
     _sink->tick();
 }
 
-/// A sender may send on before it has read that its offer is accepted.
 bool Receiver::handle(const std::string& type, const Dictionary& text) {
-    if (!_keys) {
-        return type == "hello" && onHello(text);
-    }
-    if (type == "offer") {
-        return _stage == Stage::WAITING && onOffer(text);
-    }
-    if (type == "finished" && _stage == Stage::RECEIVING) {
-        if (_isLive) {
-            setResting(false);
-            addTimer(kTickMs, true, [this] { tick(); });
-        }
-        return _sink->finish(text);
-    }
-    return false;
-}
-
-bool Receiver::onHello(const Dictionary& text) {
-    sayHello();
-    _keys = secure(text, false);
-    return _keys.has_value();
-}
-
-bool Receiver::onOffer(const Dictionary& text) {
-    _stage = Stage::OPENING;
-    if (!_sink->take(text)) {
-        _stage = Stage::WAITING;
+    if (type != "finished" || _stage != Stage::RECEIVING || std::exchange(_finished, true)) {
         return false;
     }
+    if (_isLive) {
+        setResting(false);
+        addTimer(kTickMs, true, [this] { tick(); });
+    }
+    return _sink->finish(text);
+}
+
+bool Receiver::onOffer(std::unique_ptr<ControlChannel>& channel, const Dictionary& offer) {
+    if (!_sink->take(offer)) {
+        return false;
+    }
+    _stage = Stage::OPENING;
+    connect(std::move(channel));
+    _lobby.refuseAll("busy with another sender");
     return true;
 }
 
+/// The sink may answer while it is still being asked.
 void Receiver::onReady() {
-    if (hasEnded()) {
-        return;
-    }
+    post([this] { begin(); });
+}
+
+void Receiver::begin() {
     _stage = Stage::RECEIVING;
-    watchListener();
     progress();
-    const std::string title = "receiving " + _sink->title() + " from " + peer() + "\n";
+    const std::string title = "receiving " + _sink->title() + " from " + channel().peer() + "\n";
     if (_isLive) {
         setResting(true);
         Statistics::print(title);
@@ -180,11 +150,12 @@ void Receiver::onReady() {
         Standing(0, 0, title).send(_events, "begun");
         addTimer(kTickMs, true, [this] { tick(); });
     }
-    _path.begin(*_keys, {});
+    _path.begin(*channel().keys(), {});
     _collector.emplace(_loop, _path, kWindow, _isLive);
     _sink->start(_collector->chunks());
     Dictionary text = makeText("accept");
     setNumber(text, "window", kWindow);
+    _sink->describe(text);
     send(text);
     if (_statistics.isWanted()) {
         addTimer(kStatsMs, true, [this] { report(); });
@@ -242,13 +213,11 @@ std::string Receiver::details() const {
            " of them sent again\n  datagrams: " + std::to_string(_path.dropped()) +
            " dropped on purpose, " + std::to_string(counts.duplicates) + " duplicates, " +
            std::to_string(_path.ignored() + counts.ignored) +
-           " ignored\n  connections: " + std::to_string(_turnedAway) + " turned away\n";
+           " ignored\n  connections: " + std::to_string(_lobby.turnedAway()) + " turned away\n";
 }
 
 void Receiver::onLost(const std::string& reason) {
-    if (_stage == Stage::WAITING) {
-        turnAway(reason);
-    } else if (_stage != Stage::COMMITTING) {
+    if (_stage != Stage::COMMITTING) {
         Endpoint::onLost(reason);
     }
 }
@@ -256,11 +225,7 @@ void Receiver::onLost(const std::string& reason) {
 /// Who stands still may be the sink, and a stream may.
 void Receiver::checkProgress() {
     const std::string obstacle = _sink->obstacle();
-    if (_stage == Stage::WAITING) {
-        if (standsStill(kOfferMs)) {
-            turnAway("has offered nothing");
-        }
-    } else if (!obstacle.empty()) {
+    if (!obstacle.empty()) {
         end(obstacle);
     } else if (!_sink->expectsProgress() || _stage == Stage::COMMITTING) {
         progress();

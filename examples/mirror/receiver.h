@@ -10,6 +10,7 @@
 #include "collector.h"
 #include "datagram_path.h"
 #include "endpoint.h"
+#include "lobby.h"
 #include "options.h"
 #include "ports.h"
 #include "sink.h"
@@ -19,7 +20,7 @@ namespace mirror {
 
 /// The receiving end: waits for one sender that holds the key and whose offer is good, collects its
 /// chunks, and passes them on to its sink.
-class Receiver : public Endpoint, public Sink::Owner {
+class Receiver : public Endpoint, public Lobby::Owner, public Sink::Owner {
   public:
     Receiver(const Options& options, NIVUR::EventCenter& events);
     ~Receiver() override;
@@ -39,15 +40,16 @@ class Receiver : public Endpoint, public Sink::Owner {
     bool watchListener();
     void welcome();
     void pauseListening();
-    void turnAway(const std::string& reason);
+    void begin();
     void receiveDatagrams();
+    void take(Packet packet);
     void tick();
     void report();
     std::string details() const;
 
     bool handle(const std::string& type, const NIVUR::Dictionary& text) override;
-    bool onHello(const NIVUR::Dictionary& text);
-    bool onOffer(const NIVUR::Dictionary& text);
+    bool onOffer(std::unique_ptr<ControlChannel>& channel, const NIVUR::Dictionary& offer) override;
+    void onEnd() override { _lobby.close(); }
     void onLost(const std::string& reason) override;
     void checkProgress() override;
 
@@ -60,15 +62,15 @@ class Receiver : public Endpoint, public Sink::Owner {
     const bool _isLive;
     Ports _ports;
     long _listening = 0;  // the watch of the listener
+    Lobby _lobby;
     DatagramPath _path;
     std::unique_ptr<Sink> _sink;
     Statistics _statistics;
 
     // Of the transfer.
     Stage _stage = Stage::WAITING;
-    std::optional<SessionKeys> _keys;
     std::optional<Collector> _collector;
-    uint64_t _turnedAway = 0;
+    bool _finished = false;  // the sender has sent everything
 };
 
 }  // namespace mirror

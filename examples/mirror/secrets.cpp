@@ -23,11 +23,6 @@ const unsigned char* bytesOf(const char* text) {
     return reinterpret_cast<const unsigned char*>(text);
 }
 
-std::string toHex(const Key& key) {
-    char text[2 * sizeof(Key) + 1];
-    return sodium_bin2hex(text, sizeof(text), key.data(), key.size());
-}
-
 std::optional<Key> fromHex(const std::string& text) {
     Key key;
     size_t size = 0;
@@ -59,10 +54,15 @@ bool prepareSecrets() {
     return sodium_init() >= 0;
 }
 
-std::string makeKeyText() {
+Key makeKey() {
     Key key;
     randombytes_buf(key.data(), key.size());
-    return toHex(key);
+    return key;
+}
+
+std::string toHex(const Key& key) {
+    char text[2 * sizeof(Key) + 1];
+    return sodium_bin2hex(text, sizeof(text), key.data(), key.size());
 }
 
 std::optional<Key> readKeyFile(const std::string& path) {
@@ -72,7 +72,8 @@ std::optional<Key> readKeyFile(const std::string& path) {
     std::string text(bytes, static_cast<size_t>(file.gcount()));
     text.erase(std::find_if(text.rbegin(), text.rend(), [](char c) { return c > ' '; }).base(),
                text.end());
-    return fromHex(text);
+    const auto key = fromHex(text);
+    return key && *key != Key{} ? key : std::nullopt;  // zeros are what everybody has
 }
 
 std::string toBase64(const std::string& bytes) {
@@ -94,8 +95,7 @@ std::optional<std::string> fromBase64(const std::string& text) {
     return good && end == text.data() + text.size() ? std::optional(bytes) : std::nullopt;
 }
 
-KeyAgreement::KeyAgreement() {
-    randombytes_buf(_secret.data(), _secret.size());
+KeyAgreement::KeyAgreement() : _secret(makeKey()) {
     crypto_scalarmult_base(_public.data(), _secret.data());
 }
 
@@ -126,8 +126,12 @@ std::optional<SessionKeys> KeyAgreement::finish(const Key& shared, const std::st
     crypto_generichash_final(&state, root.data(), root.size());
     const uint64_t mine = isSender ? 1 : 2;
     const uint64_t others = isSender ? 2 : 1;
-    return SessionKeys{derive(root, mine), derive(root, others), derive(root, 2 + mine),
-                       derive(root, 2 + others)};
+    const SessionKeys keys{derive(root, mine), derive(root, others), derive(root, 2 + mine),
+                           derive(root, 2 + others)};
+    sodium_memzero(&state, sizeof(state));
+    sodium_memzero(common.data(), common.size());
+    sodium_memzero(root.data(), root.size());
+    return keys;
 }
 
 void Cipher::seal(uint64_t number, const char* header, size_t headerSize, const char* plain,

@@ -17,8 +17,11 @@ using Key = std::array<unsigned char, 32>;
 /// Prepares the library that does the work; false when it cannot be used. Call it first.
 bool prepareSecrets();
 
-/// A new random key as hexadecimal text.
-std::string makeKeyText();
+/// A new random key.
+Key makeKey();
+
+/// A key as hexadecimal text.
+std::string toHex(const Key& key);
 
 /// The key that a file holds as hexadecimal text; nothing when it holds anything else.
 std::optional<Key> readKeyFile(const std::string& path);

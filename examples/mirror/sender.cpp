@@ -22,17 +22,18 @@ namespace mirror {
 namespace {
 
 constexpr unsigned int kConnectMs = 5000;
+constexpr unsigned int kDiskMs = 600'000;
 constexpr unsigned int kMaxWindow = 16384;
 constexpr unsigned int kSocketBuffer = 4 * 1024 * 1024;
 constexpr unsigned int kStatsMs = 1000;
-constexpr int kDatagramsPerPass = 64;
 
 }  // namespace
 
 Sender::Sender(const Options& options, NIVUR::EventCenter& events)
-    : Endpoint("send", "receiver", options.key, events),
+    : Endpoint("send", "receiver", events),
       _isLive(options.isLive),
       _path(_loop, 0, [this] { _transmitter->pump(); }),
+      _key(options.key),
       _statistics(options.stats) {
     if (_isLive) {
         _source = std::make_unique<LiveSource>(options.latencyUs, _loop, _path, *this);
@@ -87,8 +88,8 @@ void Sender::finishConnection(const IoResult& result) {
     _loop.removeWatch(_connectWatch);
     _loop.stopTimer(_connectTimer);
     if (result) {
-        connect(std::move(_connecting));
-        sayHello();
+        connect(std::make_unique<ControlChannel>(std::move(_connecting), _loop, *this));
+        channel().greet();
     } else {
         failToConnect(result.error);
     }
@@ -99,23 +100,23 @@ void Sender::failToConnect(int reason) {
 }
 
 bool Sender::handle(const std::string& type, const Dictionary& text) {
-    if (!_keys) {
+    if (!channel().keys()) {
         return type == "hello" && onHello(text);
     }
-    if (!_transmitter) {
+    if (_window == 0) {
         return type == "accept" && onAccept(text);
     }
     return type == "done" && onDone(text);
 }
 
 bool Sender::onHello(const Dictionary& text) {
-    _keys = secure(text, true);
-    if (_keys) {
-        Dictionary offer = makeText("offer");
-        _source->describe(offer);
-        send(offer);
+    if (!channel().agree(text, _key, true)) {
+        return false;
     }
-    return _keys.has_value();
+    Dictionary offer = makeText("offer");
+    _source->describe(offer);
+    send(offer);
+    return true;
 }
 
 bool Sender::onAccept(const Dictionary& text) {
@@ -124,25 +125,41 @@ bool Sender::onAccept(const Dictionary& text) {
         return false;
     }
     _window = std::min<uint64_t>(*window, kMaxWindow);
+    if (const auto from = getNumber(text, "from")) {
+        skip(*from, text.getString("checksum"));
+    } else {
+        begin();
+    }
+    return true;
+}
+
+void Sender::skip(uint64_t from, const std::string& checksum) {
     progress();
-    _path.begin(*_keys, _receiver);
+    const bool isDone = _source->skip(from, checksum);
+    if (isDone) {
+        begin();
+    } else if (!hasEnded()) {
+        post([this, from, checksum] { skip(from, checksum); });
+    }
+}
+
+void Sender::begin() {
+    progress();
+    _path.begin(*channel().keys(), _receiver);
     _transmitter.emplace(_loop, _path, *this, _source->latencyUs(), _source->firstRate());
     watch(_path.socket(), RunLoop::READABLE, [this] { receiveDatagrams(); });
     _transmitter->open();
     if (_statistics.isWanted()) {
         addTimer(kStatsMs, true, [this] { report(); });
     }
-    return true;
 }
 
 void Sender::receiveDatagrams() {
-    for (int i = 0; i < kDatagramsPerPass && !hasEnded(); ++i) {
-        const auto packet = _path.receive();
-        if (!packet) {
-            return;
+    _path.receive([this](const Packet& packet) {
+        if (!hasEnded()) {
+            _transmitter->take(packet);
         }
-        _transmitter->take(*packet);
-    }
+    });
 }
 
 /// A stream may be silent for as long as it wants.
@@ -188,10 +205,12 @@ void Sender::onDeaf() {
         "block UDP");
 }
 
-/// A disk may take its time for the rest.
+/// Before the first chunk and after the last one the receiver waits for its disk, and knows better
+/// how long.
 void Sender::checkProgress() {
-    if (_transmitter && _transmitter->waiting() == 0 && _finished) {
-        progress();
+    const bool isAllThere = _transmitter && _transmitter->waiting() == 0;
+    if (_transmitter ? isAllThere && _finished : channel().isProved()) {
+        checkStandstill(kDiskMs);
     } else {
         Endpoint::checkProgress();
     }

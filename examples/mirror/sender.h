@@ -40,6 +40,8 @@ class Sender : public Endpoint, public Transmitter::Owner, public Source::Owner 
     bool handle(const std::string& type, const NIVUR::Dictionary& text) override;
     bool onHello(const NIVUR::Dictionary& text);
     bool onAccept(const NIVUR::Dictionary& text);
+    void skip(uint64_t from, const std::string& checksum);
+    void begin();
     bool onDone(const NIVUR::Dictionary& text);
     void checkProgress() override;
     void onEnd() override;
@@ -60,7 +62,7 @@ class Sender : public Endpoint, public Transmitter::Owner, public Source::Owner 
     const bool _isLive;
     DatagramPath _path;
     std::unique_ptr<Source> _source;
-    std::optional<SessionKeys> _keys;
+    const Key _key;
     std::optional<Transmitter> _transmitter;
     uint64_t _window = 0;  // chunks that the receiver holds
     bool _finished = false;

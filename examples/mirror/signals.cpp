@@ -1,11 +1,32 @@
 #include "signals.h"
 
 #include <nivur/runnable.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <utility>
 
 namespace mirror {
+
+namespace {
+
+constexpr unsigned int kEndSeconds = 5;
+
+/// Does only what a signal handler may do, and never waits.
+void endNow(int /*signal*/) {
+    constexpr char kText[] = "mirror: interrupted, and a file or a terminal does not answer\n";
+    pollfd output{STDERR_FILENO, POLLOUT, 0};
+    const bool isWritten =
+        ::poll(&output, 1, 0) == 1 && ::write(STDERR_FILENO, kText, sizeof(kText) - 1) > 0;
+    ::_exit(isWritten ? 1 : 2);
+}
+
+}  // namespace
+
+void endSoon() {
+    ::signal(SIGALRM, endNow);
+    ::alarm(kEndSeconds);
+}
 
 sigset_t blockSignals(bool withUsr1) {
     ::signal(SIGPIPE, SIG_IGN);

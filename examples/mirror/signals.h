@@ -14,6 +14,10 @@ namespace mirror {
 /// file's size fails from now on, where it would have ended the process.
 sigset_t blockSignals(bool withUsr1);
 
+/// Ends the process in 5 seconds if it has not ended by then: a thread that waits for a terminal or
+/// a disk does not notice that it is to end. Any thread.
+void endSoon();
+
 /// Handles blocked signals on a thread of its own, where anything may be done.
 class Signals : public NIVUR::NoCopyable {
   public:

@@ -44,6 +44,9 @@ class Sink {
     /// What is offered, for a person.
     virtual std::string title() const = 0;
 
+    /// Says in the answer to the offer what is here already.
+    virtual void describe(NIVUR::Dictionary& /*accept*/) const {}
+
     /// Chunks come into that window from now on.
     virtual void start(ChunkWindow& chunks) = 0;
 

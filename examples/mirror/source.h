@@ -38,6 +38,11 @@ class Source {
     /// The bytes per second at which to begin; 0 for a slow start.
     virtual uint64_t firstRate() const = 0;
 
+    /// Passes over the first `from` bytes, which the receiver has, with that checksum. True once
+    /// that is done; false, and to be called again, after a part of it; onFailed() when they are
+    /// not what the receiver has.
+    virtual bool skip(uint64_t /*from*/, const std::string& /*checksum*/) { return true; }
+
     /// Chunks may be added from now on; the receiver holds up to `window` of them.
     virtual void start(Transmitter& transmitter, uint64_t window) = 0;
 
@@ -47,7 +52,7 @@ class Source {
     /// More chunks are confirmed.
     virtual void onConfirmed() {}
 
-    /// The size in bytes; 0 if that is not known.
+    /// How many bytes are to be sent; 0 if that is not known.
     virtual uint64_t size() const { return 0; }
 };
 

@@ -1,6 +1,7 @@
 #include "streams.h"
 
 #include <fcntl.h>
+#include <nivur/system_util.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 
 using NIVUR::makeRunnable;
 using NIVUR::RunLoop;
+using NIVUR::SystemUtil;
 
 namespace mirror {
 
@@ -79,10 +81,15 @@ void OutputStream::write(Body chunk, size_t skip) {
         ++_dropped;
         return;
     }
+    _takenMs = _waiting.empty() ? SystemUtil::getCPUTime() : _takenMs;
     _waiting.push_back({std::move(chunk), skip});
     if (_watch == 0) {
         flush();
     }
+}
+
+bool OutputStream::isStuckFor(uint64_t ms) const {
+    return !isEmpty() && SystemUtil::getCPUTime() - _takenMs > ms;
 }
 
 void OutputStream::flush() {
@@ -114,6 +121,7 @@ bool OutputStream::writeFirst() {
     chunk.written += static_cast<size_t>(count);
     if (chunk.written == chunk.body->usedSize()) {
         _waiting.pop_front();
+        _takenMs = SystemUtil::getCPUTime();
     }
     return true;
 }

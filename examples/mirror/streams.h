@@ -66,6 +66,9 @@ class OutputStream : public NIVUR::NoCopyable {
     void write(Body chunk, size_t skip);
 
     bool isEmpty() const { return _waiting.empty(); }
+
+    /// Whether something has waited for so long and nothing was taken.
+    bool isStuckFor(uint64_t ms) const;
     uint64_t dropped() const { return _dropped; }
 
     /// The error number of what went wrong, after which all is dropped; 0 if nothing did.
@@ -85,6 +88,7 @@ class OutputStream : public NIVUR::NoCopyable {
     const NonBlocking _nonBlocking;
     std::deque<Chunk> _waiting;
     long _watch = 0;
+    uint64_t _takenMs = 0;  // when a chunk was last taken, or the first began to wait
     uint64_t _dropped = 0;
     int _error = 0;
 };
