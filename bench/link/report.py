@@ -175,7 +175,7 @@ def ranking(runs, kind, rows, peers, name, choose, tolerance, worth=lambda value
             continue
         gain = worth(own) - worth(other)
         places["level" if abs(gain) <= tolerance else "ahead" if gain > 0 else "behind"].append(row)
-    return "; ".join(f"{place}: {', '.join(found)}" for place, found in places.items() if found)
+    return "; ".join(f"{place}: {' / '.join(found)}" for place, found in places.items() if found)
 
 
 def summary(runs, remarks):
