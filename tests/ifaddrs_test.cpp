@@ -183,6 +183,7 @@ TEST(Interfaces, AreWhatWasReceivedAndNothingElse) {
         {{address(127, a6, AF_INET6), address(129, attribute(a6.substr(4) + a6), AF_INET6), done},
          {ip6 + ones6 + "e 73", ip6 + ones6 + "f 73"}},
         {{done + any}, {}},
+        {{address(8, attribute("odd", IFA_LABEL) + a4) + done}, {one}},
         {{address(8, attribute("abcd" + a6)) + address(8, attribute("ab")),
           address(8, attribute("wxyz", IFA_LOCAL) + a4) + message(RTM_NEWLINK, a4) +
               address(8, a4, AF_PACKET) + done},
@@ -227,6 +228,8 @@ TEST(Interfaces, OfTheirOwnListAreWholeAndNamedByTheirOwnAddress) {
     while (many.size() + one.size() <= 32768)
         many += one;
     const size_t most = many.size() / one.size();
+    std::string interrupted = one + done;  // the kernel's list changed meanwhile
+    interrupted[offsetof(nlmsghdr, nlmsg_flags)] = NLM_F_DUMP_INTR;
     const std::string text6 = "6162:6364:6566:6768:696a:6b6c:6d6e:6f70";
     const std::pair<Lines, Lines> rows[] = {
         {{one + address(9, attribute("abcd", IFA_LOCAL) + a4) + address(31, a4 + own4) +
@@ -236,6 +239,10 @@ TEST(Interfaces, OfTheirOwnListAreWholeAndNamedByTheirOwnAddress) {
           "lo 73 119.120.121.122 to 97.98.99.100 /31",
           "lo 73 fe80:2e2e:2e2e:2e2e:2e2e:2e2e:2e2e:797a%lo /64",
           "lo 73 4142:4344:4546:4748:494a:4b4c:4d4e:4f50 to " + text6 + " /127"}},
+        {{address(8, own4) + address(8, attribute("abcd" + a6)) + done},
+         {"lo 73 119.120.121.122 /8", "lo 73 97.98.99.100 /8"}},
+        {{interrupted, one + one + done}, Lines(2, "lo 73 97.98.99.100 /8")},
+        {Lines(9, interrupted), {"lo 73 97.98.99.100 /8"}},
         {{many, done}, Lines(most, "lo 73 97.98.99.100 /8")},
         {{many + one, done}, {"error " + std::to_string(EMSGSIZE)}},
         {{one, message(NLMSG_ERROR, bytes(-EPERM))}, {"error " + std::to_string(EPERM)}},

@@ -34,7 +34,7 @@ size_t maxClients() {
 
 /// A client in the lobby. It stays in the list for a while after its channel was closed or taken
 /// over, because that happens in calls of the channel itself.
-class Lobby::Client : public ControlChannel::Handler {
+class Lobby::Client final : public ControlChannel::Handler {
   public:
     Client(Lobby& lobby, std::unique_ptr<ClientSocket> socket)
         : _lobby(lobby),
