@@ -119,7 +119,7 @@ std::optional<SessionKeys> KeyAgreement::finish(const Key& shared, const std::st
     Key root;
     crypto_generichash_state state;
     crypto_generichash_init(&state, shared.data(), shared.size(), root.size());
-    const Key* const parts[] = {&common, &sender, &receiver};
+    const std::array<const Key*, 3> parts = {&common, &sender, &receiver};
     for (const Key* const part : parts) {
         crypto_generichash_update(&state, part->data(), part->size());
     }
