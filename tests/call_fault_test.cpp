@@ -298,7 +298,9 @@ TEST(Signals, ShortenNoWaitOfTheLibraryItself) {
                     pthread_kill(waiter, SIGUSR1);
                     std::this_thread::sleep_for(std::chrono::milliseconds(1));
                     const uint64_t passed = SystemUtil::getCPUTimeInMicroseconds() - begin;
-                    if (wanted != nullptr && handled >= 20 && passed >= 60000)
+                    const bool pelted =
+                        handled >= 20 || passed >= 1000000;  // a sanitizer may delay them
+                    if (wanted != nullptr && pelted && passed >= 60000)
                         (*std::exchange(wanted, nullptr))();
                 }
             });

@@ -294,7 +294,8 @@ void carry(std::array<Direction, 2>& link, pollfd (&devices)[2], const sigset_t&
     while (stopped == 0) {
         const Nanoseconds left =
             std::max<Nanoseconds>(std::min(link[0].due(), link[1].due()) - now(), 0);
-        const timespec timeout{static_cast<time_t>(left / 1000000000), left % 1000000000};
+        const timespec timeout{static_cast<time_t>(left / 1000000000),
+                               static_cast<long>(left % 1000000000)};
         if (::ppoll(devices, 2, &timeout, &waiting) < 0 && errno != EINTR) return;
         for (Direction& direction : link) {
             direction.receive();

@@ -87,7 +87,8 @@ int source(double mbit, double seconds, const char* port) {
     const std::int64_t start = now();
     for (std::uint32_t number = 0; number < count; number++) {
         const std::int64_t due = start + number * interval;
-        const timespec until{static_cast<time_t>(due / 1000000000), due % 1000000000};
+        const timespec until{static_cast<time_t>(due / 1000000000),
+                             static_cast<long>(due % 1000000000)};
         ::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
         Chunk chunk;
         fill(chunk, number, now());
