@@ -37,9 +37,6 @@ class Flight {
 
     uint64_t bytes() const { return _sentBytes - _passedBytes; }
 
-    /// When the oldest of them was sent. REQUIRES: bytes() > 0.
-    uint64_t oldestUs() const { return _packets.front().sentUs; }
-
     /// The first number that was not sent.
     uint64_t next() const { return _first + _packets.size(); }
 

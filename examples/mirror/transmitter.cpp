@@ -111,6 +111,9 @@ void Transmitter::count(size_t bodySize, uint64_t nowUs) {
     const uint64_t bytes = bodySize + kHeaderSize + kTagSize + kWireOverhead;
     _flight.sent(_path.next() - 1, bytes, nowUs, _roundTrip.minUs());
     _pacer.sent(bytes, _congestion.rate(), _roundTrip.minUs(), nowUs);
+    if (isAnswered() || nowUs - _sentUs > kDeafUs) {
+        _askedUs = nowUs;
+    }
     _sentUs = nowUs;
 }
 
@@ -223,9 +226,10 @@ void Transmitter::dropStale(uint64_t nowUs) {
     }
 }
 
+/// A pause in which nothing was sent does not count.
 bool Transmitter::isDeaf(uint64_t nowUs) const {
     const uint64_t limitUs = _heardUs == 0 ? kDeafAtFirstUs : kDeafUs;
-    return _flight.bytes() > 0 && nowUs - _flight.oldestUs() > limitUs && nowUs - _sentUs < limitUs;
+    return !isAnswered() && nowUs - _askedUs > limitUs && nowUs - _sentUs < limitUs;
 }
 
 void Transmitter::keepTicking() {

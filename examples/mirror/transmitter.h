@@ -92,6 +92,7 @@ class Transmitter : public NIVUR::NoCopyable {
     void sendTiming(bool wantsAnswer);
     void count(size_t bodySize, uint64_t nowUs);
     void dropStale(uint64_t nowUs);
+    bool isAnswered() const { return _askedUs <= _heardUs; }
     bool isDeaf(uint64_t nowUs) const;
     void keepTicking();
     void tick();
@@ -117,6 +118,7 @@ class Transmitter : public NIVUR::NoCopyable {
     uint64_t _sentUs = 0;         // when something was last sent
     uint64_t _timingUs = 0;       // when the receiver was last told of the clocks
     uint64_t _heardUs = 0;        // when the last feedback came
+    uint64_t _askedUs = 0;        // when a packet was first sent after it, or after a long pause
     Counts _counts;
 };
 
