@@ -213,7 +213,7 @@ void Transmitter::checkOpen(uint64_t nowUs) {
 }
 
 /// Drops what would come too late. What waits in a queue on the way is taken to wait on the way
-/// there.
+/// there. Where nothing is left to send, a question a round trip finds out when that is over.
 void Transmitter::dropStale(uint64_t nowUs) {
     const uint64_t wayUs = _roundTrip.smoothedUs() - _roundTrip.minUs() / 2;
     if (_latencyUs != 0 && _roundTrip.isKnown()) {
@@ -222,6 +222,9 @@ void Transmitter::dropStale(uint64_t nowUs) {
         _counts.dropped += _outbox.dropBefore(nowUs - std::min(nowUs, ageUs));
         if (_outbox.base() != base) {
             _owner.onConfirmed();
+            if (isAnswered() || nowUs - _sentUs > kSilenceUs) {
+                sendTiming(true);
+            }
         }
     }
 }
