@@ -3,6 +3,7 @@
 #include <nivur/dictionary.h>
 #include <nivur/serialization.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
@@ -27,7 +28,7 @@ void Statistics::report(const std::vector<Figure>& figures) {
     for (const Figure& figure : figures) {
         const uint64_t before =
             figure.kind == PER_SECOND ? std::exchange(_before[figure.name], figure.value) : 0;
-        const uint64_t value = figure.value - before;
+        const uint64_t value = figure.value - std::min(figure.value, before);
         const std::string unit = figure.unit.empty() ? "" : " " + figure.unit;
         record.setDecimal(figure.name + unit, static_cast<long double>(value));
         line += (line.empty() ? "" : ", ") + figure.name + " " + textOf(value, figure.unit);

@@ -15,7 +15,8 @@ class Statistics {
   public:
     enum Kind { NOW, PER_SECOND };
 
-    /// A figure as it is now; of PER_SECOND, what it has grown since the last report is told.
+    /// A figure as it is now; of PER_SECOND, what it has grown since the last report is told;
+    /// 0 when it has become less, as the packets that are lost do when some were merely late.
     struct Figure {
         std::string name;
         std::string unit;
