@@ -140,6 +140,9 @@ void Receiver::onReady() {
 }
 
 void Receiver::begin() {
+    if (hasEnded()) {
+        return;
+    }
     _stage = Stage::RECEIVING;
     progress();
     const std::string title = "receiving " + _sink->title() + " from " + channel().peer() + "\n";
