@@ -28,15 +28,19 @@ constexpr size_t kMaxLine = 8192;
 constexpr size_t kMaxUnsent = 1024UL * 1024;
 
 /// Has the system ask an idle connection's peer whether it is still there: after five seconds, and
-/// five times.
+/// five times. It does not ask while the peer has not acknowledged what was sent, which has a limit
+/// of its own.
 void keepWatch(int descriptor) {
     const int on = 1;
     const int seconds = 5;
     const int count = 5;
+    const unsigned int unacknowledgedMs = 10'000;
     ::setsockopt(descriptor, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof(on));
     ::setsockopt(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, &seconds, sizeof(seconds));
     ::setsockopt(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, &on, sizeof(on));
     ::setsockopt(descriptor, IPPROTO_TCP, TCP_KEEPCNT, &count, sizeof(count));
+    ::setsockopt(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, &unacknowledgedMs,
+                 sizeof(unacknowledgedMs));
 }
 
 }  // namespace
