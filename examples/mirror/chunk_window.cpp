@@ -29,6 +29,15 @@ ChunkWindow::Body ChunkWindow::pop() {
     return body;
 }
 
+void ChunkWindow::giveUp(uint64_t end) {
+    while (_base < std::min(end, _end) && first() == nullptr) {
+        pop();
+    }
+    if (_base == _end && _base < end) {  // nothing is here
+        _base = _firstMissing = _end = end;
+    }
+}
+
 void ChunkWindow::findMissing() {
     _firstMissing = std::max(_firstMissing, _base);
     while (_firstMissing < _end && has(_firstMissing)) {

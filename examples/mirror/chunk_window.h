@@ -52,6 +52,9 @@ class ChunkWindow {
     /// Lets go of the first chunk, whether it has come or not, and returns it.
     Body pop();
 
+    /// Lets go of the chunks before `end`, up to the first that has come.
+    void giveUp(uint64_t end);
+
     /// Up to `max` runs of chunks that have been missing since that time or longer, in order.
     std::vector<Feedback::Gap> gaps(size_t max, uint64_t sinceUs) const;
 

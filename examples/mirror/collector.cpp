@@ -75,12 +75,11 @@ void Collector::takeData(Packet packet) {
     _chunks.add(index, std::move(packet.body), nowUs);
 }
 
-/// Gives up the oldest chunks of a stream that has run ahead.
+/// Gives up missing chunks of a stream that has run ahead. Those that have come keep their place
+/// until they are due.
 void Collector::makeRoom(uint64_t index) {
-    const uint64_t farthest = _chunks.base() + 2 * uint64_t{_chunks.size()};
-    while (index >= _chunks.base() + _chunks.size() && index < farthest) {
-        _chunks.pop();
-    }
+    const uint64_t before = uint64_t{_chunks.size()} - 1;
+    _chunks.giveUp(index - std::min(index, before));
 }
 
 void Collector::takeTiming(const Packet& packet) {

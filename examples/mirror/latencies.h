@@ -17,6 +17,8 @@ class Latencies {
         ++_total;
     }
 
+    uint64_t count() const { return _total; }
+
     /// The duration in microseconds that `percent` of all do not exceed; 0 when there are none.
     uint64_t percentile(unsigned int percent) const {
         uint64_t rest = (_total * percent + 99) / 100;

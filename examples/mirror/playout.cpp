@@ -87,14 +87,14 @@ bool Playout::isOver(uint64_t end) {
     const uint64_t nowUs = SystemUtil::getCPUTimeInMicroseconds();
     _endedUs = _endedUs == 0 ? nowUs : _endedUs;
     if (nowUs - _endedUs > _latencyUs + kMaxLateUs) {
-        _skipped += end - std::min(end, _chunks.base());
+        _neverCame = end - std::min(end, _chunks.base());
         return true;
     }
     return _chunks.base() >= end;
 }
 
 void Playout::skipTo(uint64_t index) {
-    for (; _chunks.base() < index; ++_skipped) {
+    while (_chunks.base() < index) {
         _chunks.pop();
     }
 }

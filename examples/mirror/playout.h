@@ -38,7 +38,7 @@ class Playout : public NIVUR::NoCopyable {
     bool isOver(uint64_t end);
 
     /// How many chunks have not come in time.
-    uint64_t skipped() const { return _skipped; }
+    uint64_t skipped() const { return _chunks.base() - _all.count() + _neverCame; }
 
     /// How long chunks took from sending to handing out: of all, and since takeRecent().
     const Latencies& latencies() const { return _all; }
@@ -56,8 +56,8 @@ class Playout : public NIVUR::NoCopyable {
     uint64_t _senderUs = 0;  // the sender's clock, some time ago; 0: not known yet
     int64_t _offsetUs = 0;   // from the sender's clock to this one
     uint64_t _learnedUs = 0;
-    uint64_t _endedUs = 0;  // when the end became known; 0 before
-    uint64_t _skipped = 0;
+    uint64_t _endedUs = 0;    // when the end became known; 0 before
+    uint64_t _neverCame = 0;  // after the last that has come, once the end is over
     Latencies _all;
     Latencies _recent;
 };
