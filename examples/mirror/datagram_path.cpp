@@ -41,6 +41,7 @@ void DatagramPath::begin(const SessionKeys& keys, const NIVUR::SocketAddress& pe
     end();
     _keys = keys;
     _peer = peer;
+    _followsPeer = !peer.isValid();
 }
 
 void DatagramPath::end() {
@@ -159,7 +160,7 @@ std::optional<Packet> DatagramPath::open(const char* bytes, size_t size) {
     }
     _arrived.add(number);
     body->setUsedSize(static_cast<unsigned int>(size - kOverhead));
-    if (!_peer.isValid()) {
+    if (_followsPeer && number + 1 == _arrived.next()) {
         _peer = _from;
     }
     return Packet{kind, number, std::move(body)};

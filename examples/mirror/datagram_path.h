@@ -26,8 +26,8 @@ struct Packet {
     NIVUR::SharedPtr<NIVUR::Buffer> body;
 };
 
-/// Carries numbered, encrypted datagrams to the peer and back. Until the peer has sent a genuine
-/// datagram nothing is sent to an address that was not given. On one loop.
+/// Carries numbered, encrypted datagrams to the peer and back. Nothing is sent to an address that
+/// was not given and from which no genuine datagram has come. On one loop.
 class DatagramPath : public NIVUR::NoCopyable {
   public:
     /// `onWritable` is called when the system has room again after isBlocked().
@@ -37,7 +37,8 @@ class DatagramPath : public NIVUR::NoCopyable {
     NIVUR::UDPSocket& socket() { return _socket; }
     const NIVUR::UDPSocket& socket() const { return _socket; }
 
-    /// Begins a session with a peer, whose address may still be unknown.
+    /// Begins a session with a peer. One without an address is where its newest genuine datagram
+    /// came from: a translator of addresses (NAT) may change it after a pause.
     void begin(const SessionKeys& keys, const NIVUR::SocketAddress& peer);
 
     /// Forgets the session.
@@ -82,6 +83,7 @@ class DatagramPath : public NIVUR::NoCopyable {
     // Of the session.
     std::optional<SessionKeys> _keys;
     NIVUR::SocketAddress _peer;
+    bool _followsPeer = false;
     uint64_t _next = 0;
     ReplayWindow _arrived;
 
