@@ -3,6 +3,8 @@
 #include <nivur/system_util.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "texts.h"
@@ -68,6 +70,10 @@ bool LiveSource::addChunk() {
         _transmitter->add(std::move(body), NIVUR::SystemUtil::getCPUTimeInMicroseconds());
     } else if (status == InputStream::Status::END) {
         finish();
+    } else if (status == InputStream::Status::FAILED) {
+        const int reason = errno;
+        _input->stop();
+        _owner.onFailed("cannot read the stream: " + std::string(std::strerror(reason)));
     }
     return status == InputStream::Status::BYTES;
 }

@@ -63,8 +63,8 @@ InputStream::Status InputStream::read(char* bytes, size_t& size) const {
         count = ::read(_descriptor, bytes, size);
     } while (count == -1 && errno == EINTR);
     size = count > 0 ? static_cast<size_t>(count) : 0;
-    if (count == -1 && errno == EAGAIN) {
-        return Status::NOTHING_NOW;
+    if (count == -1) {
+        return errno == EAGAIN ? Status::NOTHING_NOW : Status::FAILED;
     }
     return count > 0 ? Status::BYTES : Status::END;
 }

@@ -27,7 +27,7 @@ class NonBlocking : public NIVUR::NoCopyable {
 /// A descriptor that is read on a loop as bytes come.
 class InputStream : public NIVUR::NoCopyable {
   public:
-    enum class Status { BYTES, NOTHING_NOW, END };
+    enum class Status { BYTES, NOTHING_NOW, END, FAILED };
 
     /// `onReadable` is called while there is something to read; never for a file.
     InputStream(NIVUR::RunLoop& loop, int descriptor, std::function<void()> onReadable);
@@ -40,7 +40,7 @@ class InputStream : public NIVUR::NoCopyable {
     /// can always be read.
     bool isFile() const { return _isFile; }
 
-    /// Reads up to `size` bytes; `size` gets their number.
+    /// Reads up to `size` bytes; `size` gets their number. When it has FAILED, errno tells why.
     Status read(char* bytes, size_t& size) const;
 
   private:
