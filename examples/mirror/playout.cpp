@@ -86,7 +86,8 @@ void Playout::schedule() {
 bool Playout::isOver(uint64_t end) {
     const uint64_t nowUs = SystemUtil::getCPUTimeInMicroseconds();
     _endedUs = _endedUs == 0 ? nowUs : _endedUs;
-    if (nowUs - _endedUs > _latencyUs + kMaxLateUs) {
+    const bool isWaiting = _senderUs != 0 && findFirst() < _chunks.end();
+    if (!isWaiting && nowUs - _endedUs > _latencyUs + kMaxLateUs) {
         _neverCame = end - std::min(end, _chunks.base());
         return true;
     }
