@@ -63,6 +63,17 @@ frozen_sender=$!
 soon test -s frozen.part
 kill -STOP $frozen_sender
 
+# A stream goes on after a pause that is longer than an answer may take, although datagrams were lost, and
+# ends well if its latency is longer than other limits.
+streams=()
+for latency in 400 11000; do
+    "$mirror" receive - --live --listen 127.0.0.1:0 --drop 60 >$latency.out 2>$latency.err &
+    streams+=($!)
+    soon grep -q '^listening on' $latency.err
+    (echo one; ((latency > 400)) || sleep 9; echo two) | "$mirror" send - --live --latency $latency \
+        --to "$(sed -n 's/^listening on //p' $latency.err)" >/dev/null 2>"sender$latency.err" &
+done
+
 # A receiver that waits for a sender sleeps until one comes, and can be stopped meanwhile. The thread
 # sanitizer has a thread of its own, which wakes.
 listen idle
@@ -265,6 +276,9 @@ grep -Eq ' (1[6-9]|[2-7][0-9]) turned away' receive.out || fail 'who was turned 
 (($(wc -l <receive.err) < 30)) || fail 'hostile clients fill the log'
 ! grep -q '^forged' receive.err || fail 'a hostile client wrote a line of the log'
 
+for latency in 400 11000; do
+    ends "${streams[$((latency > 400))]}" 0 $latency 'handed out [12] chunks'
+done
 ends $frozen_receiver 1 frozen 'the sender has been silent for 5 s'
 nothing_left frozen
 kill -CONT $frozen_sender
