@@ -74,9 +74,9 @@ class NIVUR_EXPORT Buffer : public NoCopyable {
     /// A key for callers who keep one value in a buffer's parameter().
     NIVUR_LOCAL static constexpr char _kParameterKey[] = "parameter";
 
-    /// Makes a buffer of `size` bytes. It owns `param` but not `owner`; both may be null. With an
-    /// owner it is free, without one in use. It is invalid, with null data() and capacity 0, if
-    /// memory is exhausted or `size` plus the guard exceeds 32 bits.
+    /// Makes a buffer of `size` bytes. It owns `param` but not `owner`; both may be null. Its state
+    /// is free if it has an owner, otherwise in use. It is invalid, with null data() and capacity
+    /// 0, if memory is exhausted or `size` plus the guard exceeds 32 bits.
     Buffer(unsigned int size, BaseBufferParam* param, BufferOwner* owner);
 
     /// Also deletes param() and the values of parameter().
@@ -89,7 +89,7 @@ class NIVUR_EXPORT Buffer : public NoCopyable {
     void reset();
 
     /// Returns the buffer to its owner; deletes it if it has no owner or if its list was destroyed.
-    /// The disposer calls this, on any thread. Holders only drop their pointers.
+    /// The disposer calls this, on any thread. Holders do not call it: they drop their pointers.
     void release();
 
     /// Checks the guard now. An invalid buffer has no guard.

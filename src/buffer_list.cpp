@@ -25,7 +25,7 @@ BufferList::~BufferList() {
     _home->list = nullptr;
     _home->free.close([this](unsigned int index) { _buffers[index].reset(); });
     for (std::unique_ptr<Buffer>& buffer : _buffers) {
-        (void)buffer.release();  // those still here are out: their holders delete them
+        (void)buffer.release();  // those left are handed out: their holders delete them
     }
 }
 
@@ -43,7 +43,7 @@ void BufferList::returnFreeBuffer(Buffer* buffer) {
     if (buffer->_home == _home) {
         buffer->goHome();
     } else {
-        buffer->reset();  // of a caller who has named this list as its owner
+        buffer->reset();  // a caller constructed it with this list as its owner
     }
 }
 

@@ -21,27 +21,28 @@ struct BufferList_Config {
 /// returns by itself when its last reference is dropped. Any thread may call any operation.
 ///
 /// The list may be destroyed before its buffers, also while other threads drop them. Buffers that
-/// are out stay valid for their holders, have no owner any more, and are deleted at their last
-/// reference, with their guard checked. The others are deleted with the list.
+/// are handed out stay valid but have no owner any more; when the last reference is dropped, the
+/// guard is checked and the buffer deleted. Free buffers are deleted with the list.
 /// REQUIRES for destruction: no operation of the list itself is under way.
 class NIVUR_EXPORT BufferList : public BufferOwner, public NoCopyable {
   public:
-    /// Allocates the buffers, without a param: fewer than asked for if the memory for the data of
-    /// another one cannot be allocated. If other memory is exhausted, std::bad_alloc is thrown. Not
-    /// explicit, so that a config can be passed as its list.
+    /// Allocates the buffers, without a param. If the data of one cannot be allocated, the list has
+    /// only those before it. If other memory is exhausted, std::bad_alloc is thrown. Not explicit,
+    /// so that a config can be passed as its list.
     BufferList(const BufferList_Config& config);
     ~BufferList() override;
 
-    /// Returns the free buffer that was made first, in use and with used size 0; an empty pointer
-    /// if none is free. While other threads take and return buffers it may be another of the first
-    /// ones. Its parameter() still holds what its last holder stored. `size` is ignored. Finding a
-    /// buffer takes no lock and no allocation, and hardly longer in a long list than in a short
-    /// one. Finding that none is free reads a word for every 62 buffers (30 on 32-bit machines).
+    /// Returns the first free buffer in the order of allocation, in use and with used size 0; an
+    /// empty pointer if none is free. While other threads take and return buffers, it may be a
+    /// later one. Its parameter() still holds what its last holder stored. `size` is ignored.
+    /// Finding a buffer needs no lock and no allocation, and its time hardly depends on the length
+    /// of the list. Finding that none is free reads a word for every 62 buffers (30 on 32-bit
+    /// machines).
     SharedPtr<Buffer> getBuffer(unsigned int size);
 
     /// Makes one of the list's buffers free again; does nothing if it is free. The pointers that
-    /// the list hands out do this by themselves. A buffer that a caller has made with this list as
-    /// its owner is reset, and stays the caller's.
+    /// the list hands out do this by themselves. A buffer that a caller constructed with this list
+    /// as its owner is only reset; the caller keeps it.
     /// REQUIRES: buffer is not null.
     void returnFreeBuffer(Buffer* buffer) override;
 
@@ -61,7 +62,7 @@ class NIVUR_EXPORT BufferList : public BufferOwner, public NoCopyable {
     unsigned int freeCount() const;
 
   private:
-    // Constant after construction. What changes is in _home, which buffers that are out keep alive.
+    // Constant after construction. Variable state is in _home, which handed-out buffers keep alive.
     const unsigned int _bufferSize;
     std::vector<std::unique_ptr<Buffer>> _buffers;
     std::shared_ptr<BufferHome> _home;

@@ -34,10 +34,10 @@ class NIVUR_EXPORT BufferPool : public NoCopyable {
     BufferPool(const BufferPool_Config* config, std::string name);
     virtual ~BufferPool();
 
-    /// Returns a buffer of at least `size` bytes: a free one of the smallest list whose buffers are
-    /// large enough and that has one, otherwise the result of getBuffer(). Only getBuffer() takes
-    /// ownership of `param`. With a list's buffer, which has an owner(), `param` stays the
-    /// caller's, and parameter() still holds what the last holder stored.
+    /// Returns a buffer of at least `size` bytes: a free one from the first list, by ascending
+    /// size, that has a large enough one; otherwise the result of getBuffer(). Only getBuffer()
+    /// takes ownership of `param`. If the result is a list's buffer, which has an owner(), the
+    /// caller keeps `param`, and parameter() still holds what the last holder stored.
     SharedPtr<Buffer> getPoolBuffer(unsigned int size, BaseBufferParam* param);
 
     /// Returns a new buffer of exactly `size` bytes without an owner, which is deleted at its last

@@ -10,8 +10,9 @@
 namespace NIVUR {
 
 /// One end of a TCP connection, made by create() and connect() or by ServerSocket::accept(). Each
-/// call makes one system call, which may transfer fewer bytes than asked for. The socket counts as
-/// connected while it has recorded a peer; only close() forgets the peer. Threads: see Socket.
+/// send or receive makes one system call, which may transfer fewer bytes than asked for. The socket
+/// counts as connected while it has recorded a peer; only close() forgets the peer. Threads: see
+/// Socket.
 class NIVUR_EXPORT ClientSocket : public Socket {
   public:
     ClientSocket() = default;

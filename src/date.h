@@ -42,7 +42,7 @@ class NIVUR_EXPORT Date {
     unsigned long long millisecondsFrom1970() const { return _millisecondsFrom1970; }
 
     ///@{
-    /// Compare by millisecondsFrom1970().
+    /// Compares millisecondsFrom1970().
     bool operator==(const Date& other) const;
     bool operator<(const Date& other) const;
     ///@}

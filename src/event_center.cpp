@@ -58,7 +58,7 @@ void EventCenter::registerEventHandler(const std::string& name, EventHandler* ha
     AutoLock lock(_mutex);
     const auto entry = _handlers.find(name);
     if (entry == _handlers.end()) {
-        _handlers.try_emplace(name, handler);  // in one step: no list is left without its handler
+        _handlers.try_emplace(name, handler);  // in one step: a failure leaves no empty list
         return;
     }
     HandlerList& list = entry->second;
@@ -132,8 +132,8 @@ bool EventCenter::begin(Dispatch& dispatch, const std::string& name) {
 ///
 /// Memory ordering: `changes` is read by an atomic read-modify-write before each call but the
 /// first, for which begin() has just read it. Either this read sees a change, or the thread that
-/// makes the change later sees all that the last handler did. A thread that unregisters a handler
-/// while the handler before it has not returned can therefore rely on its not being called.
+/// makes the change later sees all that the last handler did. Therefore a handler that is
+/// unregistered before the previous handler has returned is not called.
 EventHandler* EventCenter::getUninvokedHandler(Dispatch& dispatch) {
     if (dispatch.next != 0 && dispatch.list->changes.fetch_add(0) != dispatch.seen) {
         AutoLock lock(_mutex);
@@ -142,10 +142,9 @@ EventHandler* EventCenter::getUninvokedHandler(Dispatch& dispatch) {
     return dispatch.next == dispatch.end ? nullptr : dispatch.turns[dispatch.next++].handler;
 }
 
-/// Replaces the handlers still to be called by those of the list whose turn is yet to come. New
-/// registrations have higher numbers than all others, so these are the registrations after the
-/// number of the last handler called. One of them was called before in this dispatch only if it was
-/// removed and registered again meanwhile.
+/// Replaces the handlers still to be called by the list's registrations after the last handler
+/// called: new registrations have higher numbers than all earlier ones. Leaves out handlers that
+/// this dispatch has called already, which were removed and registered again meanwhile.
 void EventCenter::update(Dispatch& dispatch) {
     const uint64_t last = dispatch.next == 0 ? 0 : dispatch.turns[dispatch.next - 1].number;
     const std::vector<Registration>& registrations = dispatch.list->registrations;

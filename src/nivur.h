@@ -2,11 +2,12 @@
 #define NIVUR_NIVUR_H
 
 /// \file
-/// Includes every header but <nivur/ifaddrs.h>, whose record has the name of the platform's.
+/// Includes every header but <nivur/ifaddrs.h>, whose struct has the same name as the platform's.
 ///
-/// No operation throws an exception of its own. When memory is exhausted, the data of buffers, JSON
-/// and lists of interfaces report it by their results. Elsewhere std::bad_alloc from `new` and the
-/// standard containers propagates; all locks are then released and no change is left incomplete.
+/// No operation throws an exception of its own. When memory for the data of buffers, for JSON or
+/// for the list of getifaddrs() is exhausted, the result reports it. Elsewhere std::bad_alloc from
+/// `new` and the standard containers propagates; all locks are then released and no change is left
+/// incomplete.
 
 #include "buffer.h"
 #include "buffer_list.h"

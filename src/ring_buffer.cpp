@@ -13,7 +13,8 @@ RingBuffer::RingBuffer(unsigned int size, std::string name)
 
 RingBuffer::~RingBuffer() = default;
 
-/// Returns whether `side` may copy `length` bytes. It can go `ahead` bytes further than the other.
+/// Returns whether `side` may copy `length` bytes. Its total may exceed the other side's by
+/// `ahead`.
 inline bool RingBuffer::mayPass(Side& side, const Side& other, unsigned int ahead,
                                 unsigned int length) {
     const unsigned int total = side.total.load(std::memory_order_relaxed);

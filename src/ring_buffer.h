@@ -21,7 +21,7 @@ enum RingBufferResult : unsigned int {
 
 /// A byte queue of fixed capacity between producers and consumers. A block is written or read whole
 /// or not at all. Calls do not wait for data or space: one that cannot succeed is refused at once.
-/// Block boundaries are not kept: bytes may be read in other pieces than they were written in.
+/// Block boundaries are not kept: reads need not match writes.
 ///
 /// Any thread may call any operation. Each call sees a consistent ring, and with several producers
 /// or consumers each block stays contiguous in the stream. Producers and consumers do not wait for

@@ -12,14 +12,15 @@
 
 namespace NIVUR {
 
-/// A named thread that runs posted tasks one at a time, timers, and tasks for descriptors that
-/// become ready. High-priority tasks run first; tasks of one priority run in the order of posting.
-/// Any thread may call any operation, also a task of the loop itself or the destructor of a task.
+/// A named thread that runs posted tasks, timers, and tasks for ready descriptors, one at a time.
+/// Each pass of the loop runs the due timers, the ready watches and at most one posted task.
+/// High-priority tasks run first; tasks of one priority run in the order of posting. Any thread may
+/// call any operation, also from a task of the loop or the destructor of a task.
 ///
-/// The loop owns a task from the call on. It deletes tasks with no internal lock held, except the
-/// gate, which is closed until a task that ran is deleted: see stopTimer() and
-/// cancelTasksForObject(). stop() and the destructor drop tasks, timers and watches until none is
-/// left: they do not return while destructors or other threads keep adding them.
+/// The loop owns a task from the call on. It deletes tasks with no internal lock held. Operations
+/// that wait for the running task, such as stopTimer(), also wait until it is deleted. stop() and
+/// the destructor drop tasks, timers and watches until none is left: they do not return while
+/// destructors or other threads keep adding them.
 ///
 /// An exception that leaves a task ends the process, as does std::bad_alloc on the loop's thread. A
 /// forked child must not use a loop that its parent had running.
@@ -41,15 +42,14 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
     virtual ~RunLoop();
 
     /// Starts the loop's thread. Returns false, and logs the reason, if it runs already or no
-    /// thread can be made. Drops queued tasks in either case; timers and watches that were added
-    /// before stay. An idle loop sleeps until there is work.
+    /// thread can be made. It always drops queued tasks; timers and watches that were added before
+    /// stay. An idle loop sleeps until there is work.
     bool start(Thread::ThreadPriority priority = Thread::THREAD_PRIORITY_NORMAL);
 
-    /// Waits for the running task, drops queued tasks, timers and watches, releases the posters
-    /// that wait, and returns when the loop's thread has ended. The loop may be started again.
-    /// Called from a task of the loop, it returns at once, and the loop ends after that task. If
-    /// the loop is not running, timers and watches stay. Two loops whose tasks stop each other
-    /// deadlock.
+    /// Waits for the running pass, drops queued tasks, timers and watches, releases waiting
+    /// posters, and returns when the loop's thread has ended. The loop may be started again. Called
+    /// from a task of the loop, it returns at once, and the loop ends after the pass. If the loop
+    /// is not running, timers and watches stay. Two loops whose tasks stop each other deadlock.
     void stop();
 
     /// Queues a task, before all normal ones if `highPriority`; a steady supply of high-priority
@@ -110,8 +110,9 @@ class NIVUR_EXPORT RunLoop : public NoCopyable {
 
     /// Removes every task, timer and watch whose getObject() is `object`, and releases posters that
     /// wait for them; null removes nothing. On another thread than the loop's it waits for what is
-    /// running; the warning of stopTimer() applies. After it returns no task of the object starts,
-    /// and those that ran are deleted, unless another thread is just removing one.
+    /// running; the warning of stopTimer() applies. After it returns, no task of the object starts,
+    /// and those that ran are deleted; one that another thread is removing at that time may still
+    /// exist.
     void cancelTasksForObject(void* object);
 
     /// Logs the loop's name, the sizes of its queues and the dump() of its tasks as one warning. It

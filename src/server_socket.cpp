@@ -47,7 +47,8 @@ ClientSocket* ServerSocket::accept() {
     }
     platform::AddressText text;
     const std::string remoteIP = platform::addressText(peer, text);
-    // `new` may throw, so the memory is allocated before the Descriptor gives the connection up.
+    // `new` allocates before it evaluates release(): if it throws, the Descriptor still closes the
+    // connection.
     return new ClientSocket(connection.release(), remoteIP, peer.port());
 }
 

@@ -80,7 +80,7 @@ class SharedPtr {
         if (object == nullptr && disposer == &_kDefaultPtrDisposer) {
             return;  // an empty pointer needs no count
         }
-        // Not a try block: callers that are compiled without exceptions could not compile it.
+        // Instead of a try block, which callers that disable exceptions could not compile.
         struct Uncounted {
             ~Uncounted() {
                 if (disposer != nullptr) {
@@ -140,10 +140,10 @@ class SharedPtr {
     T& operator*() const { return *_ptr; }
     ///@}
 
-    /// Returns true if the pointer is not empty.
+    /// Returns true if get() is not null.
     explicit operator bool() const { return _ptr != nullptr; }
 
-    /// Drops the reference. The pointer is already empty when a disposer looks at it.
+    /// Drops the reference. The pointer is empty before the disposer is called.
     void reset() noexcept { SharedPtr().swap(*this); }
 
     /// Exchanges the objects of two pointers; no count changes.

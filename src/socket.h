@@ -81,7 +81,7 @@ class NIVUR_EXPORT Socket {
     /// Makes calls block (the default) or not. Returns 0, or -1 on failure.
     int setBlocking(bool blocking);
 
-    /// Allows to bind a local address that was used shortly before, or not. Returns 0, or -1 on
+    /// Allows or forbids binding a local address that was used shortly before. Returns 0, or -1 on
     /// failure. It affects later binds only, and create() has already bound the socket: use the
     /// `reuse` parameter of create() instead.
     int setReuse(bool reuse);

@@ -59,9 +59,9 @@ class NIVUR_EXPORT UDPSocket : public Socket {
     IoResult sendDatagrams(const SocketAddress& receiver, const void* data, size_t length,
                            size_t datagram) const;
 
-    /// Lets the system combine received datagrams for receiveDatagrams(). Do not receive with other
-    /// calls then: they do not tell where a datagram ends. Returns 0, or -1 if the system does not
-    /// support it.
+    /// Lets the system combine received datagrams for receiveDatagrams(), or not (the default).
+    /// While it does, receive with no other calls: they do not tell where a datagram ends. Returns
+    /// 0, or -1 if the system does not support it.
     int setCoalescing(bool coalescing);
 
     /// Receives one datagram, or with setCoalescing() several of one sender: `count` bytes, in

@@ -198,7 +198,7 @@ const Dictionary::Entry* Dictionary::Entries::find(const Dictionary& record, std
     return block != nullptr ? block->find(key) : nullptr;
 }
 
-/// The block that holds the key, if any does, and that a new entry goes to.
+/// The block that holds the key or, if none does, that a new entry of the key belongs to.
 Dictionary::Block* Dictionary::Entries::blockForNew(std::string_view key) {
     if (!_blocks) {
         _blocks = Block::make(kFew);
@@ -227,7 +227,7 @@ Dictionary::Block* Dictionary::Entries::grow() {
     return _blocks.get();
 }
 
-/// Inserts a block after a full one and moves half of its entries there, or none if the key comes
+/// Inserts a block after a full one and moves half of the entries to it, or none if the key comes
 /// after all others.
 Dictionary::Entries::Position Dictionary::Entries::split(Position position, std::string_view key) {
     Block& full = *position.block;
@@ -269,7 +269,7 @@ void Dictionary::Entries::removeBlock(std::string_view key) {
     index.erase(entry);
 }
 
-// Nested records are copied one after the other, as they are deleted.
+// Nested records are copied one after the other, not recursively: see deleteAll().
 void Dictionary::Entries::copy(const Dictionary& from) {
     Pending pending;
     copyFlat(from, pending);

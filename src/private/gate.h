@@ -10,18 +10,18 @@
 
 namespace NIVUR {
 
-/// Lets other threads wait until a loop runs nothing. The gate is closed from the moment at which a
-/// pass takes its timers, watches and task until these have run and are deleted; it is open while
-/// the loop sleeps or has no thread. Guarded by the queue lock.
+/// Lets other threads wait until a loop runs nothing. A pass closes the gate when it takes its
+/// timers, watches and task. The gate opens when the loop sleeps or its thread ends. Guarded by the
+/// queue lock.
 ///
 ///     another thread                                the loop's thread
-///     acquires the queue lock, enter()              runs a task
-///     wait()                                        between two tasks: takeWaiters()
+///     acquires the queue lock, enter()              runs tasks
+///     wait()                                        when nothing runs: takeWaiters()
 ///                                                   drops what each waiter asks for
 ///     wait() returns, deletes _dropped   <--------  signal(), with the lock released
 ///
-/// A waiter only leaves its request. The loop's thread serves it when it holds the lock anyway, so
-/// that waiters neither delay a busy loop nor compete with it for the lock.
+/// A waiter only leaves its request. The loop's thread serves it between two passes or before the
+/// task of a pass, so that waiters do not compete with a busy loop for the lock.
 class Gate : public NoCopyable {
   public:
     /// A caller that waits at the gate, and its request.

@@ -78,7 +78,7 @@ class Intake : public NoCopyable {
     /// Marks the loop as asleep. Returns false if there are tasks or the intake is closed.
     bool beginSleep() { return replace(kEmpty, kAsleep); }
 
-    /// Removes the mark "asleep". Returns false if there was none, or if somebody else has removed
+    /// Removes the mark "asleep". Returns false if there was none, or if another thread has removed
     /// it and owes the signal.
     bool endSleep() {
         return _head.load(std::memory_order_relaxed) == kAsleep && replace(kAsleep, kEmpty);

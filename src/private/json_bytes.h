@@ -6,7 +6,7 @@
 /// Bytes and escapes in JSON strings. All texts end with a NUL.
 namespace NIVUR::json {
 
-/// The bytes that a backslash followed by the letter at the same index stands for.
+/// The bytes for which a backslash and the letter at the same index stand.
 constexpr char kEscapedBytes[] = "\"\\\b\f\n\r\t/";
 constexpr char kEscapeLetters[] = "\"\\bfnrt/";
 

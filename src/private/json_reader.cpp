@@ -11,14 +11,14 @@ namespace NIVUR {
 
 namespace {
 
-constexpr std::size_t kMostOpen = 2048;  // values within one another, as many as jansson reads
+constexpr std::size_t kMostOpen = 2048;  // levels of nested values, the limit of jansson
 
 std::int32_t to32Bits(long long value) {
     using Limits = std::numeric_limits<std::int32_t>;
     return static_cast<std::int32_t>(std::clamp<long long>(value, Limits::min(), Limits::max()));
 }
 
-/// What is left of an integer that was a double in between.
+/// Converts an integer to double and back; what rounds to 2^63 becomes the maximum.
 long long throughDouble(long long value) {
     using Limits = std::numeric_limits<long long>;
     const auto asDouble = static_cast<double>(value);
@@ -67,7 +67,7 @@ bool JsonReader::readText(Target object, Target array) {
     return true;
 }
 
-/// Reads a member or an element from the token on that follows the one before it.
+/// Reads the next member or element. `token` is the first token after the previous one.
 bool JsonReader::readItem(Token token) {
     const bool isMember = _levels.back().end == Token::END_OBJECT;
     if (!_isOpening) {
@@ -85,7 +85,7 @@ bool JsonReader::readItem(Token token) {
     return readValue(token);
 }
 
-/// Reads a key, if the token is one, and goes on to the token of its value.
+/// Reads the key in `token`, and sets `token` to the first one of its value.
 bool JsonReader::readKey(Token& token) {
     if (token != Token::STRING) {
         return refuse("string or '}' expected");
@@ -152,7 +152,8 @@ JsonReader::Target JsonReader::addArray(Dictionary& record) {
     return Elements<Value>{&values};
 }
 
-/// Where the elements of an array go that begins with that token.
+/// Adds the array whose first element is `token`, unless that is null or an array, and returns the
+/// target of its elements.
 JsonReader::Target JsonReader::decide(Dictionary& record, Token token) {
     switch (token) {
         case Token::BEGIN_OBJECT:

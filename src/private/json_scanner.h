@@ -16,8 +16,8 @@ struct JsonString {
     std::string value() const;
 };
 
-/// Splits JSON text, which ends at its first NUL, into tokens. Which texts are refused, and with
-/// which messages, is jansson 2.14's choice. It allocates nothing. Not thread-safe.
+/// Splits JSON text, which ends at its first NUL, into tokens. It refuses the same texts as jansson
+/// 2.14, with the same messages. It allocates nothing. Not thread-safe.
 class JsonScanner {
   public:
     /// A token that is always the same single byte has the value of that byte.
@@ -69,8 +69,9 @@ class JsonScanner {
     const JsonString& string() const { return _string; }
     ///@}
 
-    /// Returns how many elements an array has whose first element is the last token, if all are
-    /// numbers and words, or strings without escapes and brackets; otherwise fewer.
+    /// Estimates the number of elements of an array whose first element is the last token. It is
+    /// exact if all are numbers and words, or strings without escapes and brackets; otherwise it
+    /// may be too low.
     std::size_t elementsAhead() const;
 
     /// Refuses the text with `message` and the last token. Only the first refusal counts.

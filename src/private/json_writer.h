@@ -17,7 +17,7 @@ namespace NIVUR {
 /// that nesting costs no stack. Not thread-safe; one writer writes one text.
 class JsonWriter {
   public:
-    static constexpr unsigned int kMaxLevels = 2047;  ///< the innermost may hold an empty one
+    static constexpr unsigned int kMaxLevels = 2047;  ///< an empty one may be a level deeper
 
     ///@{
     /// Returns one line of text without what JSON cannot represent; "" if it is nested too deep.
@@ -28,8 +28,8 @@ class JsonWriter {
     bool isTooDeep() const { return _isTooDeep; }
 
   private:
-    /// The first and the last of the written members whose keys are the same up to a NUL, where
-    /// JSON names end: the first determines the place, the last the value.
+    /// Members whose keys are equal up to their first NUL, where JSON names end. They are written
+    /// once: in the place of the first, with the value of the last.
     struct SameName {
         const Dictionary::Entry* first = nullptr;
         const Dictionary::Entry* last = nullptr;

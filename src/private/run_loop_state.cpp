@@ -152,7 +152,7 @@ void RunLoop::State::runLoopProc() {
         if (!busy) {
             sleep();
         }
-        busy = runPass();  // even if stop() ended the sleep: runs what was added before it
+        busy = runPass();  // also if stop() ended the sleep: one more pass
     }
     Log::log("NIVUR", LOG_DEBUG, "thread %s break loop!", _name.c_str());
     {
@@ -186,7 +186,7 @@ bool RunLoop::State::runPass() {
     return (selection & (TIMERS | MORE_TASKS)) != 0U;
 }
 
-/// Asks the poller for ready descriptors, unless sleep() or one of the last passes has.
+/// Asks the poller for ready descriptors, unless it has done so recently.
 void RunLoop::State::fetchEvents() {
     if (_events == 0 && ++_passesSinceEvents >= kPassesPerPoll) {
         _events = _poller.load()->wait(0);
@@ -290,7 +290,7 @@ Kind* RunLoop::State::next(Batch<Kind> State::*batch, Kind* finished) {
             return begin(this->*batch);
         }
     }
-    AutoLock lock(_mutex);  // only now: the destructor of what has run may have removed others
+    AutoLock lock(_mutex);  // after the deletion, which may have removed other sources
     return begin(this->*batch);
 }
 
@@ -358,9 +358,9 @@ void RunLoop::State::sleep() {
     }
 }
 
-/// Opens the gate and returns until when the loop may sleep. Reads the queues after the mark is
-/// set: a thread that adds something from now on sees the mark and signals. The comparison of
-/// _sleepPlace detects a first watch that was added before the mark was set.
+/// Opens the gate and returns the time until which the loop may sleep. Reads the queues after the
+/// mark is set: a thread that adds something from now on sees the mark and signals. The comparison
+/// of _sleepPlace detects a first watch that was added before the mark was set.
 uint64_t RunLoop::State::prepareSleep() {
     Gate::Waiter* passed = nullptr;
     uint64_t due = kNow;
@@ -432,8 +432,8 @@ std::string RunLoop::State::describe() {
     return text;
 }
 
-/// Adds the watches to the text of a dump; nothing if there are none. A watch that runs although it
-/// was removed is listed first.
+/// Adds the watches to the text of a dump; nothing if there are none. A removed watch whose task
+/// still runs is listed first.
 void RunLoop::State::describeWatches(std::string& text) {
     if (_watches == nullptr) {
         return;

@@ -54,9 +54,9 @@ class AwaitedTask : public Runnable, public NoCopyable {
 ///
 /// In each pass the loop's thread takes the due timers, the ready watches and one task, all under
 /// one acquisition of the queue lock, and runs them in this order. A loop that has nothing to do
-/// marks the intake as asleep and sleeps, on its semaphore or in the poller. The thread that
-/// replaces the mark signals it. See Intake for that protocol, Gate for callers that wait until
-/// nothing runs, and docs/architecture.md for the locks.
+/// sets the mark "asleep" in the intake and sleeps, on its semaphore or in the poller. The thread
+/// that replaces the mark signals it. See Intake for that protocol, Gate for callers that wait
+/// until nothing runs, and docs/architecture.md for the locks.
 struct RunLoop::State : public NoCopyable {
     enum class Refusal { NONE, STOPPING, NOT_RUNNING };
 

@@ -54,7 +54,7 @@ class WatchList : public NoCopyable {
         }
     }
 
-    /// Adds the watches that an event makes ready to `ready` and holds them. Returns false, and
+    /// Holds the watches that an event makes ready and adds them to `ready`. Returns false, and
     /// adds none, if the descriptor's watches have changed since the event was fetched.
     bool collect(const platform::Poller::Event& event, Batch<Watch>& ready) const;
 

@@ -26,7 +26,7 @@ SocketAddress makeIPv4(AddressBytes bytes) {
     return SocketAddress::fromPlatform(&address, sizeof(address));
 }
 
-/// Only link-local addresses are ambiguous without their interface.
+/// Sets the scope of link-local addresses only: others are unambiguous without it.
 SocketAddress makeIPv6(AddressBytes bytes, unsigned int interfaceIndex) {
     sockaddr_in6 address{};
     address.sin6_family = AF_INET6;

@@ -56,7 +56,7 @@ class Poller : public NoCopyable {
     /// the signal.
     virtual void signal() = 0;
 
-    /// Removes one signal, waiting for it.
+    /// Waits for a signal and removes it.
     virtual void takeSignal() = 0;
 };
 

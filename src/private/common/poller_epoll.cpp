@@ -70,7 +70,7 @@ class EpollPoller : public Poller {
     }
 
   private:
-    /// Makes a call again that a signal handler ended.
+    /// Repeats a call while signal handlers interrupt it.
     template <class Call>
     static void repeat(Call call) {
         while (call() == -1 && errno == EINTR) {

@@ -50,8 +50,8 @@ socklen_t platformSize(const SocketAddress& address) {
     return static_cast<socklen_t>(address.size());
 }
 
-/// Makes a call that takes an address. Fails with EINVAL for no address, which the platform would
-/// understand differently.
+/// Makes a call that takes an address. Fails with EINVAL if there is none, because the platform may
+/// give an empty address a meaning of its own.
 template <class Call>
 auto withAddress(const SocketAddress& address, Call call) {
     if (!address.isValid()) {
@@ -61,7 +61,7 @@ auto withAddress(const SocketAddress& address, Call call) {
     return call(platformAddress(address), platformSize(address));
 }
 
-/// Makes a call that returns an address; after a failure, no address.
+/// Makes a call that returns an address, and sets `address` to it; to no address after a failure.
 template <class Call>
 auto givenAddress(SocketAddress& address, Call call) {
     sockaddr_in6 given{};
@@ -71,7 +71,7 @@ auto givenAddress(SocketAddress& address, Call call) {
     return result;
 }
 
-/// Turns a datagram that did not fit into a failure.
+/// Returns a failure if the received datagram was longer than `room`.
 IoResult uncut(size_t room, IoResult received) {
     return received.count > room ? IoResult{IoResult::FAILED, 0, EMSGSIZE} : received;
 }

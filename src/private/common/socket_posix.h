@@ -104,8 +104,8 @@ class ReadSet {
     /// of readable ones, or 0.
     int wait(unsigned int timeout);
 
-    /// Returns whether the wait found the socket readable that was added as number `index`,
-    /// counting from 0.
+    /// Returns whether the wait found socket number `index` readable, in the order of adding from
+    /// 0.
     bool isReadable(size_t index) const { return _entries[index].revents != 0; }
 
   private:

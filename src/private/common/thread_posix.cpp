@@ -37,9 +37,9 @@ struct Thread::Run {
     Run(std::unique_ptr<Runnable> itsTask, ThreadPriority itsPriority)
         : task(std::move(itsTask)), priority(itsPriority) {}
 
-    /// Returns whether the caller is this thread, which it may also be in the destructors of its
-    /// thread-locals. Once the thread has ended, another may get its kernel id; once it is joined,
-    /// another may get its handle. No other thread has both.
+    /// Returns whether the calling thread is this one; also correct in destructors of thread-local
+    /// objects. Compares both numbers: another thread may get the kernel id once this one has
+    /// ended, and the handle once it is joined.
     bool isCaller() const {
         return ::pthread_equal(handle, ::pthread_self()) != 0 && id == getCurrentThreadID();
     }
@@ -86,7 +86,7 @@ bool Thread::start(Runnable* runnable, const std::string& name, ThreadPriority p
 std::optional<std::string> Thread::launch(const std::shared_ptr<Run>& run,
                                           const std::string& name) {
     for (;;) {
-        // The join waits, so it cannot be made under the lock: another start may come in between.
+        // A join blocks, so it is done without the lock, and another start() may come in between.
         const std::shared_ptr<Run> ended = waitForEndedRun();
         AutoLock lock(_mutex);
         if (_started || (_thread != nullptr && _thread->isCaller())) {

@@ -12,7 +12,7 @@ namespace NIVUR::platform {
 /// wait by that clock, in timed_wait_wall_clock.cpp for others.
 bool waitUntil(sem_t* semaphore, const timespec& deadline);
 
-/// Carries nanoseconds, which may be out of range by less than one second, into the seconds.
+/// Normalizes a time whose nanoseconds may be out of range by less than one second.
 inline timespec normalized(time_t seconds, long nanoseconds) {
     constexpr long kNanosecondsPerSecond = 1000000000;
     if (nanoseconds >= kNanosecondsPerSecond) {
