@@ -7,8 +7,8 @@
 /// later, the platform's remain in use. Prefer <nivur/interface_address.h>. The build option
 /// NIVUR_EXPORT_IFADDRS=OFF leaves this header out.
 ///
-/// Its record has the platform's name but fewer fields, so a source file can include either this
-/// header or the platform's <ifaddrs.h>; both read the same lists.
+/// The struct `ifaddrs` has the platform's name but fewer fields, so a source file can include
+/// either this header or the platform's <ifaddrs.h>; both read the same lists.
 
 #ifdef _IFADDRS_H
 #error "include either <nivur/ifaddrs.h> or the platform's <ifaddrs.h>: they define the same record"

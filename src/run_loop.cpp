@@ -243,7 +243,7 @@ void RunLoop::cancelTasksForObject(void* object) {
     State& state = *_state;
     Gate::Waiter waiter(object);  // the loop also drops what the running task adds
     {
-        TaskQueue dropped;  // deleted before the wait, so that their posters go on at once
+        TaskQueue dropped;  // deleted before the wait, so that their posters continue at once
         AutoLock lock(state._mutex);
         state.dropTasksOf(object, dropped);
         state.enterGate(waiter);

@@ -10,8 +10,8 @@
 
 namespace NIVUR {
 
-/// A task. An operation of this library that is passed a Runnable* owns it from then on, also when
-/// it refuses it, and deletes it through this class.
+/// A task. An operation of this library that is passed a Runnable* owns it from then on, even if it
+/// refuses the task, and deletes it through this class.
 class NIVUR_EXPORT Runnable {
   public:
     Runnable() = default;
@@ -42,8 +42,8 @@ class NIVUR_EXPORT Runnable {
     Runnable* _next = nullptr;  // in a queue of the run loop that owns the task
 };
 
-/// Removes the standard library's inline namespace from a __PRETTY_FUNCTION__ text, so that it does
-/// not depend on the library's version.
+/// Removes the standard library's inline namespace from a __PRETTY_FUNCTION__ text, so that the
+/// text does not depend on the ABI of its strings.
 NIVUR_EXPORT std::string plainFunctionText(std::string text);
 
 /// A task that calls a member function on an object. The task does not own the object, which must

@@ -31,8 +31,9 @@ class NIVUR_EXPORT ServerSocket : public Socket {
     /// REQUIRES: count > 0.
     bool listen(unsigned int count) const;
 
-    /// Accepts a connection into `connection` and closes the one that it had: DONE. Otherwise
-    /// `connection` is unchanged; WOULD_BLOCK if no connection waits on a non-blocking socket.
+    /// Accepts a connection. DONE: `connection` holds it, and its former descriptor is closed.
+    /// Otherwise `connection` is unchanged; WOULD_BLOCK if no connection waits on a non-blocking
+    /// socket.
     IoResult accept(ClientSocket& connection) const;
 
     /// Accepts a connection; a blocking socket waits for it. Returns the new connected socket,

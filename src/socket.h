@@ -28,7 +28,8 @@ class NIVUR_EXPORT Socket {
   public:
     Socket() = default;
 
-    /// Takes ownership of a descriptor, or of none if it is -1, and finds out its address family.
+    /// Takes ownership of a descriptor and determines its address family. A negative number makes a
+    /// socket that is not created.
     explicit Socket(int socket);
 
     /// Duplicates the descriptor: both objects refer to the same socket, and each closes its own
@@ -151,7 +152,7 @@ class NIVUR_EXPORT Socket {
     /// that names the kind of socket.
     bool checkCreated(const char* kind) const;
 
-    /// Writes one log line if this object's are on. Keeps errno.
+    /// Writes one log line if this object's log lines are switched on. Keeps errno.
     void logLine(LogLevel level, const char* fmt, ...) const __attribute__((format(printf, 3, 4)));
 
     int _socket = -1;         ///< the owned descriptor, or -1 when not created

@@ -11,8 +11,8 @@
 
 namespace NIVUR {
 
-/// The task that the current pass runs. The loop's thread sets and takes it; other threads may look
-/// at it for a dump, with the queue lock held. One atomic word holds the task's address, and in its
+/// The task that the current pass runs. The loop's thread sets and takes it; a dump on any thread
+/// may look at it, with the queue lock held. One atomic word holds the task's address, and in its
 /// lowest bit whether a thread looks at it:
 ///
 ///     0 --setLocked()--> task --lookLocked()--> task | 1 --the look ends--> task

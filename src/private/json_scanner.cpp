@@ -192,7 +192,7 @@ JsonScanner::Token JsonScanner::convertInteger() {
     const bool isNegative = *_token == '-';
     const char* digit = _token + (isNegative ? 1 : 0);
     const auto most = static_cast<unsigned long long>(Limits::max()) + (isNegative ? 1 : 0);
-    const bool isLong = _next - digit > Limits::digits10 + 1;  // else it fits without a sign
+    const bool isLong = _next - digit > Limits::digits10 + 1;  // otherwise the digits fit `value`
     unsigned long long value = 0;
     for (; digit < _next && !isLong; ++digit) {
         value = value * 10 + static_cast<unsigned int>(*digit - '0');

@@ -47,8 +47,8 @@ bool fitsJson(const Value& value) {
 /// Writes a number that has few digits, like whole numbers and quarters, as "%.17g" does. Returns
 /// the end of the text, or null for other numbers and 0.
 char* writeShort(double value, char* text) {
-    constexpr long long kParts = 1024;       // such a number is a multiple of one part
-    constexpr long long kDigits = 9765625;   // of one part, after the point
+    constexpr long long kParts = 1024;       // in 1; such a number is a multiple of 1/1024
+    constexpr long long kDigits = 9765625;   // 1/1024 is 0.0009765625
     constexpr std::size_t kMostDigits = 10;  // after the point, with leading zeros
     if (!(std::fabs(value) < 1e6) || value == 0) {
         return nullptr;

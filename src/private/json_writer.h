@@ -13,8 +13,8 @@
 
 namespace NIVUR {
 
-/// Writes records as JSON text. Objects, and arrays of objects, that are open are in a list, so
-/// that nesting costs no stack. Not thread-safe; one writer writes one text.
+/// Writes records as JSON text. A list holds the objects and the arrays of objects that are still
+/// open, so that nesting costs no stack. Not thread-safe; one writer writes one text.
 class JsonWriter {
   public:
     static constexpr unsigned int kMaxLevels = 2047;  ///< an empty one may be a level deeper

@@ -9,8 +9,8 @@ namespace NIVUR {
 
 namespace {
 
-/// Returns the exponent after the 'e' at that position, or 0 without one; limited, so that adding
-/// to it does not overflow.
+/// Returns the exponent after the 'e' at position `e`, or 0 if there is none. It is limited, so
+/// that adding a position to it does not overflow.
 long long exponentOf(std::string_view number, size_t e) {
     constexpr long long kMost = 1LL << 62;
     if (e == std::string_view::npos) {

@@ -5,8 +5,8 @@
 
 namespace NIVUR::platform {
 
-/// Looks up names and flags of interfaces. Keeps the last one, since the addresses of an interface
-/// follow one another.
+/// Looks up names and flags of interfaces. Caches the last interface, because its addresses follow
+/// one another in a dump.
 class InterfaceLookup {
   public:
     /// Looks up the interface with that index. Returns false, with the reason in errno, if it

@@ -31,7 +31,7 @@ int niceValue(Thread::ThreadPriority priority) {
 
 }  // namespace
 
-/// A thread, and what it is started with. Several callers may wait for it, and one of them joins
+/// A thread, and what it is started with. Any number of callers may wait for it; one of them joins
 /// it.
 struct Thread::Run {
     Run(std::unique_ptr<Runnable> itsTask, ThreadPriority itsPriority)
@@ -76,7 +76,7 @@ bool Thread::start(Runnable* runnable, const std::string& name, ThreadPriority p
         Log::log("NIVUR", LOG_ERROR, "creating thread failed: err=%d", run->error);
         return false;
     }
-    while (run->started.wait() != 0) {  // even if the platform refuses a wait, the thread starts
+    while (run->started.wait() != 0) {  // the thread starts even if the platform refuses a wait
     }
     return true;
 }
