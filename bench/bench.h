@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-/// What the families of benchmarks share. A measurement is named FAMILY/SERVICE/PEER, which
+/// Common code of the benchmark families. A measurement is named FAMILY/SERVICE/PEER, which
 /// report.py splits: each service is a row of the table. The value of a measurement is the time of
 /// one item in nanoseconds. If it sets counters, each counter is a value: a time in nanoseconds or,
 /// if its name begins with '#', a plain number.
@@ -47,9 +47,9 @@ struct Limit : Adapter {
 template <class... Adapters>
 struct Peers {};
 
-/// Pins the calling thread, and those that it starts meanwhile, to one processor. Waking a thread
-/// on another processor can take ten times as long as everything else, so that times with threads
-/// that the system places cannot be compared.
+/// While it exists, pins the calling thread and those that it starts to one processor. Waking a
+/// thread on another processor can take ten times as long as everything else, so times with threads
+/// that the system places are not comparable.
 class OneProcessor {
   public:
     explicit OneProcessor(int processor) {
@@ -96,7 +96,7 @@ class Family {
         }
     }
 
-    /// Measures what each of so many threads does.
+    /// Measures a body that several threads run at the same time.
     template <class AnyPeers, class Body>
     void addOnThreads(int threads, const std::string& service, AnyPeers peers, Body body) const {
         if (threads == 1) {
@@ -125,7 +125,7 @@ inline void setItems(State& state, size_t perIteration) {
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(perIteration));
 }
 
-/// Runs `body` at least so many times: enough for a percentile, or for threads to get going.
+/// Runs `body` at least so many times: enough for a percentile, or until all threads are running.
 template <class Body>
 void repeat(State& state, int times, Body body) {
     for (auto _ : state) {

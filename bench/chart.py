@@ -48,7 +48,7 @@ def tick(x, y):
 
 
 def bar(y, ratios, colour):
-    """Reaches from 1 to the median; a break mark shows where it is cut. A line over it shows the range."""
+    """A bar from 1 to the median, with a break mark if it is cut, and a line over it for the range."""
     end = position(median(ratios))
     parts = [f'<rect x="{min(end, CENTRE):.1f}" y="{y - 7}" width="{abs(end - CENTRE):.1f}" height="14" fill="{colour}"/>']
     if end in (LEFT, EDGE):
@@ -59,7 +59,7 @@ def bar(y, ratios, colour):
 
 
 def marks(y, row):
-    """The limit and the peers, in relation to the best of these."""
+    """The limit and the peers, relative to the best peer."""
     best = min(row.medians("peer").values())
     parts = []
     for kind, colour in (("limit", LIMIT), ("other", PALE), ("peer", PEER)):
@@ -70,7 +70,7 @@ def marks(y, row):
 
 
 def legend(y, rows):
-    """The colours on the left, the other marks on the right."""
+    """The legend: colours on the left, other marks on the right."""
     parts = []
     shown = [verdict for verdict in LEGEND if any(row.verdict == verdict for row in rows)]
     for number, verdict in enumerate(shown):

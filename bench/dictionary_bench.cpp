@@ -100,7 +100,7 @@ std::vector<std::string> makeKeys(size_t count) {
     return keys;
 }
 
-/// Numbers, and a text for each so many of the keys.
+/// Fills a record with numbers, and with a text for one in `textEvery` keys.
 template <class Record>
 void fill(Record& record, const std::vector<std::string>& keys, size_t textEvery = 2) {
     static const std::string kText = "a string of more than sixteen bytes";

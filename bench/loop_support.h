@@ -6,15 +6,17 @@
 
 #include "bench.h"
 
-/// The adapters of run loops, each on a thread of its own and, with one exception, with the peer's
-/// own queue:
-///     post(task)             queues a task from any thread
-///     postFirst(task)        the same, before queued tasks
-///     call(task)             posts and waits until it has run
-///     postCancellable(task)  returns what cancel() needs to remove the task; both on the loop's
-///     thread addTimer(ms, action)   a timer that fires once; this and the rest on the loop's
-///     thread resetTimer(timer), stopTimer(timer) addWatch(descriptor, action)  calls it while the
-///     descriptor is readable removeWatch(watch)
+/// The adapters of run loops. Each has a thread of its own and, except libuv's, uses the peer's
+/// queue. Called on any thread:
+///     post(task)                    queues a task
+///     postFirst(task)               queues a task before all others
+///     call(task)                    posts a task and waits until it has run
+/// Called on the loop's thread:
+///     postCancellable(task)         returns what cancel() needs to remove the task
+///     addTimer(ms, action)          adds a timer that fires once
+///     resetTimer(timer), stopTimer(timer)
+///     addWatch(descriptor, action)  calls `action` while the descriptor is readable
+///     removeWatch(watch)
 /// An adapter lacks the operations that its peer lacks. A posted task costs every peer except libuv
 /// an allocation, since they erase its type.
 namespace bench {

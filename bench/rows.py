@@ -31,7 +31,7 @@ class Row:
         return dict(sorted(times.items(), key=lambda item: item[1]))
 
     def ratios(self, kind):
-        """For each process, nivur's time divided by that of the best of this kind, which has the lowest median."""
+        """For each process, nivur's time divided by that of the best of this kind: the one with the lowest median."""
         best = next(iter(self.medians(kind)), None)
         return [own / other for own, other in zip(self.nivur, self.times[kind].get(best, []))]
 

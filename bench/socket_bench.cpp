@@ -232,8 +232,8 @@ void measureUdp(State& state, Peer<Udp>, size_t length) {
     }
 }
 
-// Many datagrams of one size, to one address that is kept, are sent and received: with one call for
-// each, and with one call for all.
+// Sends and receives many datagrams of one size to one kept address: with one call for each, and
+// with one call for all.
 
 constexpr size_t kDatagrams = 32;
 constexpr size_t kDatagram = 1200;
@@ -263,7 +263,7 @@ class PlainDatagrams {
     int _descriptor = makeBound(SOCK_DGRAM);
 };
 
-/// Not done by the library, since it saves less than half.
+/// sendmmsg() and recvmmsg(). The library does not use them, since they save less than half.
 class MessageDatagrams : public PlainDatagrams {
   public:
     static std::string name() { return "sendmmsg and recvmmsg"; }

@@ -15,7 +15,7 @@ namespace {
 
 const Family kFamily("text");
 
-/// An implementation that is measured.
+/// The adapter of an implementation.
 template <class Way>
 void measure(State& state, Way way) {
     unsigned int number = 0;

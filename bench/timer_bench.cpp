@@ -95,8 +95,8 @@ void measureFire(State& state, Peer<Loop>, size_t count) {
     state.counters["time"] = fires.at(0.5);
 }
 
-/// A loop in which ten tasks of about 20 us are always queued, and a timer of 1 ms is added again
-/// and again. Counts the tasks that end between the time at which the timer is due and its run.
+/// Keeps ten tasks of about 20 us queued and repeatedly adds a timer of 1 ms. Counts the tasks that
+/// end between the due time of the timer and its run.
 template <class Loop>
 class BusyLoop {
   public:

@@ -18,7 +18,7 @@ using AllLoops = Peers<NivurLoop, UvLoop, AsioLoop, EventLoop, GlibLoop, LooperL
 constexpr int kRounds = 500;
 constexpr size_t kWatched = 1000;
 constexpr size_t kBatch = 500;
-constexpr int kPatience = 10;  // ms, after which a waiting thread checks whether it is to end
+constexpr int kPatience = 10;  // ms, after which a waiting thread checks whether it has to end
 
 /// The two connected ends of a socket pair.
 class Ends {
@@ -128,7 +128,7 @@ void measureReady(State& state, Peer<Loop>, size_t ready) {
     }
     for (auto _ : state) {
         for (int round = 0; round < 20; ++round) {
-            loop.call([&] {  // so that the loop asks when all are ready
+            loop.call([&] {  // so that the loop polls when all are ready
                 left = ready;
                 for (size_t i = 0; i < ready; ++i) {
                     ::eventfd_write(descriptors[i * (kWatched / ready)], 1);

@@ -7,8 +7,8 @@ set(CMAKE_SYSTEM_PROCESSOR ${processor})
 set(CMAKE_CXX_COMPILER ${NIVUR_CROSS}-g++)
 set(CMAKE_C_COMPILER ${NIVUR_CROSS}-gcc)
 set(CMAKE_LIBRARY_ARCHITECTURE ${NIVUR_CROSS})
-# All must use the same C library: the distribution's for that architecture if it is installed, otherwise the
-# cross compiler's.
+# All programs must use the same C library: the distribution's for that architecture if installed, otherwise the cross
+# compiler's.
 set(root /)
 if(NOT EXISTS /lib/${NIVUR_CROSS}/libc.so.6)
   set(root /usr/${NIVUR_CROSS})

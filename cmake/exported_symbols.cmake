@@ -1,5 +1,5 @@
 # The shared library exports only the names in abi/symbols, with any arguments: no private operations, and
-# no instances of the standard library's templates, which an application could otherwise use.
+# no instances of the standard library's templates, which an application could otherwise bind to.
 set(list ${CMAKE_CURRENT_SOURCE_DIR}/abi/symbols)
 set(script ${CMAKE_CURRENT_BINARY_DIR}/exported_symbols.map)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${list})
@@ -13,7 +13,7 @@ foreach(line IN LISTS lines)
   if(line MATCHES " for ")
     string(APPEND patterns "    \"${line}\";\n")
   elseif(line MATCHES "::")
-    # Patterns have no other punctuation. Arguments or an ABI tag may follow the name.
+    # A name has no other special characters of patterns. Arguments or an ABI tag may follow it.
     string(REGEX REPLACE "\\(.*" "" name "${line}")
     string(REGEX REPLACE "[^A-Za-z0-9_:]" "?" name "${name}")
     string(APPEND patterns "    ${name};\n    ${name}[^A-Za-z0-9_]*;\n")

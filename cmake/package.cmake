@@ -24,7 +24,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/nivurConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/nivurConfigVersion.cmake DESTINATION ${package_dir} COMPONENT dev)
 install(EXPORT nivurTargets NAMESPACE NIVUR:: DESTINATION ${package_dir} COMPONENT dev)
 
-# Relative to this file, so that the tree may be installed or unpacked anywhere.
+# Paths are relative to this file, so that the tree may be moved.
 set(NIVUR_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
 if(NOT IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
   file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)

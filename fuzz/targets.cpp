@@ -93,7 +93,7 @@ std::string print(const Dictionary& d, bool written) {
         if (name.empty() || (value.empty() && d.getType(key) <= Dictionary::TYPE_OBJECT)) continue;
         const auto isSame = [&](const auto& member) { return member[0] == name; };
         members.erase(std::remove_if(members.begin(), members.end(), isSame), members.end());
-        members.push_back({name, value});  // the last of each name, also if it is an empty array
+        members.push_back({name, value});  // the last of each name, even if it is an empty array
     }
     std::string text;
     for (const auto& [name, value] : members)
@@ -224,7 +224,7 @@ void ring(Input& input) {
     }
 }
 
-/// The model computes numbers from their last digit on, and makes the words from the bytes.
+/// The model parses numbers from the last digit on, and generates the words from the bytes.
 void numbers(Input& input) {
     std::string words;
     std::vector<uint8_t> model{7}, bytes = model;

@@ -31,7 +31,7 @@ def number(value):
 
 
 def children(value):
-    """The elements of a container, or the object of a pointer, of the standard library."""
+    """The elements of a container, or the object of a smart pointer, of the standard library."""
     printer = gdb.default_visualizer(value)
     if not hasattr(printer, "children"):
         raise gdb.GdbError("the printers of the standard library are missing")

@@ -23,7 +23,7 @@ namespace {
 constexpr unsigned kLoops = 4, kDrivers = 8;
 constexpr unsigned kOperations = 150, kPings = 100;  // of each driver in each round
 constexpr uint64_t kHangMs = 20000;                  // without progress
-constexpr uint64_t kLateMs = 1000;                   // from a post to an idle loop to its task
+constexpr uint64_t kLateMs = 1000;                   // from post to run on an idle loop
 
 // Loops that wait for each other deadlock: a thread waits only for loops from its level up.
 constexpr unsigned kOwnLoop = kLoops;  // the number of a loop that a driver makes for itself
@@ -33,7 +33,7 @@ thread_local unsigned level = kNoLevel;
 /// An object that tasks act on and are cancelled by. Its memory is reused for the next object at
 /// once.
 struct Object {
-    unsigned generation = 0;   // each task knows that of its object
+    unsigned generation = 0;   // tasks store the generation of their object
     unsigned home = 0;         // the loop of all its tasks, or kLoops if they are on several
     std::atomic<int> here{0};  // tasks that ran and are not deleted yet
 
@@ -46,7 +46,7 @@ struct Object {
 /// What a task is to do.
 struct Plan {
     unsigned home;    // the number of its loop
-    unsigned budget;  // the number of its operations, and of generations that may follow it
+    unsigned budget;  // how many operations it makes, and how many generations of tasks follow
     Object* object = nullptr;
     std::function<void()> body{};
     bool repeat = false;
@@ -61,7 +61,7 @@ const BufferPool_Config config{{{64, 4}, {256, 4}}};
 BufferPool sharedPool{&config, "shared"};
 RingBuffer ring{100, "shared"};
 EventCenter center;
-BufferList many{{8, 130}};           // three words, all of which are empty at times
+BufferList many{{8, 130}};           // three words of the free set, all empty at times
 std::vector<const Buffer*> inOrder;  // the buffers that it hands out to a single thread, in order
 
 /// Handles its own event, which only its thread sends, and one that all threads send.
@@ -120,7 +120,7 @@ class Task : public Runnable {
             _plan.object->here.fetch_sub(1, std::memory_order_relaxed);
         }
         if (_plan.budget > 0 && _random.oneIn(4)) operate(0, nullptr);
-        _plan.body = nullptr;  // and deletes what it holds, which is expected back
+        _plan.body = nullptr;  // deletes what it holds, which is counted as returned
         deleted.fetch_add(1, std::memory_order_release);
     }
     void run() override {
@@ -187,7 +187,7 @@ void useHandler(Driver& driver) {
     check(driver.ownCalls == 1, "registered handlers hear, and no others");
 }
 
-/// Two loops read one buffer, which is returned by the one that finishes last.
+/// Two loops read one buffer. The one that finishes last returns it.
 void passBuffer(Random& random, BufferPool& pool) {
     const unsigned size = 1 + random.below(300);
     const SharedPtr<Buffer> buffer = pool.getPoolBuffer(size, nullptr);
@@ -222,7 +222,7 @@ void allAreBack() {
         check(all.emplace_back(many.getBuffer(0)).get() == buffer, "the first free one is lent");
 }
 
-/// The list is destroyed while two loops drop buffers that are out.
+/// Destroys the list while two loops drop buffers of it.
 void endWithBuffersOut(Random& random) {
     BufferList list({8, 130});
     for (int i = 0; i < 2; ++i) {
@@ -233,7 +233,7 @@ void endWithBuffersOut(Random& random) {
     }
 }
 
-/// All blocks have one size, so that each is read as it was written.
+/// Passes blocks of one size through the ring, so that each is read as it was written.
 void passBlocks(Random& random) {
     for (int i = 0; i < 20; ++i) {
         std::string block(8, static_cast<char>(random()));
@@ -302,7 +302,7 @@ void useWatch(Random& random) {
     close(ends[1]);
 }
 
-/// The loop is destroyed as soon as its task has signalled, while the post may still be returning.
+/// Destroys the loop as soon as its task has signalled, while the post may still be returning.
 void endAtOnce(Random& random) {
     auto own = std::make_unique<RunLoop>("ends at once");
     own->addTimer(makeRunnable([] {}), 1, true);  // wakes the loop
@@ -319,7 +319,7 @@ void endAtOnce(Random& random) {
     poster.join();
 }
 
-/// The loop and the pool are destroyed with tasks queued and buffers out.
+/// Destroys the loop and the pool while tasks are queued and buffers are in use.
 void useOwn(Random& random) {
     if (random.oneIn(2)) return endAtOnce(random);
     RunLoop own("own");

@@ -19,7 +19,7 @@ bool startThread() {
     return started && !thread.isStarted();
 }
 
-/// The result of an operation while a call in it fails, and when it is repeated.
+/// An operation, and its results while a call in it fails and when it is repeated.
 struct Row {
     const char* call;
     int error;
@@ -51,7 +51,7 @@ TEST(SystemCalls, MayFail) {
     char data[8];
     unsigned int length = sizeof(data);
     const auto timed = [&] { return w.semaphore.wait(9); };
-    const auto wait = [&] {  // after a refusal the next one finds a signal
+    const auto wait = [&] {  // after a refused wait, the next one finds a signal
         const int result = w.semaphore.wait();
         if (result != 0) w.semaphore.notify();
         return result;
@@ -101,7 +101,7 @@ TEST(SystemCalls, MayFail) {
     };
     const auto connect = [&] { return figure(w.connectAndAccept()); };
     const auto exchange = [&] { return figure(w.exchange()); };
-    const auto sendMany = [&] {  // what arrives, and not there, is left to its socket
+    const auto sendMany = [&] {  // the datagrams stay unread in `receiver`
         UDPSocket receiver;
         EXPECT_TRUE(receiver.create(kAnyPort));
         const std::string many(40007, 'x');
@@ -200,7 +200,7 @@ TEST(SystemCalls, MayFail) {
         {
             LogCapture capture;
             const faults::Call fault(row.call, row.error, row.skipped, 1, row.everywhere);
-            errno = EINTR;  // what an earlier call left says nothing
+            errno = EINTR;  // a stale value, which must be ignored
             EXPECT_EQ(row.operation(), row.failed);
             for (const std::string& line : capture.take())
                 if (line != "2 thread loop break loop!") lines += line;
@@ -256,7 +256,7 @@ TEST(WallClock, MayBeSetByAnHourUnderWaitsAndTimers) {
 
 std::atomic<int> handled{0};
 
-// Each wait is to end after 60 ms and 20 signals. Only calls that the platform interrupts end
+// Each wait must end after 60 ms and 20 signals. Only calls that the platform interrupts end
 // earlier: those of sockets, unless the handler restarts them.
 TEST(Signals, ShortenNoWaitOfTheLibraryItself) {
     World w;

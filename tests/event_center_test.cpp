@@ -10,8 +10,8 @@
 namespace NIVUR {
 namespace {
 
-// Compares the center with its rule: a dispatch calls the first handler of the list that it has not
-// called yet, until there is none. Handlers change the list and send at random.
+// Compares the center with a model: a dispatch calls the first handler of the list that it has not
+// called yet, until none is left. Handlers change the list and send events at random.
 class Script {
   public:
     explicit Script(unsigned seed) : _random(seed), _handlers(12, Handler(*this)) {}
@@ -67,7 +67,7 @@ class Script {
     Parameter _parameter;
     std::vector<Handler> _handlers;
     std::vector<Handler*> _list;
-    std::vector<std::vector<Handler*>> _called;  // by each dispatch under way
+    std::vector<std::vector<Handler*>> _called;  // by each running dispatch
     EventCenter _center;
 };
 

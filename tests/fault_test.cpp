@@ -211,7 +211,7 @@ TEST(Memory, MayRunOutAtEveryAllocation) {
     });
     for (const auto& [name, scenario] : kScenarios) {
         std::string after;
-        for (const int count : {0, 0, 1, INT_MAX}) {  // 0: the platform allocates what it keeps
+        for (const int count : {0, 0, 1, INT_MAX}) {  // 0: fills the platform's caches
             for (int skipped = 0, failed = 1; failed != 0 && !HasFailure(); ++skipped) {
                 SCOPED_TRACE(name + (" after " + std::to_string(skipped)));
                 const ptrdiff_t descriptors = openDescriptors();
@@ -227,7 +227,7 @@ TEST(Memory, MayRunOutAtEveryAllocation) {
     std::printf("%d allocations failed\n", faults::Memory::injected.load());
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they reserve all of it
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they reserve all addresses
 /// Reads and writes a long string in a child process with a limited additional address space.
 /// Returns 0 if both succeed, 1 if one of both fails as documented, otherwise 2.
 int runWithin(size_t spare, const std::string& text) {

@@ -96,7 +96,7 @@ Lines ownList() {
     return lines;
 }
 
-// As far as the platform's list has the same fields.
+// The platform's list in the format of ours, as far as it has the same fields.
 Lines ownListByThePlatform() {
     ifaddrs* list = nullptr;
     EXPECT_EQ(ofThePlatform("getifaddrs", getifaddrs)(&list), 0);
@@ -148,7 +148,7 @@ std::string bytes(const Header& header) {
     return {reinterpret_cast<const char*>(&header), sizeof(header)};
 }
 
-// Headers tell the length of what follows, and so much more.
+// Messages and attributes whose length fields are `more` bytes too large.
 std::string message(int type, const std::string& body = "", int more = 0) {
     const auto length =
         static_cast<uint32_t>(static_cast<int>(sizeof(nlmsghdr) + body.size()) + more);

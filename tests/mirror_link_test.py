@@ -1,5 +1,5 @@
-"""mirror_link_test.py MIRROR: the example over emulated links, where a collapse would show in what is sent.
-Needs root, and the device for TUN."""
+"""mirror_link_test.py MIRROR: runs the example over emulated links. A congestion collapse would show in the bytes sent.
+Needs root and /dev/net/tun."""
 
 import glob
 import os
@@ -22,7 +22,7 @@ def start(link, side, *arguments, **options):
 
 
 def listen(link, *arguments, **options):
-    """A receiver that listens, and what it said."""
+    """Starts a receiver and waits until it listens."""
     receiver = start(link, "b", "receive", *arguments, "--listen", "10.77.0.2:7000", **options)
     line = (receiver.stderr if "--live" in arguments else receiver.stdout).readline()
     assert b"listening" in line, line
@@ -34,7 +34,7 @@ def datagrams(link, way="a_to_b", what="in"):
 
 
 def send_file(size, conditions, sent_limit, lost_limit, seconds):
-    """The file arrives, and little more is sent than it needs, with what the link lost. The time has room for a slow
+    """The file arrives; little more is sent than its bytes and the lost ones; the time limit allows for a slow
     machine."""
     with open("source", "wb") as file:
         file.write(os.urandom(size))
@@ -54,7 +54,7 @@ def send_file(size, conditions, sent_limit, lost_limit, seconds):
 
 
 def blocked():
-    """Without datagrams little is sent, and the reason is said."""
+    """If UDP is blocked, little is sent, and the reason is reported."""
     with Link({"rtt": 20, "block-udp": 1}) as link:
         receiver = listen(link, "copy", stdout=subprocess.PIPE)
         sender = start(link, "a", "send", "source", "--to", "10.77.0.2:7000", stdout=subprocess.DEVNULL)
@@ -65,7 +65,7 @@ def blocked():
 
 
 def wakes(process):
-    """How often the run loops of a process have gone to sleep. Other threads, such as a sanitizer's, do not count."""
+    """How often the run loops of a process have gone to sleep. Other threads, such as a sanitizer's, are not counted."""
     total = 0
     for task in glob.glob(f"/proc/{process.pid}/task/*/status"):
         with open(task, encoding="ascii") as status:
@@ -77,7 +77,7 @@ def wakes(process):
 
 
 def stream(conditions, latency, chunks, least_share, most_sent):
-    """A stream of 8 Mbit/s arrives within its latency, nothing early; then both ends are idle and do not wake."""
+    """A stream of 8 Mbit/s arrives within its latency and not early. Then both ends are idle and do not wake up."""
     times = []
     with Link(conditions) as link:
         receiver = listen(link, "-", "--live", stdout=subprocess.PIPE)

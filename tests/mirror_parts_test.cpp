@@ -199,7 +199,7 @@ TEST(MirrorClockFit, FindsOffsetAndDriftBehindJitter) {
     }
 }
 
-/// A sender that always has something to send, over a way with a queue, in simulated time.
+/// Simulates a sender that always has data, over a path with a queue.
 struct Way {
     double rate;  // bytes per second
     uint64_t roundTripUs;
@@ -208,8 +208,8 @@ struct Way {
 };
 
 struct Outcome {
-    double arrivedShare;  // of what the way could carry
-    double lostShare;     // of what was sent, in the queue
+    double arrivedShare;  // of the capacity of the path
+    double lostShare;     // of the sent packets, in the full queue
 };
 
 Outcome simulate(const Way& way, uint64_t seconds) {
@@ -282,8 +282,7 @@ TEST(MirrorCongestion, FillsTheWayAndNoMore) {
     }
 }
 
-/// A session with a peer that holds the key and sends whatever it likes, on a loop that stands
-/// still.
+/// A session with a peer that holds the key and sends arbitrary data, on a loop that does not run.
 class MirrorHostile : public testing::Test, public Transmitter::Owner {
   protected:
     MirrorHostile() {
@@ -371,12 +370,12 @@ TEST_F(MirrorHostile, ASenderGetsNoMoreDatagramsThanItSendsAndFillsNoMemory) {
     }
 }
 
-/// A sender that agrees on keys as it should and then says whatever it likes.
+/// A sender that agrees on keys correctly and then sends arbitrary messages.
 class Liar {
   public:
     explicit Liar(NIVUR::ClientSocket&& socket) : _socket(std::move(socket)) {}
 
-    /// Agrees on the keys as a sender does.
+    /// Agrees on the keys like a sender.
     void agree() {
         const KeyAgreement agreement;
         NIVUR::Dictionary hello = makeText("hello");
@@ -412,7 +411,7 @@ class Liar {
 
 TEST(MirrorLiar, AReceiverGivesUpASenderThatSaysWhatDoesNotBelong) {
     const struct {
-        const char* text;  // "" for the offer again, as it was encrypted before
+        const char* text;  // "": repeats the encrypted offer
         const char* error;
     } kRows[] = {
         {"", "does not hold the same key"},

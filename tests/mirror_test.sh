@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# mirror_test MIRROR ECHO_SERVER: the example as people would run it, when it succeeds, when it cannot,
-# and against peers that mean no good.
+# mirror_test MIRROR ECHO_SERVER: runs the example as users would, with transfers that succeed, transfers
+# that fail, and hostile peers.
 set -euo pipefail
 mirror=$1 echo_server=$2
 work=$(mktemp -d)
@@ -52,7 +52,7 @@ still() {  # PID: none of its threads wakes for a while
 
 nothing_left() { [[ ! -e $1 && ! -e $1.part ]] || fail "$1 or $1.part is there"; }
 
-# A sender that stops in the middle is given up after a while; the others go on meanwhile.
+# A receiver gives up a sender that stops in the middle; the other tests run meanwhile.
 truncate -s 8G huge
 listen frozen
 frozen_receiver=$pid
@@ -63,8 +63,8 @@ frozen_sender=$!
 soon test -s frozen.part
 kill -STOP $frozen_sender
 
-# A stream goes on after a pause that is longer than an answer may take, although datagrams were lost, and
-# ends well if its latency is longer than other limits.
+# A stream continues after a pause that is longer than the time limit for answers, although datagrams
+# were lost, and ends well if its latency is longer than other limits.
 streams=()
 for latency in 400 11000; do
     "$mirror" receive - --live --listen 127.0.0.1:0 --drop 60 >$latency.out 2>$latency.err &
@@ -74,14 +74,14 @@ for latency in 400 11000; do
         --to "$(sed -n 's/^listening on //p' $latency.err)" >/dev/null 2>"sender$latency.err" &
 done
 
-# A receiver that waits for a sender sleeps until one comes, and can be stopped meanwhile. The thread
-# sanitizer has a thread of its own, which wakes.
+# A receiver without a sender sleeps, and can be stopped. The thread sanitizer has a thread of its own,
+# which wakes up.
 listen idle
 grep -q __tsan_init "$mirror" || soon still $pid
 kill -TERM $pid
 ends $pid 1 receive 'interrupted'
 
-# What is sent arrives, byte for byte.
+# Files arrive byte for byte.
 addresses=(127.0.0.1)
 grep -q '^0\{31\}1 ' /proc/net/if_inet6 2>/dev/null && addresses+=('[::1]')
 for address in "${addresses[@]}"; do
@@ -110,7 +110,7 @@ address=127.0.0.1
 "$mirror" source copy --drop 5 >run.out
 cmp source copy
 
-# What cannot be done is said.
+# Errors are reported.
 fails 2 usage
 fails 2 usage source
 fails 2 usage source copy --drop 100
@@ -127,12 +127,12 @@ fails 1 'cannot write /dev/full: No space left' source /dev/full
 fails 1 'cannot connect to 127.0.0.1:1: Connection refused' send source --to 127.0.0.1:1
 nothing_left other
 
-# A file that is there already under the copy's first name is not touched, least of all the source.
+# An existing file with the name of the incomplete copy is not touched, even if it is the source.
 echo precious >kept.part
 fails 1 'kept.part is in the way' kept.part kept
 [[ $(<kept.part) == precious ]] || fail 'kept.part was touched'
 
-# What an earlier transfer has left is resumed if the owner wants that and it fits.
+# The file of an interrupted transfer is continued with --resume, if the source begins with it.
 fails 1 'is not the beginning of source' source kept --resume
 for size in 1 1000000 1000001; do
     head -c $size source >copy.part
@@ -144,7 +144,7 @@ head -c 1000002 /dev/zero >copy.part
 fails 1 'more than source has' source copy --resume
 rm copy.part
 
-# Beyond the loopback interface everybody must hold the key, or be allowed.
+# Beyond the loopback interface mirror requires --key or --open.
 "$mirror" --help | grep -q '^usage' || fail 'no help'
 "$mirror" key >good.key
 "$mirror" key >other.key
@@ -160,7 +160,7 @@ done
 ends $pid 0 receive ''
 cmp source locked
 
-# A stream goes through, in order and not early, also when datagrams are lost.
+# A stream arrives in order and not early, even if datagrams are lost.
 seq 200000 >lines
 "$mirror" receive - --live --listen 127.0.0.1:0 --drop 10 --stats=json >live.out 2>live.err &
 pid=$!
@@ -174,13 +174,13 @@ ends $pid 0 live 'handed out [1-9]'
 grep -q 'skipped 0,' live.err || fail 'something was skipped'
 cmp lines live.out
 
-# What a limit or a closed pipe would kill ends as any other failure or success.
+# A file size limit or a closed pipe does not kill the process.
 (ulimit -f 100 && fails 1 'cannot write limited: File too large' source limited)
 nothing_left limited
 "$mirror" source piped 2>run.err | true
 cmp source piped || fail 'a closed pipe ended the transfer'
 
-# Each end tells the other why, also with a name that JSON cannot carry.
+# Each end reports its reason to the other, even with a file name that JSON cannot represent.
 listen $'none\xff/copy'
 fails 1 'the receiver refused: cannot write none?/copy.part: No such file' send source --to "$host"
 ends $pid 1 receive 'No such file'
@@ -189,7 +189,7 @@ fails 1 "cannot listen on $host: Address already in use" receive other --listen 
 fails 1 'the receiver refused: cannot write /dev/full' send source --to "$host"
 ends $pid 1 receive 'cannot write /dev/full'
 
-# A source that grows or shrinks, a sender or a receiver that is killed, one that is asked to stop.
+# A source grows or shrinks, a sender or a receiver is killed or asked to stop.
 "$mirror" huge shrunk >run.out 2>run.err &
 soon test -s shrunk.part
 truncate -s 1M huge
@@ -226,13 +226,13 @@ kill -TERM $!
 ends $! 1 run 'interrupted'
 nothing_left stopped
 
-# A receiver that talks nonsense: it sends back what it gets.
+# A receiver that violates the protocol: it echoes its input.
 "$echo_server" 127.0.0.1 0 2 >echo.out &
 soon grep -q port echo.out
 fails 1 'the receiver does not hold the same key' \
     send source --to "127.0.0.1:$(sed 's/.* //' echo.out)"
 
-# Whoever does not prove the key is turned away, and the receiver waits for the next.
+# A client that does not prove the key is turned away, and the receiver waits for the next.
 listen hello
 while read -r text; do
     exec 3<>"/dev/tcp/127.0.0.1/$port"
@@ -258,7 +258,7 @@ for size in 0 1 19 20 21 1200 1345 9000; do
     cat datagram >"/dev/udp/127.0.0.1/$port"
 done
 
-# Silent clients do not keep a sender out, not even for as long as they are tolerated.
+# Silent clients do not keep a sender waiting, even before they are turned away.
 silent=()
 for _ in {1..70}; do
     exec {client}<>"/dev/tcp/127.0.0.1/$port"

@@ -395,7 +395,7 @@ TEST_F(RunLoopTest, BusyLoopLetsStopAndCancelThrough) {
         loop.stopTimer(1);
         loop.cancelTasksForObject(&trace);
     }
-    EXPECT_LT(runs, 3000);  // some three each time; without turns, a caller would wait forever
+    EXPECT_LT(runs, 3000);  // about three per call; without turns a caller would wait forever
     loop.stop();
 }
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""unload_test MODULE LIBRARY: loads, uses and unloads a component that is built with the library, again and again."""
+"""unload_test MODULE LIBRARY: repeatedly loads, uses and unloads a component that is linked with the library."""
 import _ctypes
 import ctypes
 import os

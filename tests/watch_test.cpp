@@ -211,8 +211,7 @@ TEST_F(WatchTest, WhatRemainsOfADescriptorsWatchesKeepsItsReadinessAlone) {
     loop.removeWatch(newest), loop.removeWatch(renewed);
 }
 
-// Like a connection that is closed in the task of one of its watches, with the last reference to
-// it.
+// As when the task of a connection's watch closes the connection and drops its last reference.
 TEST_F(WatchTest, DestructorOfAWatchsTaskMayRemoveTheNextWatch) {
     for (const bool byCancel : {false, true}) {
         Ends ends;
@@ -359,8 +358,8 @@ TEST_F(WatchTest, ThousandsOfDescriptorsRunExactlyWhenTheyAreReady) {
         close(descriptor);
 }
 
-// Each way to end a watch, while its descriptor becomes ready and its number is reused for the next
-// watch at once. The first watches are added while a loop without watches falls asleep.
+// Ends watches in each possible way while the descriptor becomes ready and its number is at once
+// reused for the next watch. The first watches are added while a loop without watches falls asleep.
 TEST_F(WatchTest, NothingOfAWatchRunsOnceItIsRemovedHoweverThatMeetsReadiness) {
     const auto living = std::make_shared<int>();
     std::minstd_rand random(4711);
@@ -412,7 +411,7 @@ TEST_F(WatchTest, LoopThatHasNothingToDoDoesNotWake) {
         ASSERT_TRUE(loop.start());
         if (watching) watch(ends.ends[0], fail);
         loop.addTimer(makeRunnable(fail), 3600 * 1000, true);
-        const clock_t used = clock();  // of a loop to which nothing was posted yet
+        const clock_t used = clock();  // by a loop to which nothing was posted yet
         SystemUtil::sleep(300);
         EXPECT_LT(clock() - used, CLOCKS_PER_SEC / 30);
         const auto switches = [this] {

@@ -1,4 +1,4 @@
-"""Files over the emulated link: the time until the copy is there, and the bytes that it took."""
+"""Files over the emulated link: the time until the copy is complete, and the bytes sent for it."""
 import filecmp
 import os
 import subprocess
@@ -26,7 +26,7 @@ ROWS = {
     "MTU 1,280, IPv6": ({}, 1280, 6, 16),
     "MTU 600": ({}, 600, 4, 16),
 }
-# Beside a TCP flow: (conditions, size in MiB).
+# Rows beside a TCP flow: (conditions that differ, size in MiB).
 SHARED_ROWS = {
     "100 Mbit/s, shared": ({}, 64),
     "10 Mbit/s, queue 50, shared": ({"rate": 10, "queue": 50}, 8),
@@ -46,8 +46,8 @@ class Copy:
                                stderr=subprocess.DEVNULL)
 
     def run(self):
-        """The seconds that the copy took, None if it was given up, and the bytes that were there. A copy that is
-        complete and wrong is an error."""
+        """Returns the seconds that the copy took, or None if it was given up, and the number of bytes copied. A copy
+        that is complete but differs is an error."""
         receiver = self.start("b", self.receive())
         time.sleep(0.5)
         begin = time.monotonic()
@@ -99,7 +99,7 @@ class Rsync(Copy):
 
 
 class Uftp(Copy):
-    """Sends at a fixed rate. It is told that, a little less than the link's, and the round trip."""
+    """Sends at a given fixed rate, a little less than the link's, and is given the round trip."""
     receiver_ends = False
 
     def receive(self):
@@ -138,7 +138,7 @@ def prepare(size, tools):
 
 
 def sums(counters):
-    """Bytes sent by the sender, lost of these, and sent back."""
+    """The bytes that the sender sent, those of them that were lost, and those sent back."""
     forward, back = counters["a_to_b"].values(), counters["b_to_a"].values()
     return (sum(count["in"]["bytes"] for count in forward),
             sum(count[what]["bytes"] for count in forward for what in ("lost", "overflowed")),
@@ -146,7 +146,7 @@ def sums(counters):
 
 
 def measure(row, who, tools):
-    """Time and bytes of a copy that has the link for itself."""
+    """Measures time and bytes of a copy that has the link to itself."""
     special, mtu, version, size = ROWS[row]
     conditions = {**COMMON, "seed": tools["seed"], **special}
     prepare(size, tools)
@@ -159,7 +159,7 @@ def measure(row, who, tools):
 
 
 def measure_shared(row, who, tools):
-    """What a copy gets of the link beside a TCP flow (cubic) that has been going for two seconds."""
+    """Measures the share of the link that a copy gets beside a TCP flow (cubic) that started two seconds before."""
     special, size = SHARED_ROWS[row]
     conditions = {**COMMON, "seed": tools["seed"], **special}
     prepare(size, tools)

@@ -1,6 +1,6 @@
-/// nivur_link: an emulated link between two network namespaces. It opens a TUN device in each and
-/// carries the IP packets of one to the other, late, limited, out of order or not at all, as its
-/// options say. It needs root, but no kernel module beyond TUN. link.py makes the namespaces.
+/// nivur_link: emulates a link between two network namespaces. It opens a TUN device in each and
+/// forwards IP packets between them; its options set delay, rate, reordering and loss. It needs
+/// root, but no kernel module except TUN. link.py makes the namespaces.
 
 #include <fcntl.h>
 #include <linux/if.h>
@@ -59,11 +59,11 @@ const char kUsage[] =
     "  seed NUMBER     of the random numbers: the same decisions in the same order (1)\n";
 
 constexpr std::size_t kMaxPacket = 9000;
-constexpr int kBatch = 32;  // packets read before those that are due are looked at
+constexpr int kBatch = 32;  // packets read before due ones are delivered
 
 using Nanoseconds = std::int64_t;
 
-/// What one direction of the link is like; see kUsage.
+/// The properties of one direction of the link; see kUsage.
 struct Conditions {
     double rate = 0, queue = 1000, delay = 0, jitter = 0, jitterOrder = 1, loss = 0, burst = 1;
     double gilbert = 0, reorder = 0, reorderBy = 2, blockUdp = 0, seed = 1;
@@ -92,7 +92,7 @@ Nanoseconds now() {
     return time.tv_sec * Nanoseconds{1000000000} + time.tv_nsec;
 }
 
-/// Throws what errno says when `result` is -1.
+/// Throws the error in errno if `result` is -1.
 int checked(int result, const char* what) {
     if (result == -1) throw std::system_error(errno, std::generic_category(), what);
     return result;
@@ -117,13 +117,13 @@ struct Count {
     std::uint64_t packets = 0, bytes = 0;
 };
 
-/// What became of the packets of one protocol in one direction.
+/// Counts what happened to the packets of one protocol in one direction.
 struct Counters {
     Count in, out, lost, overflowed, blocked, failed;
 };
 
 struct Packet {
-    bool operator<(const Packet& other) const {  // the earliest is on top of a priority queue
+    bool operator<(const Packet& other) const {  // puts the earliest on top of a priority queue
         return std::tie(other.due, other.number) < std::tie(due, number);
     }
 
@@ -145,8 +145,8 @@ Nanoseconds fromMilliseconds(double value) {
     return std::llround(value * 1e6);
 }
 
-/// One direction of the link. A packet waits in the queue, takes its time at the bottleneck, may be
-/// lost there (as on a radio link, a lost packet has used the link), and travels.
+/// One direction of the link. A packet waits in the queue, is transmitted at the bottleneck's rate,
+/// may then be lost (as on a radio link, a lost packet has used the link), and is delayed.
 class Direction {
   public:
     Direction(const Conditions& conditions, std::uint64_t salt, int from, int to)
@@ -155,7 +155,7 @@ class Direction {
           _to(to),
           _random(2 * static_cast<std::uint64_t>(conditions.seed) + salt) {}
 
-    /// Takes what the source has sent, up to a batch.
+    /// Reads up to a batch of packets from the source.
     void receive() {
         for (int i = 0; i < kBatch; i++) {
             const ssize_t size = ::read(_from, _input.data(), _input.size());
@@ -166,7 +166,7 @@ class Direction {
         }
     }
 
-    /// Hands out what is due.
+    /// Delivers the packets that are due.
     void deliver() {
         while (!_travelling.empty() && _travelling.top().due <= now()) {
             auto& packet = const_cast<Packet&>(_travelling.top());  // popped at once
@@ -177,7 +177,7 @@ class Direction {
         }
     }
 
-    /// When the next packet is due; the end of time when there is none.
+    /// When the next packet is due; INT64_MAX if there is none.
     Nanoseconds due() const { return _travelling.empty() ? INT64_MAX : _travelling.top().due; }
 
     const std::array<Counters, 3>& counters() const { return _counters; }
@@ -200,7 +200,7 @@ class Direction {
         _storage.push_back(std::move(packet));
     }
 
-    /// Computes when the bottleneck will have sent the packet; false when the queue is full.
+    /// Computes when the bottleneck will have sent the packet; false if the queue is full.
     bool enterQueue(std::size_t size, Nanoseconds time) {
         while (!_queue.empty() && _queue.front() <= time) {
             _queue.pop_front();
@@ -229,7 +229,7 @@ class Direction {
         return 1 + std::geometric_distribution<std::uint64_t>(1 / _is.burst)(_random);
     }
 
-    /// When the packet that the bottleneck sends last arrives.
+    /// The arrival time of the packet that entered the queue last.
     Nanoseconds arrival() {
         Nanoseconds due = _sent + fromMilliseconds(_is.delay);
         if (_is.jitter > 0) {
@@ -257,7 +257,7 @@ class Direction {
     std::array<Counters, 3> _counters;
     std::deque<Nanoseconds> _queue;  // when each packet in it will have been sent
     std::priority_queue<Packet> _travelling;
-    std::vector<std::vector<char>> _storage;  // memory of packets that are gone
+    std::vector<std::vector<char>> _storage;  // reused memory of delivered packets
     Nanoseconds _sent = 0, _lastDue = 0;
     std::uint64_t _sequence = 0, _leftOfBurst = 0;
 };
@@ -271,7 +271,7 @@ double toValue(const std::string& text) {
     return value;
 }
 
-/// Reads the options into what holds from A to B and from B to A.
+/// Parses the options: the conditions from A to B, and those from B to A.
 std::array<Conditions, 2> parse(int count, char** arguments) {
     std::array<Conditions, 2> both;
     for (int i = 0; i < count; i += 2) {
@@ -288,8 +288,8 @@ std::array<Conditions, 2> parse(int count, char** arguments) {
     return both;
 }
 
-/// Carries packets until a signal. Between two looks at the signal's mark none can come, as only
-/// the wait lets them in.
+/// Forwards packets until a signal arrives. Signals are blocked except in ppoll(), so that none is
+/// missed between the check of `stopped` and the wait.
 void carry(std::array<Direction, 2>& link, pollfd (&devices)[2], const sigset_t& waiting) {
     while (stopped == 0) {
         const Nanoseconds left =
@@ -326,7 +326,8 @@ void print(const char* name, const Direction& direction, const char* end) {
     std::printf("}%s", end);
 }
 
-/// Blocks the signals that end the program, except while it waits; the mask of the wait.
+/// Blocks the signals that end the program. Returns the signal mask for ppoll(), which lets them
+/// in.
 sigset_t stopBySignals() {
     sigset_t ending, waiting;
     sigemptyset(&ending);
@@ -338,7 +339,7 @@ sigset_t stopBySignals() {
     return waiting;
 }
 
-/// Wakes in time although others want the processor, as the kernel's own emulators do.
+/// Requests real-time scheduling, so that packets are on time when the processor is busy.
 void becomeUrgent() {
     ::prctl(PR_SET_TIMERSLACK, 1);
     sched_param parameters{};

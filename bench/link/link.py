@@ -2,13 +2,13 @@
 """link [OPTION VALUE]... -- COMMAND-A --- COMMAND-B: runs two commands, each in a network namespace of
 its own, with an emulated link between them. Needs root.
 
-A has the addresses 10.77.0.1 and fd77::1, B has 10.77.0.2 and fd77::2. B starts first. When A ends, B has
-the grace to end by itself and gets SIGTERM then. Standard input goes to A. Everything is removed at the end,
+A has the addresses 10.77.0.1 and fd77::1, B has 10.77.0.2 and fd77::2. B starts first. If B has not ended by
+itself within the grace period after A, it gets SIGTERM. Standard input goes to A. Everything is removed at the end,
 after a failure or a signal as well. The exit code is A's, or B's if A's is 0 and B ended by itself.
 
   --rtt MS, --delay MS, --jitter MS, --jitter-order 0|1, --loss PERCENT, --burst PACKETS, --gilbert 0|1,
   --rate MBIT, --queue PACKETS, --reorder PERCENT, --reorder-by MS, --block-udp 0|1, --seed NUMBER
-                   of both directions, or X,Y of A to B and B to A; see link.cpp
+                   for both directions, or X,Y for A to B and B to A; see link.cpp
   --mtu BYTES      1500 by default; there is no IPv6 below 1280
   --head-start S   how long B runs before A starts: 0.5 by default
   --grace S        10 by default
@@ -27,7 +27,7 @@ OWN = {"mtu": "1500", "head-start": "0.5", "grace": "10", "counters": ""}
 
 
 def emulator():
-    """The program: as the environment names it, or built here."""
+    """The path of the program: $NIVUR_LINK, or built here."""
     named = os.environ.get("NIVUR_LINK")
     if named:
         return named
@@ -37,7 +37,7 @@ def emulator():
 
 class Link:
     """Two network namespaces and the link between them: `with Link({"rtt": 20, "loss": "5,0"}) as link`.
-    After the block `counters` has what the emulator counted."""
+    After the block, `counters` has the emulator's counters."""
 
     def __init__(self, conditions, mtu=1500):
         self.conditions, self.mtu = conditions, mtu
@@ -71,21 +71,21 @@ class Link:
             self._configure(name, *ADDRESSES[side])
 
     def _configure(self, name, v4, v6):
-        # A long device queue: packets are lost in the emulator only, which counts them.
+        # The device queue is long, so that packets are lost only in the emulator, which counts them.
         lines = ["link set lo up", f"link set link0 mtu {self.mtu} txqueuelen 20000 up", f"addr add {v4}/24 dev link0"]
         if self.mtu >= 1280:
             lines.append(f"addr add {v6}/64 dev link0 nodad")
         subprocess.run(["ip", "-n", name, "-batch", "-"], input="\n".join(lines), text=True, check=True)
 
     def start(self, side, command, **options):
-        """Starts a command on side "a" or "b", in a process group of its own, which ends with the link."""
+        """Starts a command on side "a" or "b", in a process group of its own, which is ended with the link."""
         process = subprocess.Popen(["ip", "netns", "exec", self.names[side], *command],
                                    start_new_session=True, **options)
         self.running.append(process)
         return process
 
     def device_drops(self):
-        """Packets that were lost on the way to the emulator; there should be none."""
+        """The number of packets lost before the emulator; there should be none."""
         drops = 0
         for name in self.names.values():
             shown = subprocess.run(["ip", "-n", name, "-s", "-j", "link", "show", "link0"], capture_output=True, text=True)
@@ -136,7 +136,7 @@ def summary(counters):
 
 
 def parse(arguments):
-    """The options, and the two commands."""
+    """Returns the options and the two commands."""
     own, conditions = dict(OWN), {}
     while arguments and arguments[0] != "--":
         name = arguments[0].removeprefix("--")

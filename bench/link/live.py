@@ -1,4 +1,4 @@
-"""Live streams over the emulated link: the share handed out in time, the delay, what it costs."""
+"""Live streams over the emulated link: the share handed out in time, the delay, and the cost."""
 import os
 import signal
 import subprocess
@@ -6,7 +6,7 @@ import time
 
 from link import Link
 
-RATE, WARM_UP = 8.0, 2.0  # Mbit/s; seconds that are sent first and not counted
+RATE, WARM_UP = 8.0, 2.0  # Mbit/s; the first seconds, which are not counted
 CHUNK = 1316
 IN_TIME = 5.0  # ms beyond the latency
 HEARD, TAKEN, GIVEN = 7000, 5000, 5001  # ports: of the receiver, of the sender's input, of the sink
@@ -35,7 +35,7 @@ def srt_commands(latency):
     common = ["srt-live-transmit", "-q", f"-chunk:{CHUNK}"]
     return {"receive": [*common, f"srt://10.77.0.2:{HEARD}?mode=listener&{options}", f"udp://127.0.0.1:{GIVEN}"],
             "send": [*common, f"udp://:{TAKEN}", f"srt://10.77.0.2:{HEARD}?mode=caller&{options}"],
-            "udp": True}  # it is some ms later through pipes
+            "udp": True}  # with pipes its delay is some ms longer
 
 
 def rist_commands(latency):
@@ -46,14 +46,14 @@ def rist_commands(latency):
 
 
 def commands(who, latency, one_way, tools):
-    """Peers count their latency from arrival: theirs is lower by the mean way, so that all promise the same."""
+    """Peers count their latency from arrival: theirs is set lower by the mean one-way delay, so that all promise the same."""
     if who == "mirror":
         return mirror_commands(tools["mirror"], latency, tools["key"])
     return {"srt": srt_commands, "rist": rist_commands}[who](int(latency - one_way))
 
 
 def processor_seconds(process):
-    """What the process has used, which is told to end unless it has ended with its input."""
+    """Ends the process if it has not ended with its input, and returns its processor time."""
     deadline = time.monotonic() + 2
     ended, status, usage = os.wait4(process.pid, os.WNOHANG)
     while not ended:
@@ -65,7 +65,7 @@ def processor_seconds(process):
 
 
 def stream_by_pipes(link, ends, seconds, tools, arrivals):
-    """The ends read from standard input and write to standard output, and end with the source."""
+    """Streams through standard input and output. The ends exit after the source."""
     quiet = {"stderr": subprocess.DEVNULL}
     receiver = link.start("b", ends["receive"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, **quiet)
     sink = link.start("b", [tools["stream"], "sink"], stdin=receiver.stdout, stdout=arrivals)
@@ -81,7 +81,7 @@ def stream_by_pipes(link, ends, seconds, tools, arrivals):
 
 
 def stream_by_datagrams(link, ends, seconds, tools, arrivals):
-    """The ends take the stream from a port and give it to one."""
+    """Streams to a UDP port of the sender and from the receiver to another one."""
     quiet = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
     sink = link.start("b", [tools["stream"], "sink", str(GIVEN)], stdout=arrivals)
     receiver = link.start("b", ends["receive"], **quiet)

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""report.py RESULTS REMARKS.json DOCS: writes DOCS/links.md and DOCS/links/*.svg, with the medians of what run.py measured."""
+"""report.py RESULTS REMARKS.json DOCS: writes DOCS/links.md and DOCS/links/*.svg, from the medians of the results
+of run.py."""
 import json
 import math
 import os
@@ -15,7 +16,7 @@ COLOURS = {"mirror": "#2e7d32", "srt": "#1565c0", "rist": "#6a1b9a", "cubic": "#
 
 
 def read(path):
-    """{(kind, row, who): [result]}; a figure that one of the results lacks has no median."""
+    """Returns {(kind, row, who): [result]}. A figure that one of the results lacks has no median."""
     runs = {}
     with open(path, encoding="utf-8") as file:
         for line in file:
@@ -34,7 +35,7 @@ def shown(value, form):
 
 
 def percent(value):
-    """As many digits as it takes to see what is missing."""
+    """Shows enough digits to tell the share from 100 %."""
     if value is None:
         return ""
     return "100 %" if value == 1 else f"{100 * value:.2f} %" if value > 0.99 else f"{100 * value:.1f} %"
@@ -92,7 +93,7 @@ class Picture:
         self.parts.append(f'<text x="{x:.1f}" y="{y:.1f}" text-anchor="{anchor}">{escape(text)}</text>')
 
     def rectangle(self, start, end, who, inset=0):
-        """From and to shares of the width."""
+        """`start` and `end` are shares of the width."""
         self.parts.append(f'<rect x="{self.left + start * self.unit:.1f}" y="{self.y + 2 + inset}" '
                           f'width="{max(1.5, (end - start) * self.unit):.1f}" height="{self.bar - 3 - 2 * inset}" '
                           f'fill="{COLOURS[who]}"/>')
@@ -141,7 +142,7 @@ def draw_delays(runs, path):
 
 
 def draw_shares(runs, path):
-    picture = Picture("share of the link's rate that the bytes of the file have had, from the start until the copy is there")
+    picture = Picture("the file's share of the link's rate, from the start until the copy is complete")
     for row in files.ROWS:
         there = contenders(runs, "files", row)
         if there:
@@ -161,13 +162,13 @@ def best(runs, key, who, name, choose):
 
 
 def spread(runs, rows, kind, who, name, form):
-    """From the least to the largest median over the rows."""
+    """The range of the medians of all rows, as text."""
     values = [value for row in rows if (value := median(runs, (kind, row, who), name)) is not None]
     return f"{form.format(min(values))} to {form.format(max(values))}" if values else "nothing"
 
 
 def ranking(runs, kind, rows, peers, name, choose, tolerance, worth=lambda value: value):
-    """In which rows mirror is ahead of the best of the peers, level with it, and behind, as text."""
+    """The rows in which mirror is ahead of the best peer, level with it, and behind, as text."""
     places = {"ahead": [], "level": [], "behind": []}
     for row in rows:
         own, other = median(runs, (kind, row, "mirror"), name), best(runs, (kind, row), peers, name, choose)
@@ -179,7 +180,7 @@ def ranking(runs, kind, rows, peers, name, choose, tolerance, worth=lambda value
 
 
 def summary(runs, remarks):
-    """Ten lines: where mirror is ahead, level and behind, as measured, and why."""
+    """Ten lines that say where mirror is ahead, level and behind, and why."""
     def against(peers, rows):
         ratios = {row: other / own for row in rows if (own := median(runs, ("files", row, "mirror"), "seconds"))
                   and (other := best(runs, ("files", row), peers, "seconds", min))}
@@ -196,16 +197,16 @@ def summary(runs, remarks):
     shares = ", ".join(f"{percent(median(runs, ('shared', row, 'mirror'), 'share of link'))} and the flow "
                        f"{percent(median(runs, ('shared', row, 'mirror'), 'share of the flow'))} ({row})" for row in files.SHARED_ROWS
                        if ("shared", row, "mirror") in runs)
-    lines = ["Live, share in time, beside the better of srt and rist (level: within 0.1 %): "
+    lines = ["Live, share in time, compared with the better of srt and rist (level: within 0.1 %): "
              + ranking(runs, "live", live.ROWS, ("srt", "rist"), "in time", max, 0.001) + ".",
-             f"Live, p99 of the delay beyond the latency at worst: {late}.",
-             f"Live, bytes a byte: {costs['bytes a byte']}.",
-             f"Live, processor seconds a second: {costs['processor']}.",
-             "Files, time beside the better of cubic and bbr (level: within 5 %): "
+             f"Live, worst p99 of the delay beyond the latency: {late}.",
+             f"Live, bytes per byte of the stream: {costs['bytes a byte']}.",
+             f"Live, processor seconds per second of the stream: {costs['processor']}.",
+             "Files, time compared with the better of cubic and bbr (level: within 5 %): "
              + ranking(runs, "files", files.ROWS, ("cubic", "bbr"), "share of link", max, math.log(1.05), math.log) + ".",
-             f"Files without loss, speed as a multiple of the better of cubic and bbr: {against(('cubic', 'bbr'), clean)}.",
-             f"Files with loss, as a multiple of bbr: {against(('bbr',), lossy)}; of cubic: {against(('cubic',), lossy)}.",
-             f"Beside a TCP flow mirror has {shares}.", *remarks["why"]]
+             f"Files without loss, speed as a multiple of that of the better of cubic and bbr: {against(('cubic', 'bbr'), clean)}.",
+             f"Files with loss, speed as a multiple of that of bbr: {against(('bbr',), lossy)}; of cubic: {against(('cubic',), lossy)}.",
+             f"Beside a TCP flow, mirror gets {shares}.", *remarks["why"]]
     return "\n".join(f"- {line}" for line in lines)
 
 
@@ -216,8 +217,8 @@ def machine(runs):
         used = control.read().strip()
     counts = sorted({len(results) for results in runs.values()})
     times = f"{counts[0]} to {counts[-1]} runs" if len(counts) > 1 else "one run" if counts == [1] else f"{counts[0]} runs"
-    return (f"Measured on {os.cpu_count()} CPUs ({', '.join(sorted(models))}), {times} of a row, medians. "
-            f"rsync ran over TCP with {used}, the system's choice.")
+    return (f"Measured on {os.cpu_count()} CPUs ({', '.join(sorted(models))}), {times} per row; the figures are medians. "
+            f"rsync ran over TCP with {used}, the system's default.")
 
 
 def main():
@@ -230,9 +231,9 @@ def main():
     draw_shares(runs, f"{docs}/links/files.svg")
     page = [remarks["title"], summary(runs, remarks), remarks["head"], machine(runs),
             "## Live streams", "![Delays of live streams](links/live.svg)", remarks["live"],
-            table(["Link", "", "In time", "Handed out", "p01, ms", "p50, ms", "p99, ms", "Bytes a byte", "Processor"], live_rows(runs)),
+            table(["Link", "", "In time", "Handed out", "p01, ms", "p50, ms", "p99, ms", "Bytes per byte", "Processor"], live_rows(runs)),
             "## Files", "![Shares of the link](links/files.svg)", remarks["files"],
-            table(["Link", "", "Seconds", "Of the link", "Sent a byte", "Arrived a byte", "Back a byte"], file_rows(runs)),
+            table(["Link", "", "Seconds", "Of the link", "Sent per byte", "Arrived per byte", "Back per byte"], file_rows(runs)),
             "## Files beside a TCP flow", remarks["shared"],
             table(["Link", "", "Seconds", "Of the link", "The flow's share"], shared_rows(runs))]
     with open(f"{docs}/links.md", "w", encoding="utf-8") as file:

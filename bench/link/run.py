@@ -16,7 +16,7 @@ LIVE = ["mirror", "srt", "rist"]
 
 
 def tools(work):
-    """What the measurements use: programs, a place for files, and a key for both ends of mirror."""
+    """The programs, a directory for files, and a key for both ends of mirror."""
     build = f"{REPOSITORY}/build/release"
     found = {"work": work, "mirror": os.environ.get("MIRROR", f"{build}/examples/mirror"), "key": f"{work}/key",
              "stream": os.environ.get("NIVUR_STREAM", f"{build}/bench/link/nivur_stream")}
@@ -26,7 +26,7 @@ def tools(work):
 
 
 def busy():
-    """Seconds that the processors have worked for processes, all together."""
+    """The processor time of all processes so far, in seconds."""
     with open("/proc/stat", encoding="utf-8") as file:
         user, nice, system = (int(field) for field in file.readline().split()[1:4])
     return (user + nice + system) / os.sysconf("SC_CLK_TCK")

@@ -1,5 +1,5 @@
 """Mirrors a screen over an emulated link that loses packets, with a round trip of 20 ms, and measures the delay from
-one screen to the other with a clock that is seen on both. Needs root, for the link."""
+one screen to the other with a clock that both show. Needs root, for the link."""
 import argparse
 import contextlib
 import os
@@ -24,7 +24,7 @@ PLAY = ["-fflags", "nobuffer", "-flags", "low_delay", "-probesize", "32768", "-a
 
 
 class Stage:
-    """Starts programs that end with it."""
+    """Starts programs, which end with this object."""
 
     def __init__(self, stack):
         self.stack = stack
@@ -36,7 +36,7 @@ class Stage:
         return process
 
     def screen(self):
-        """A display of an X server of its own, which chooses a free number."""
+        """Starts an X server, which chooses a free display number."""
         out, into = os.pipe()
         self.start(["Xvfb", "-displayfd", str(into), "-screen", "0", f"{SIZE[0]}x{SIZE[1]}x24", "-nolisten", "tcp"],
                    pass_fds=[into])
@@ -46,7 +46,7 @@ class Stage:
 
 
 def transport(tcp, work):
-    """The commands of the sender and the receiver."""
+    """Returns the commands of the sender and the receiver."""
     if tcp:
         return (["socat", "-u", "-", "TCP:10.77.0.2:7000,nodelay"], ["socat", "-u", "TCP-LISTEN:7000", "-"])
     mirror, key = os.environ.get("MIRROR", f"{REPOSITORY}/build/release/examples/mirror"), f"{work}/key"
@@ -58,7 +58,7 @@ def transport(tcp, work):
 
 
 def mirror_screen(stage, link, source, target, ends):
-    """Captures, encodes, sends, receives, decodes and shows."""
+    """Starts the programs that capture, encode, send, receive, decode and show the screen."""
     send, receive = ends
     said = {"stderr": sys.stderr}
     receiver = link.start("b", receive, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, **said)
@@ -85,12 +85,12 @@ def wait_for_picture(screen, processes):
 
 
 def later(one, other):
-    """Milliseconds from one clock to the other, which may have come round."""
+    """The milliseconds from one clock to the other. Clocks wrap around."""
     return (one - other) % (1 << screen_clock.BITS)
 
 
 def measure(source, target, seconds):
-    """The delays that are seen, and how many looks found no readable clock."""
+    """Returns the observed delays, and how often a clock was unreadable."""
     delays, unreadable = [], 0
     end = time.monotonic() + seconds
     while time.monotonic() < end:
@@ -99,12 +99,12 @@ def measure(source, target, seconds):
             unreadable += 1
         else:
             delays.append(later(shown, mirrored))
-        time.sleep(0.0371)  # no multiple of a frame's time
+        time.sleep(0.0371)  # not a multiple of the frame interval
     return sorted(delays), unreadable
 
 
 def beside(left, right, width):
-    """Two pictures side by side, row by row, as red, green and blue."""
+    """Yields the rows of two pictures side by side, as red, green and blue bytes."""
     for at in range(0, len(left), width * 4):
         row = left[at:at + width * 4] + bytes(16) + right[at:at + width * 4]
         rgb = bytearray(len(row) // 4 * 3)
@@ -123,7 +123,7 @@ def write_png(path, rows):
 
 
 def take_picture(source, target, path):
-    """Both screens at one moment, side by side, with their clocks' difference above them."""
+    """Both screens at one moment, side by side, with the difference of their clocks above."""
     for _ in range(100):
         left, right = source.pixels(), target.pixels()
         clocks = source.clock(left), target.clock(right)
@@ -170,10 +170,10 @@ def main():
     with contextlib.ExitStack() as stack:
         delays, unreadable, link = run(stack, given)
     udp = link.counters["a_to_b"]["tcp" if given.tcp else "udp"]
-    print(f"From glass to glass, in {len(delays)} looks: median {statistics.median(delays):.0f} ms, "
-          f"from {delays[0]} to {delays[-1]} ms, p99 {delays[int(len(delays) * 0.99)]} ms; {unreadable} looks found no clock.")
+    print(f"Delay from screen to screen, {len(delays)} samples: median {statistics.median(delays):.0f} ms, "
+          f"from {delays[0]} to {delays[-1]} ms, p99 {delays[int(len(delays) * 0.99)]} ms; {unreadable} samples without a clock.")
     print(f"The link carried {udp['in']['packets']} packets and lost {udp['lost']['packets']} of them.")
-    print(f"{given.picture}: the screen and what the mirror showed at the same moment.")
+    print(f"{given.picture}: both screens at the same moment.")
 
 
 if __name__ == "__main__":

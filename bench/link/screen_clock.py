@@ -9,14 +9,14 @@ LEFT, BOTTOM = 8, 8  # distances from the edges of the screen
 
 
 def code(milliseconds):
-    """The bits of a Gray code, of which one changes at a time, and after them their opposites."""
+    """The bits of a Gray code, of which only one changes at a time, followed by their complements."""
     gray = milliseconds ^ milliseconds >> 1
     bits = [gray >> place & 1 for place in reversed(range(BITS))]
     return bits + [1 - bit for bit in bits]
 
 
 def decode(bits):
-    """The milliseconds; None when the two halves do not fit each other."""
+    """Decodes the milliseconds; None if the two halves are not complements."""
     if any(bit == opposite for bit, opposite in zip(bits[:BITS], bits[BITS:])):
         return None
     value = 0
@@ -58,7 +58,7 @@ class Screen:
         return self.screen.root.get_image(*area, X.ZPixmap, 0xFFFFFFFF).data
 
     def clock(self, frame=None):
-        """What the clock says, on the screen or in a picture of all of it; None when it cannot be read."""
+        """The time that the clock shows on the screen, or in a picture of the whole screen; None if unreadable."""
         top, middle = self.size[1] - BOTTOM - HEIGHT + BLOCK // 2, BLOCK // 2
         if frame is None:
             row = self.pixels(LEFT, top, WIDTH, 1)

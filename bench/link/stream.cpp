@@ -1,5 +1,5 @@
-/// nivur_stream: a live stream made on the spot, and the check of what arrives of it. The two ends
-/// run on one machine and so have one clock.
+/// nivur_stream: generates a live stream, and checks the received one. Both ends run on one machine
+/// and so use the same clock.
 
 #include <arpa/inet.h>
 #include <sys/prctl.h>
@@ -39,7 +39,7 @@ std::int64_t now() {
     return time.tv_sec * std::int64_t{1000000000} + time.tv_nsec;
 }
 
-/// The head of a chunk. What follows is derived from the number.
+/// The header of a chunk. The rest of the chunk is derived from `number`.
 struct Stamp {
     std::uint8_t sync[4];
     std::uint32_t number;
@@ -55,7 +55,7 @@ void fill(Chunk& chunk, std::uint32_t number, std::int64_t sent) {
         byte = static_cast<std::uint8_t>(state >> 24);
     }
     for (std::size_t i = 0; i < kChunk; i += kTransportPacket) {
-        chunk[i] = 0x47;  // sync byte, and the rest of a header: payload without a PID of its own
+        chunk[i] = 0x47;  // sync byte and the rest of a header: payload, PID 0x100
         chunk[i + 1] = 0x01;
         chunk[i + 2] = 0x00;
         chunk[i + 3] = 0x10;
@@ -105,7 +105,7 @@ struct Arrival {
     std::int64_t delay;  // in nanoseconds
 };
 
-/// Collects chunks from a stream of bytes or datagrams.
+/// Splits a stream of bytes or datagrams into chunks and checks them.
 class Sink {
   public:
     void take(const std::uint8_t* bytes, std::size_t size) {
@@ -166,7 +166,7 @@ int sink(const char* port) {
     return 0;
 }
 
-/// SIGTERM ends a read, as the handler is installed without SA_RESTART.
+/// Makes SIGTERM interrupt a read: the handler is installed without SA_RESTART.
 void stopBySignal() {
     struct sigaction action {};
     action.sa_handler = [](int) { stopped = 1; };

@@ -7,21 +7,21 @@
 
 namespace mirror {
 
-/// Where an end listens: a numeric address and a port, the same for TCP and UDP.
+/// The address on which an end listens: a numeric IP address and a port, the same for TCP and UDP.
 struct Address {
     std::string ip;
     uint16_t port = 0;
 
-    /// Reads "127.0.0.1:7000" or "[::1]:7000"; nothing for other text.
+    /// Parses "127.0.0.1:7000" or "[::1]:7000"; nullopt for other text.
     static std::optional<Address> parse(const std::string& text);
 
-    /// As parse() reads it.
+    /// In the format that parse() reads.
     std::string text() const;
 
-    /// Whether only this host can be reached there.
+    /// Whether it is a loopback address.
     bool isLoopback() const;
 
-    /// The address that a socket which talks to this one is bound to: any of the same family.
+    /// The wildcard address of the same family, to bind a local socket to.
     std::string anyLocal() const { return isIPv6() ? "::" : "0.0.0.0"; }
 
   private:

@@ -9,14 +9,14 @@
 
 namespace mirror {
 
-/// A timer on a loop with the resolution of microseconds, which a loop's own timers do not have: a
-/// descriptor of the system, watched. One is set again and again for all that waits. On the loop.
+/// A one-shot timer with microsecond resolution, which a loop's own timers do not have: the loop
+/// watches a timerfd. It can be set any number of times. Used on the loop's thread.
 class Alarm : public NIVUR::NoCopyable {
   public:
     Alarm(NIVUR::RunLoop& loop, std::function<void()> onDue);
     ~Alarm();
 
-    /// Calls `onDue` once, at that time of SystemUtil's clock, in place of an earlier setting.
+    /// Calls `onDue` once, at that time of SystemUtil's clock. Replaces an earlier setting.
     void set(uint64_t dueUs);
     void cancel();
 

@@ -9,7 +9,8 @@
 
 namespace mirror {
 
-/// A running 64-bit FNV-1a hash (Fowler, Noll, Vo), enough to tell two files apart by accident.
+/// A running 64-bit FNV-1a hash (Fowler, Noll, Vo), enough to detect accidental differences of two
+/// files.
 class Checksum {
   public:
     void add(const char* data, size_t size) {

@@ -11,8 +11,11 @@
 
 namespace mirror {
 
-/// Puts chunks back into their order, and knows which are missing. It holds at most one window of
-/// them. On one loop.
+/// Reorders chunks and tracks the missing ones. A ring of `size` slots: the chunk with an index is
+/// in slot index % size. Used on one thread.
+///
+///     base()        firstMissing()            end()         base() + size()
+///     |  arrived    |  arrived or missing     |  unknown, perhaps not sent
 class ChunkWindow {
   public:
     using Body = NIVUR::SharedPtr<NIVUR::Buffer>;
@@ -21,41 +24,42 @@ class ChunkWindow {
 
     unsigned int size() const { return static_cast<unsigned int>(_slots.size()); }
 
-    /// The first chunk that was not popped, the first that has not come, and the end of those that
-    /// were sent.
+    /// The first chunk that was not popped, the first that has not arrived, and the end of those
+    /// that are known to have been sent.
     uint64_t base() const { return _base; }
     uint64_t firstMissing() const { return _firstMissing; }
     uint64_t end() const { return _end; }
 
     bool isInside(uint64_t index) const { return index >= _base && index < _base + _slots.size(); }
 
-    /// Whether a chunk that is inside has come.
+    /// Whether a chunk inside the window has arrived.
     bool has(uint64_t index) const { return static_cast<bool>(slot(index).body); }
 
-    /// A chunk that is inside and has come.
+    /// REQUIRES: isInside(index) and has(index).
     const NIVUR::Buffer& at(uint64_t index) const { return *slot(index).body; }
 
-    /// When it was noticed that a chunk that is inside is missing; 0 if it was not.
+    /// When the window detected that this chunk is missing; 0 if it is not. REQUIRES:
+    /// isInside(index).
     uint64_t missingSinceUs(uint64_t index) const {
         return index < _end && !has(index) ? slot(index).missingSinceUs : 0;
     }
 
-    /// Takes over a chunk that is inside and has not come before.
+    /// Stores a chunk. REQUIRES: isInside(index) and not has(index).
     void add(uint64_t index, Body body, uint64_t nowUs);
 
-    /// Learns that all chunks before `end` were sent; whether one more is missing now.
+    /// Notes that all chunks before `end` were sent. Returns whether more chunks are missing now.
     bool expect(uint64_t end, uint64_t nowUs);
 
-    /// The first chunk, lent; null while it is missing.
+    /// The first chunk, which the window keeps; null while it is missing.
     const NIVUR::Buffer* first() const { return slot(_base).body.get(); }
 
-    /// Lets go of the first chunk, whether it has come or not, and returns it.
+    /// Removes and returns the first chunk; an empty pointer if it has not arrived.
     Body pop();
 
-    /// Lets go of the chunks before `end`, up to the first that has come.
+    /// Removes the missing chunks before `end`, up to the first chunk that has arrived.
     void giveUp(uint64_t end);
 
-    /// Up to `max` runs of chunks that have been missing since that time or longer, in order.
+    /// Up to `max` runs of chunks that are missing since `sinceUs` or longer, in order.
     std::vector<Feedback::Gap> gaps(size_t max, uint64_t sinceUs) const;
 
   private:

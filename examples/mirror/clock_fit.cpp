@@ -8,8 +8,8 @@ namespace {
 
 constexpr uint64_t kIntervalUs = 1'000'000;
 constexpr size_t kMaxPoints = 30;
-constexpr double kErrorUs = 200;       // of a point, at best
-constexpr double kUsualDrift = 50e-6;  // of two crystals
+constexpr double kErrorUs = 200;       // the least error of a point
+constexpr double kUsualDrift = 50e-6;  // between two quartz clocks
 
 }  // namespace
 
@@ -40,14 +40,14 @@ uint64_t ClockFit::exchanges() const {
     return count;
 }
 
-/// What a point's round trip takes more than the fastest may be all on one way: its error is half
-/// of it.
+/// The time by which a point's round trip exceeds the fastest may be spent in one direction: the
+/// error of its offset is half of that time.
 double ClockFit::weightOf(const Point& point) const {
     const double error = kErrorUs + static_cast<double>(point.roundTripUs() - _fastestUs) / 2;
     return 1 / (error * error);
 }
 
-/// The weighted sum of what `value` gives for the points.
+/// The weighted sum of `value` over the points.
 template <class Value>
 double ClockFit::sum(Value value) const {
     double result = 0;
@@ -57,8 +57,8 @@ double ClockFit::sum(Value value) const {
     return result;
 }
 
-/// A weighted least-squares line, which is kept as flat as crystals usually are (ridge regression):
-/// in a short time drift cannot be told from noise.
+/// A weighted least-squares line whose slope is regularized by the usual drift of clocks (ridge
+/// regression), because drift is indistinguishable from noise over a short time.
 int64_t ClockFit::offsetUs(uint64_t nowUs) const {
     if (!isKnown()) {
         return 0;

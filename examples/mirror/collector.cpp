@@ -75,8 +75,8 @@ void Collector::takeData(Packet packet) {
     _chunks.add(index, std::move(packet.body), nowUs);
 }
 
-/// Gives up missing chunks of a stream that has run ahead. Those that have come keep their place
-/// until they are due.
+/// Gives up missing chunks of a stream that has run ahead, to make room for chunk `index`. Chunks
+/// that have arrived stay until they are due.
 void Collector::makeRoom(uint64_t index) {
     const uint64_t before = uint64_t{_chunks.size()} - 1;
     _chunks.giveUp(index - std::min(index, before));
@@ -95,15 +95,15 @@ void Collector::takeTiming(const Packet& packet) {
     _tellUs = timing->wantsAnswer ? nowUs : _tellUs;
 }
 
-/// What is missing from a stream is told as soon as it cannot be merely late.
+/// Missing chunks of a stream are reported as soon as reordering cannot explain their absence.
 void Collector::notice(bool isMissing, uint64_t nowUs) {
     if (isMissing && _isLive) {
         _tellUs = std::min(_tellUs, nowUs + _reorderingUs);
     }
 }
 
-/// A chunk that was noticed to be missing has come without being sent again: packets overtake one
-/// another on the way, by so much at least.
+/// A chunk that counted as missing has arrived without being sent again: the network reorders
+/// packets by at least this time.
 void Collector::noticeReordering(uint64_t lateUs, uint64_t nowUs) {
     if (lateUs >= _reorderingUs * 3 / 4 || nowUs - _reorderedUs > kForgetReorderingUs) {
         _reorderingUs = std::min(kMaxReorderingUs, lateUs + lateUs / 4 + 100);

@@ -13,43 +13,43 @@
 
 namespace mirror {
 
-/// Takes the sender's datagrams, puts their chunks into order, and tells the sender what has
-/// arrived and what is missing. It never sends unless something has arrived. On one loop.
+/// Receives the sender's datagrams, reorders their chunks, and sends feedback on which chunks have
+/// arrived and which are missing. It sends nothing unless something has arrived. Used on one loop.
 class Collector : public NIVUR::NoCopyable {
   public:
     struct Counts {
-        uint64_t packets = 0;  // of the sender, of any kind
+        uint64_t packets = 0;  // from the sender, of any kind
         uint64_t wireBytes = 0;
-        uint64_t bytes = 0;       // of chunks that were taken
-        uint64_t chunks = 0;      // that were taken
-        uint64_t recovered = 0;   // those of them that had to be sent again
-        uint64_t duplicates = 0;  // chunks that were here already
-        uint64_t ignored = 0;     // datagrams that fit nowhere
+        uint64_t bytes = 0;       // of accepted chunks
+        uint64_t chunks = 0;      // accepted chunks
+        uint64_t recovered = 0;   // accepted chunks that had been sent again
+        uint64_t duplicates = 0;  // chunks that had arrived before
+        uint64_t ignored = 0;     // invalid datagrams, and chunks beyond the window
     };
 
-    /// A live one tells at once what is missing, and confirms what has arrived; another confirms
-    /// what was popped.
+    /// If `isLive`, it reports missing chunks at once and confirms chunks that have arrived;
+    /// otherwise it confirms chunks that were popped.
     Collector(NIVUR::RunLoop& loop, DatagramPath& path, unsigned int window, bool isLive);
 
     ChunkWindow& chunks() { return _chunks; }
     const ChunkWindow& chunks() const { return _chunks; }
     const Counts& counts() const { return _counts; }
 
-    /// What the sender has told last.
+    /// The sender's last timing datagram.
     const Timing& timing() const { return _timing; }
 
-    /// The highest number of packets that can be known to have been sent.
+    /// How many packets the sender has sent, up to the newest that has arrived.
     uint64_t packetsSent() const { return _nextPacket; }
 
-    /// Takes a datagram; the chunk that it has brought is in chunks() then. A live window moves on
-    /// to where the sender is.
+    /// Handles a datagram, and adds its chunk to chunks(). If live, it gives up missing chunks to
+    /// make room.
     void take(Packet packet);
 
-    /// Tells the sender what is urgent, and the rest in a while: call it once all datagrams that
-    /// have arrived are taken.
+    /// Sends feedback that is due, or schedules it. Call it after take() of all datagrams that have
+    /// arrived.
     void report();
 
-    /// Tells the sender now.
+    /// Sends feedback now, if any datagram has arrived.
     void confirm();
 
   private:
@@ -67,11 +67,11 @@ class Collector : public NIVUR::NoCopyable {
     Counts _counts;
     Timing _timing;
     uint64_t _nextPacket = 0;
-    uint64_t _arrivedUs = 0;   // when the newest packet came
+    uint64_t _arrivedUs = 0;   // when the newest packet arrived
     unsigned int _untold = 0;  // packets since the last feedback
-    uint64_t _tellUs = 0;      // when the next is due; 0: nothing is untold
+    uint64_t _tellUs = 0;      // when the next feedback is due; 0: none is needed
     uint64_t _reorderingUs = 0;
-    uint64_t _reorderedUs = 0;  // when that was last needed
+    uint64_t _reorderedUs = 0;  // when _reorderingUs was last confirmed
 };
 
 }  // namespace mirror

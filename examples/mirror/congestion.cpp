@@ -14,20 +14,20 @@ constexpr uint64_t kSecondUs = 1'000'000;
 constexpr uint64_t kBandwidthRounds = 10;
 constexpr uint64_t kStreamSampleUs = 2 * kSecondUs;
 constexpr uint64_t kMaxRetryGapUs = 30 * kSecondUs;
-constexpr uint64_t kNoiseUs = 1000;  // of round trips, without a queue
+constexpr uint64_t kNoiseUs = 1000;  // variation of round trips without a queue
 constexpr uint64_t kStreamNoiseUs = 5000;
 constexpr double kStartupGain = 2.885;  // 2 / ln 2
 constexpr double kStartupWindowGain = 2;
-constexpr double kWindowGain = 1.4;  // leaves its share to a flow beside this one
+constexpr double kWindowGain = 1.4;  // low enough to leave a competing flow its share
 constexpr std::array<double, 8> kCycle = {1.25, 0.75, 1, 1, 1, 1, 1, 1};
 constexpr unsigned int kFullRounds = 3;
 constexpr double kFullGrowth = 1.25;
-constexpr uint64_t kFullLossShare = 4;  // losses by chance are fewer than one in four
+constexpr uint64_t kFullLossShare = 4;  // more than a quarter lost: a full queue, not chance
 constexpr uint64_t kMinPhaseUs = 2000;
 constexpr uint64_t kProbeAfterUs = 10 * kSecondUs;
 constexpr uint64_t kProbeUs = 200'000;
 
-// Feedback comes this late at most, and after so many packets at the latest.
+// The longest time, and the largest number of packets, between two feedbacks.
 constexpr uint64_t kFeedbackUs = 20'000;
 constexpr uint64_t kFeedbackPackets = 32;
 
@@ -56,8 +56,8 @@ void Congestion::update(const Flight::Report& report, const RoundTrip& roundTrip
     }
 }
 
-/// Keeps the largest rate of the last rounds in front. A stream seldom shows what the way could
-/// carry, so that its samples count for longer.
+/// Keeps the largest rate of the last rounds at the front (a monotonic queue). A stream seldom uses
+/// the whole bandwidth, so its samples are kept for longer.
 void Congestion::addSample(uint64_t rate, uint64_t nowUs) {
     while (!_samples.empty() && _samples.back().rate <= rate) {
         _samples.pop_back();
@@ -70,8 +70,8 @@ void Congestion::addSample(uint64_t rate, uint64_t nowUs) {
     }
 }
 
-/// The way is full once sending faster makes the queue longer and not more arrive, or most of the
-/// surplus is lost.
+/// The path is full when sending faster lengthens the queue but does not raise the delivery rate
+/// for three rounds, or when more than a quarter of a round's packets are lost.
 void Congestion::checkFull(const Flight::Report& report, const RoundTrip& roundTrip) {
     const auto grown = static_cast<double>(_fullRate) * kFullGrowth;
     if (static_cast<double>(bandwidth()) >= grown) {
@@ -91,8 +91,8 @@ bool Congestion::isQueueing(const RoundTrip& roundTrip) const {
     return roundTrip.smoothedUs() > _minUs + _minUs / 4 + noiseUs;
 }
 
-/// A stream that has to wait although there is no queue on the way may be held back by an estimate
-/// that was taken while it sent little: it starts anew, more and more seldom.
+/// A stream that is limited although there is no queue may suffer from an estimate that was
+/// measured while it sent little: it reenters STARTUP, at doubling intervals.
 void Congestion::retry(const Flight::Report& report, const RoundTrip& roundTrip, uint64_t nowUs) {
     if (_firstRate > 0 && !report.wasLimited && !isQueueing(roundTrip) && nowUs >= _retryUs) {
         _retryUs = nowUs + _retryGapUs;
@@ -107,7 +107,7 @@ void Congestion::enter(State state, uint64_t nowUs) {
     _state = state;
     _enteredUs = nowUs;
     _phaseUs = nowUs;
-    _phase = 2;  // the first of those that neither fill nor empty
+    _phase = 2;  // the first phase with gain 1
 }
 
 void Congestion::advance(uint64_t inFlight, uint64_t nowUs) {
@@ -134,7 +134,7 @@ void Congestion::advance(uint64_t inFlight, uint64_t nowUs) {
     }
 }
 
-/// A phase lasts a round trip; the one that empties the queue ends once it is empty.
+/// A phase lasts one round trip; the phase that drains the queue ends when it is empty.
 void Congestion::cycle(uint64_t inFlight, uint64_t nowUs) {
     const bool isOver = nowUs - _phaseUs > std::max(_minUs, kMinPhaseUs);
     const bool isEmptied = kCycle[_phase] < 1 && inFlight <= product();
@@ -144,8 +144,8 @@ void Congestion::cycle(uint64_t inFlight, uint64_t nowUs) {
     }
 }
 
-/// When all round trips of the last seconds were longer than the shortest, a queue may hide how
-/// long the way is.
+/// If all round trips of the last seconds were longer than the shortest one, a standing queue may
+/// hide the true round trip of the path.
 bool Congestion::shouldProbe(const Flight::Report& report, uint64_t nowUs) {
     if (report.roundTripUs <= _minUs + _minUs / 16 + 500 || report.wasLimited || _shortUs == 0) {
         _shortUs = nowUs;
@@ -167,7 +167,7 @@ double Congestion::gain() const {
     return 1;
 }
 
-/// What is on its way when the way is full and no queue stands on it.
+/// The bandwidth-delay product: the bytes in flight that fill the path without a queue.
 uint64_t Congestion::product() const {
     return bandwidth() * _minUs / kSecondUs;
 }

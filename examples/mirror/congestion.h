@@ -9,30 +9,30 @@
 
 namespace mirror {
 
-/// Decides how fast to send and how much may be on its way: a model of the way's bandwidth and
+/// Decides how fast to send and how much may be in flight, from a model of the path's bandwidth and
 /// shortest round trip (N. Cardwell, Y. Cheng, C. S. Gunn, S. H. Yeganeh, V. Jacobson, "BBR:
 /// Congestion-Based Congestion Control", ACM Queue 14(5), 2016). Losses alone do not slow it down,
-/// since a radio link loses whatever the rate is; a queue on the way does. Bytes are counted as on
-/// the wire. On one loop.
+/// since a radio link loses packets at any rate; a growing queue does. Bytes include all headers.
+/// Not thread-safe.
 class Congestion {
   public:
-    /// `firstRate`, in bytes per second, is sent before anything is known; 0: a few packets.
+    /// Starts with at least `firstRate` bytes per second; 0: a slow start with a few packets.
     explicit Congestion(uint64_t firstRate) : _firstRate(firstRate) {}
 
-    /// Learns from a report. `inFlight` is what is still on its way.
+    /// Updates the model from a report. `inFlight` is the number of bytes still in flight.
     void update(const Flight::Report& report, const RoundTrip& roundTrip, uint64_t inFlight,
                 uint64_t nowUs);
 
     /// Bytes per second at which to send.
     uint64_t rate() const;
 
-    /// How many bytes may be on their way.
+    /// How many bytes may be in flight.
     uint64_t window() const;
 
-    /// The bandwidth of the way in bytes per second, as far as it is known.
+    /// The estimated bandwidth of the path in bytes per second; 0 if not known yet.
     uint64_t bandwidth() const { return _samples.empty() ? 0 : _samples.front().rate; }
 
-    /// Forgets the way: nothing has come through for long.
+    /// Resets the model, after a long time without feedback.
     void restart();
 
   private:
@@ -58,11 +58,11 @@ class Congestion {
     State _state = State::STARTUP;
     uint64_t _enteredUs = 0;
     uint64_t _minUs = 0;
-    std::deque<Sample> _samples;  // of the last rounds, each less than the one before
+    std::deque<Sample> _samples;  // of the last rounds, decreasing: the front is the maximum
     uint64_t _round = 0;
-    uint64_t _fullRate = 0;  // when it last grew, in STARTUP
+    uint64_t _fullRate = 0;  // the bandwidth when it last grew, in STARTUP
     unsigned int _fullRounds = 0;
-    uint64_t _retryUs = 0;  // when a stream may start anew, and how long after that again
+    uint64_t _retryUs = 0;  // when a stream may reenter STARTUP, and how long after that again
     uint64_t _retryGapUs = 500'000;
     unsigned int _phase = 0;
     uint64_t _phaseUs = 0;

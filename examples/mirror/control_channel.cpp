@@ -27,9 +27,9 @@ constexpr unsigned int kSilenceMs = 5000;
 constexpr size_t kMaxLine = 8192;
 constexpr size_t kMaxUnsent = 1024UL * 1024;
 
-/// Has the system ask an idle connection's peer whether it is still there: after five seconds, and
-/// five times. It does not ask while the peer has not acknowledged what was sent, which has a limit
-/// of its own.
+/// Enables TCP keep-alive: after five idle seconds the kernel probes the peer up to five times, at
+/// intervals of one second. It does not probe while sent data is unacknowledged, which
+/// TCP_USER_TIMEOUT limits.
 void keepWatch(int descriptor) {
     const int on = 1;
     const int seconds = 5;
@@ -74,7 +74,7 @@ void ControlChannel::send(const Dictionary& text) {
     }
 }
 
-/// A connection that fails here is found closed by receive(): its descriptor can be read then.
+/// Ignores errors: a failed connection becomes readable, and receive() then reports it.
 void ControlChannel::flush() {
     unsigned int sent = 0;
     if (_socket->send(_unsent.data(), static_cast<unsigned int>(_unsent.size()), &sent)) {
@@ -101,7 +101,7 @@ void ControlChannel::keepAlive() {
         fail("has been silent for " + std::to_string(kSilenceMs / 1000) + " s");
     } else if (_unsent.size() > kMaxUnsent) {
         fail("does not read what it is sent");
-    } else if (isProved()) {  // others get no more than the answers to what they send
+    } else if (isProved()) {  // other peers receive answers only
         send(makeText("alive"));
     }
 }
@@ -120,7 +120,7 @@ void ControlChannel::receive() {
     }
 }
 
-/// Delivers the first text that is complete; false when there is none, or nobody to take it.
+/// Delivers the first complete message; false if there is none, or if no more may be delivered.
 bool ControlChannel::takeLine() {
     if (_failed || !isOpen()) {
         _received.clear();
@@ -145,7 +145,7 @@ bool ControlChannel::takeLine() {
     return true;
 }
 
-/// The text of a line; nothing if it should be encrypted with the keys and is not.
+/// Parses a line; nullopt if it must be encrypted with the session's keys and is not.
 std::optional<Dictionary> ControlChannel::read(const std::string& line) {
     if (!_keys) {
         return Serialization::deserialize(line);

@@ -15,62 +15,63 @@
 
 namespace mirror {
 
-/// A connection that carries JSON texts, a line each, and keeps itself alive. Once it is protected,
-/// lines are encrypted and their order cannot be changed. It never blocks. Everything happens on
-/// its loop's thread, or while the loop does not run.
+/// A connection that carries JSON messages, one per line, and detects a dead peer. After the key
+/// agreement, lines are encrypted and cannot be reordered. It never blocks. All its operations are
+/// called on its loop's thread, or while the loop does not run.
 class ControlChannel : public NIVUR::NoCopyable {
   public:
-    /// Receives what happens. It may close the channel or replace itself in any call, but must not
-    /// delete the channel.
+    /// Receives the channel's messages and errors. In any call it may close the channel or set
+    /// another handler, but must not delete the channel.
     class Handler {
       public:
         virtual void onText(const NIVUR::Dictionary& text) = 0;
 
-        /// The peer did what it must not, such as "sent a text that is too long". No text follows,
-        /// but the connection stays open.
+        /// The peer violated the protocol; `reason` is such as "sent a text that is too long". No
+        /// message follows, but the connection stays open.
         virtual void onFault(const std::string& reason) = 0;
 
-        /// The peer has closed the connection, and so has the channel. It is the last call.
+        /// The peer has closed the connection, or it failed. The channel is closed; no call
+        /// follows.
         virtual void onClosed() = 0;
 
       protected:
         ~Handler() = default;
     };
 
-    /// Begins to read. The loop and the handler must outlive the channel.
+    /// Starts reading. The loop and the handler must outlive the channel.
     ControlChannel(std::unique_ptr<NIVUR::ClientSocket> socket, NIVUR::RunLoop& loop,
                    Handler& handler);
     ~ControlChannel();
 
-    /// Delivers everything that follows to another handler.
+    /// From now on calls another handler.
     void setHandler(Handler& handler) { _handler = &handler; }
 
-    /// Sends this end's part of the key agreement.
+    /// Sends this end's public key in a `hello`.
     void greet();
 
-    /// Takes the peer's part; greet() must have been called. All texts are encrypted from then on,
-    /// with one exception: until the peer has proved that it holds the keys, its `refuse` may come
-    /// unencrypted. False when the text holds no valid part.
+    /// Completes the key agreement with the peer's `hello`. REQUIRES: greet() was called. From then
+    /// on all messages are encrypted, except that each end may send an unencrypted `refuse` until
+    /// the peer has proved that it holds the keys. False if `hello` has no valid public key.
     bool agree(const NIVUR::Dictionary& hello, const Key& shared, bool isSender);
 
-    /// The keys of the session, once they are agreed.
+    /// The session's keys; nullopt before agree().
     const std::optional<SessionKeys>& keys() const { return _keys; }
 
-    /// Whether a text has come that only the holder of the keys can have written.
+    /// Whether a message has arrived that was encrypted with the session's keys.
     bool isProved() const { return _keys && _opened > 0; }
 
-    /// Sends a text, unless the channel is closed: what the connection does not take now, later.
+    /// Sends a message, unless the channel is closed. Queues what the socket cannot take now.
     void send(const NIVUR::Dictionary& text);
 
-    /// While it rests, no sign of life is sent or expected, so that an idle end does not wake. Both
-    /// ends rest at the same time. That the peer's machine is still there, the system checks.
+    /// While resting, no `alive` is sent or expected, so that an idle end does not wake up. Both
+    /// ends rest at the same time. TCP keep-alive still detects that the peer's host is gone.
     void setResting(bool resting);
 
-    /// Closes the connection: the handler is not called any more.
+    /// Closes the connection. The handler is not called any more.
     void close();
     bool isOpen() const { return _socket->descriptor() != -1; }
 
-    /// The peer's address, also once the channel is closed.
+    /// The peer's address, even after the channel was closed.
     const std::string& peer() const { return _peer; }
 
   private:
@@ -89,13 +90,13 @@ class ControlChannel : public NIVUR::NoCopyable {
     Handler* _handler;
     std::optional<KeyAgreement> _agreement;  // from greet() to agree()
     std::optional<SessionKeys> _keys;
-    uint64_t _sealed = 0;  // texts that were sent encrypted, and that came so
+    uint64_t _sealed = 0;  // the numbers of encrypted messages sent and received
     uint64_t _opened = 0;
     std::string _received;
     std::string _unsent;
     long _writable = 0;  // the watch while something is unsent
     uint64_t _heardMs = 0;
-    long _aliveTimer = 0;  // unless it rests
+    long _aliveTimer = 0;  // 0 while resting
     bool _failed = false;
 };
 

@@ -13,8 +13,8 @@ namespace mirror {
 namespace {
 
 constexpr unsigned int kPooledBodies = 4096;
-constexpr size_t kMaxBatch = 45000;  // what the system sends in one call
-constexpr size_t kRoomSize = 65535;  // what it may receive in one
+constexpr size_t kMaxBatch = 45000;  // how much one call sends at most
+constexpr size_t kRoomSize = 65535;  // how much one call may receive
 constexpr size_t kOverhead = kHeaderSize + kTagSize;
 constexpr unsigned int kNumberBits = 24;
 constexpr uint64_t kDatagramsPerPass = 128;
@@ -66,7 +66,7 @@ void DatagramPath::queue(PacketKind kind, const char* body, size_t size) {
     }
     const uint64_t number = _next++;
     if (!_peer.isValid() || _batched + total > kMaxBatch) {
-        return;  // as if it was lost on the way
+        return;  // as if the network had lost it
     }
     char* const datagram = _batch.data() + _batched;
     Writer header(datagram, kHeaderSize);
@@ -78,7 +78,7 @@ void DatagramPath::queue(PacketKind kind, const char* body, size_t size) {
     _batched += total;
 }
 
-/// What the system refuses for other reasons than lack of room is as good as lost on the way.
+/// Datagrams that the kernel refuses for other reasons than a full buffer count as lost.
 void DatagramPath::flush() {
     if (_batched == 0 || isBlocked()) {
         return;
@@ -119,7 +119,7 @@ void DatagramPath::receive(const std::function<void(Packet)>& take) {
     }
 }
 
-/// Gets what one call of the system has; false when there is nothing.
+/// Receives datagrams with one call; false if none has arrived.
 bool DatagramPath::fetch() {
     _taken = 0;
     const IoResult received = _socket.receiveDatagrams(_from, _room.data(), _room.size(), _segment);
@@ -130,7 +130,7 @@ bool DatagramPath::fetch() {
     return received.status == IoResult::DONE;
 }
 
-/// The next of what was fetched; nothing if that is to be ignored.
+/// The next fetched datagram; nullopt if it is dropped or invalid.
 std::optional<Packet> DatagramPath::takeNext() {
     const char* const bytes = _room.data() + _taken;
     const size_t size = std::min(_segment, _fetched - _taken);

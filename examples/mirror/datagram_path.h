@@ -19,48 +19,48 @@
 
 namespace mirror {
 
-/// A datagram that has arrived, is genuine and has not come before.
+/// A datagram that has arrived, is authentic and is not a replay.
 struct Packet {
     PacketKind kind;
     uint64_t number;
     NIVUR::SharedPtr<NIVUR::Buffer> body;
 };
 
-/// Carries numbered, encrypted datagrams to the peer and back. Nothing is sent to an address that
-/// was not given and from which no genuine datagram has come. On one loop.
+/// Exchanges numbered, encrypted datagrams with the peer. Nothing is sent to an address that
+/// begin() was not given and that sent no authentic datagram. Used on one loop.
 class DatagramPath : public NIVUR::NoCopyable {
   public:
-    /// `onWritable` is called when the system has room again after isBlocked().
+    /// `onWritable` is called when the socket's buffer has room again after isBlocked().
     DatagramPath(NIVUR::RunLoop& loop, unsigned int dropPercent, std::function<void()> onWritable);
     ~DatagramPath() { close(); }
 
     NIVUR::UDPSocket& socket() { return _socket; }
     const NIVUR::UDPSocket& socket() const { return _socket; }
 
-    /// Begins a session with a peer. One without an address is where its newest genuine datagram
-    /// came from: a translator of addresses (NAT) may change it after a pause.
+    /// Starts a session with a peer. If `peer` is invalid, datagrams are sent to the source address
+    /// of the newest authentic one, which a NAT may change after a pause.
     void begin(const SessionKeys& keys, const NIVUR::SocketAddress& peer);
 
-    /// Forgets the session.
+    /// Ends the session.
     void end();
     void close();
 
-    /// An empty buffer for a body; an empty pointer when there is no memory.
+    /// A buffer for a body; an empty pointer if memory is exhausted.
     using Body = NIVUR::SharedPtr<NIVUR::Buffer>;
     Body makeBody() { return _pool.getPoolBuffer(kMaxBody, nullptr); }
 
     /// The number of the packet that is sent next.
     uint64_t next() const { return _next; }
 
-    /// Queues a datagram, unless nobody is known to receive it. flush() sends what is queued.
+    /// Queues a datagram for flush(). Discards it if the peer's address is not known.
     void queue(PacketKind kind, const char* body, size_t size);
     void flush();
 
-    /// Whether the system had no room for what was queued: only control datagrams may follow.
+    /// Whether the socket's buffer is full: then only control datagrams may be queued.
     bool isBlocked() const { return _roomWatch != 0; }
 
-    /// Passes on the genuine datagrams that have arrived. Those that come faster than they are
-    /// handled do not keep the loop from everything else: the rest stays for the next call.
+    /// Passes the authentic datagrams that have arrived to `take`. One call handles a limited
+    /// number of datagrams, so that a flood does not block the loop.
     void receive(const std::function<void(Packet)>& take);
 
     uint64_t ignored() const { return _ignored; }
@@ -87,13 +87,13 @@ class DatagramPath : public NIVUR::NoCopyable {
     uint64_t _next = 0;
     ReplayWindow _arrived;
 
-    // Datagrams of one size, but for the last, which wait to be sent in one call.
+    // Datagrams to send in one call: all of one size, except that the last may be shorter.
     std::vector<char> _batch;
     size_t _batched = 0;
     size_t _datagram = 0;
     long _roomWatch = 0;
 
-    // What one call has received: datagrams of one size, but for the last.
+    // Datagrams received by one call: all of one size, except that the last may be shorter.
     std::vector<char> _room;
     size_t _fetched = 0;
     size_t _taken = 0;

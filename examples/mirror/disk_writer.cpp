@@ -38,7 +38,7 @@ void DiskWriter::open(const Reply& replyTo) {
     }
 }
 
-/// In pieces, each of which shows that the disk is not stuck.
+/// Reads in pieces: each reply shows that the disk is not stuck.
 void DiskWriter::readOn(const std::string& error, const Reply& replyTo) {
     if (!error.empty() || _file.isRead()) {
         replyTo(error);
@@ -71,7 +71,7 @@ void DiskWriter::commit(const std::string& checksum, Reply replyTo) {
         std::move(replyTo));
 }
 
-/// Has an operation done on the disk's loop, and its result told on the owner's.
+/// Runs `operation` on the disk's loop, and `replyTo` with its result on the owner's.
 void DiskWriter::ask(std::function<std::string()> operation, Reply replyTo) {
     const auto perform = [this, operation = std::move(operation), replyTo = std::move(replyTo)] {
         const std::string error = operation();
@@ -91,7 +91,7 @@ bool DiskWriter::isBusyFor(uint64_t ms) const {
     return _asked > 0 && SystemUtil::getCPUTime() - _busyMs > ms;
 }
 
-/// Asks whether the disk is free before it waits for it without a limit.
+/// First waits for the disk with a time limit, since RunLoop::stop() has none.
 bool DiskWriter::stop() {
     if (!_started) {
         return true;
@@ -106,7 +106,7 @@ bool DiskWriter::stop() {
     return true;
 }
 
-/// Has the disk write a piece, unless it is about to or less than that is queued.
+/// Requests the writing of a piece, unless one is requested already or fewer bytes are queued.
 void DiskWriter::requestPiece(unsigned int minSize) {
     if (!_requested && _ring.getUnreadSize() >= minSize) {
         _requested = true;
@@ -120,7 +120,7 @@ void DiskWriter::onPiece(const std::string& error) {
     _onWritten(error);
 }
 
-/// On the disk's loop. Nothing is left of a piece that was requested after commit().
+/// Runs on the disk's loop. The ring is empty if a commit() has run meanwhile.
 std::string DiskWriter::writePiece() {
     char piece[kPieceSize];
     const unsigned int size = std::min(_ring.getUnreadSize(), kPieceSize);

@@ -13,43 +13,42 @@
 
 namespace mirror {
 
-/// Writes a PartFile on a loop of its own, fed through a ring buffer of fixed size, so that the
-/// owner's loop never waits for the disk. Operations are called, and replies given, on the owner's
-/// loop.
+/// Writes a PartFile on a loop of its own, which reads a ring buffer of fixed size, so that the
+/// owner's loop never waits for the disk. Operations and replies are called on the owner's loop.
 class DiskWriter : public NIVUR::NoCopyable {
   public:
-    /// Told of an error message, or "".
+    /// Called with an error message, or "".
     using Reply = std::function<void(const std::string& error)>;
 
-    /// `onWritten` is told of each piece that the disk has taken: there may be room again.
+    /// `onWritten` is called after each written piece: the ring then has room again.
     DiskWriter(const std::string& path, bool resumes, NIVUR::RunLoop& owner, Reply onWritten);
 
-    /// Waits for the disk to end what it is doing, and stops its loop; false when the disk does not
-    /// for seconds: nothing can stop it then, and this object must not be destroyed. The owner's
-    /// loop, which has to take the last replies, is stopped after it and before this object is
-    /// destroyed.
+    /// Waits for the current disk operation and stops the loop. Returns false if the operation
+    /// takes seconds: it cannot be stopped then, and this object must not be destroyed. Stop the
+    /// owner's loop, which runs the last replies, after this call and before destroying this
+    /// object.
     bool stop();
 
-    /// Whether the disk has been busy with one thing for so long.
+    /// Whether one disk operation has taken longer than `ms`.
     bool isBusyFor(uint64_t ms) const;
 
-    /// Opens the file and reads what it holds. written() and checksum() tell that then.
+    /// Opens the file and reads its contents; then written() and checksum() describe them.
     void open(const Reply& replyTo);
 
-    /// The checksum of what the file held. Call it before anything is written.
+    /// The checksum of the file's initial contents. Call it before write().
     std::string checksum() const { return _file.checksum(); }
 
-    /// Queues bytes, which the disk takes in large pieces; false, and nothing is queued, when there
-    /// is no room for all of them now.
+    /// Queues bytes, which are written in large pieces. Returns false and queues nothing if the
+    /// ring has no room for all of them.
     bool write(const char* bytes, unsigned int size);
 
-    /// Has the disk take what is queued, however little.
+    /// Writes what is queued, however little.
     void flush();
 
-    /// How many bytes the file has, as far as the disk has told.
+    /// The file's size as of the last reply.
     uint64_t written() const { return _written; }
 
-    /// Once all bytes are written, compares their checksum and gives the file its name.
+    /// Writes all queued bytes, compares the file's checksum and gives the file its final name.
     void commit(const std::string& checksum, Reply replyTo);
 
     /// Logs the state of the loop. Any thread.
@@ -62,17 +61,17 @@ class DiskWriter : public NIVUR::NoCopyable {
     void onPiece(const std::string& error);
     std::string writePiece();
 
-    PartFile _file;  // the disk's loop alone uses it
+    PartFile _file;  // used on the disk's loop only
     NIVUR::RingBuffer _ring;
 
-    // On the owner's loop.
+    // Used on the owner's loop.
     NIVUR::RunLoop& _owner;
     const Reply _onWritten;
     uint64_t _written = 0;
     bool _started = false;
     bool _requested = false;
-    unsigned int _asked = 0;  // what the disk has not answered
-    uint64_t _busyMs = 0;     // since when
+    unsigned int _asked = 0;  // operations without a reply yet
+    uint64_t _busyMs = 0;     // when the current one began
 
     NIVUR::RunLoop _loop{"mirror-disk"};
 };

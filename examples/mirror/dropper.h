@@ -5,7 +5,7 @@
 
 namespace mirror {
 
-/// Chooses a share of all datagrams at random, but in every run the same: D. Knuth's linear
+/// Chooses a share of all datagrams pseudo-randomly, the same in every run: D. Knuth's linear
 /// congruential generator MMIX.
 class Dropper {
   public:

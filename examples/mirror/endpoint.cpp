@@ -82,7 +82,7 @@ void Endpoint::end(const std::string& error) {
     }
 }
 
-/// Closes the connection and lets wait() return.
+/// Closes the connection and ends wait().
 void Endpoint::leave() {
     if (_channel != nullptr) {
         _channel->close();

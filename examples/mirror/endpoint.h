@@ -16,37 +16,36 @@
 
 namespace mirror {
 
-/// What both ends of a transfer have in common: one loop for sockets, timers and texts, a control
-/// channel, and one way to end. Everything but the public operations happens on the loop's thread,
-/// or before that has started, so that nothing here needs a lock.
+/// The common base of both ends: one loop for sockets, timers and messages, a control channel, and
+/// one way to end. Everything but the public operations is called on the loop's thread, or before
+/// that has started, so that nothing here needs a lock.
 class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
   public:
     virtual ~Endpoint() = default;
 
-    /// Waits until the transfer has ended and the connection is closed; an error message, or ""
-    /// when the file has arrived. Call it once.
+    /// Waits until the transfer has ended and the connection is closed. Returns an error message,
+    /// or "" after success. Call it once.
     std::string wait();
 
-    /// Ends the transfer with an error, unless it has ended. Any thread.
+    /// Ends the transfer with an error, unless it has ended already. Any thread.
     void interrupt();
 
     /// Logs the state of all loops. Any thread.
     virtual void dump();
 
   protected:
-    /// An end with that name, whose peer is called `peerRole`.
+    /// `name` is part of the loop's name; error messages call the peer `peerRole`.
     Endpoint(const std::string& name, std::string peerRole, NIVUR::EventCenter& events);
 
-    /// Starts the loop: the last thing that starting an end does. False, and the transfer has
-    /// ended, when there is no thread for it. An urgent one goes before other threads if this
-    /// process may do that.
+    /// Starts the loop, as the last step of starting an end. Returns false and ends the transfer if
+    /// no thread can be started. An urgent loop has a high priority if this process may set it.
     bool startLoop(bool isUrgent);
 
-    /// Stops the loop: what the end's destruction begins with.
+    /// Stops the loop. A derived destructor calls it first.
     void stopLoop();
 
     ///@{
-    /// As the loop's operations, for what the end of the transfer shall cancel.
+    /// Like the loop's operations; end() cancels these tasks, timers and watches.
     template <class Callable>
     void post(Callable callable) {
         _loop.postItem(makeTask(std::move(callable)), false, false);
@@ -62,40 +61,40 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
     }
     ///@}
 
-    /// Takes over the connection to the peer and handles what comes from now on. Call it once.
+    /// Takes over the connection to the peer and handles its messages. Call it once.
     void connect(std::unique_ptr<ControlChannel> channel);
     bool isConnected() const { return _channel != nullptr && _channel->isOpen(); }
 
     /// The connection. REQUIRES: connect() was called.
     ControlChannel& channel() { return *_channel; }
 
-    /// Sends a text to the peer, unless the transfer has ended.
+    /// Sends a message to the peer, unless the transfer has ended.
     void send(const NIVUR::Dictionary& text);
 
-    /// Handles a text from the peer; false when it does not belong here.
+    /// Handles a message from the peer; false if it is not expected now.
     virtual bool handle(const std::string& type, const NIVUR::Dictionary& text) = 0;
 
-    /// The peer is no use any more, since it did what `reason` says: ends the transfer.
+    /// Ends the transfer because of the peer; `reason` says what it did.
     virtual void onLost(const std::string& reason);
 
-    /// Ends the transfer: cancels its timers and watches, tells the peer of an error, and waits a
-    /// while for it to close the connection, unless it was the one who had the last word.
+    /// Ends the transfer: sends an error to the peer, cancels timers and watches, and waits briefly
+    /// for the peer to close the connection, unless the peer ended the transfer itself.
     void end(const std::string& error);
     bool hasEnded() const { return _ended; }
 
-    /// Called once when the transfer ends: only texts may be sent from then on.
+    /// Called once when the transfer ends. No datagrams may be sent from then on.
     virtual void onEnd() {}
 
-    /// Says that the transfer has come further.
+    /// Notes that the transfer has made progress.
     void progress();
 
-    /// Called once a second while connected: ends what has come to a standstill.
+    /// Called once a second while connected, unless resting: ends a transfer that has stalled.
     virtual void checkProgress();
 
-    /// While it rests, this end expects nothing of the peer and does not wake to look for it.
+    /// While resting, this end expects nothing from the peer and does not wake up to check.
     void setResting(bool resting);
 
-    /// Gives the peer up when it has not come further for so long.
+    /// Ends the transfer if there was no progress for longer than `ms`.
     void checkStandstill(unsigned int ms);
 
     NIVUR::RunLoop _loop;
@@ -115,7 +114,7 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
     const std::string _peerRole;
     std::unique_ptr<ControlChannel> _channel;
     uint64_t _progressMs = 0;
-    long _progressTimer = 0;  // unless it rests
+    long _progressTimer = 0;  // 0 while resting
     bool _ended = false;
     bool _peerHadLastWord = false;
     std::string _error;

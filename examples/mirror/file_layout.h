@@ -8,7 +8,7 @@
 
 namespace mirror {
 
-/// How a file is cut into chunks, all but the last of the same size.
+/// How a file is divided into chunks: all but the last have the same size.
 struct FileLayout {
     uint64_t fileSize = 0;
     unsigned int chunkSize = kFileChunk;
@@ -20,7 +20,7 @@ struct FileLayout {
         return static_cast<unsigned int>(std::min<uint64_t>(chunkSize, rest));
     }
 
-    /// Whether the index of every chunk can travel and chunks fit datagrams.
+    /// Whether the chunks fit into datagrams, and their indexes into 32 bits.
     bool isValid() const {
         return chunkSize > 0 && chunkSize <= kMaxChunk && chunks() < UINT32_MAX;
     }

@@ -9,7 +9,7 @@ namespace mirror {
 namespace {
 
 constexpr uint64_t kWriteMs = 8000;
-constexpr uint64_t kCommitMs = 60'000;  // much may have to reach the disk
+constexpr uint64_t kCommitMs = 60'000;  // flushing a large file takes long
 
 }  // namespace
 
@@ -67,8 +67,8 @@ void FileSink::onWritten(const std::string& error) {
     }
 }
 
-/// Gives the disk what is in order, as far as the disk has room. What it has no room for stays in
-/// the window and is not confirmed, which holds the sender back.
+/// Passes the chunks that are in order to the disk's loop while its ring has room. The others stay
+/// in the window and are not confirmed, which slows down the sender.
 void FileSink::onChunks() {
     if (_chunks == nullptr || _committing) {
         return;
@@ -80,7 +80,7 @@ void FileSink::onChunks() {
             return;
         }
         if (!_disk.write(chunk->data() + kDataHeaderSize, size)) {
-            break;  // onWritten() goes on
+            break;  // onWritten() continues
         }
         _chunks->pop();
         _owner.onMoved();
@@ -120,7 +120,7 @@ std::string FileSink::obstacle() const {
                : "";
 }
 
-/// A sender compares first what an earlier transfer has left.
+/// A sender first compares the incomplete file of an earlier transfer, which may take long.
 bool FileSink::expectsProgress() const {
     return _chunks != nullptr && (_before == 0 || _chunks->end() > 0);
 }

@@ -10,10 +10,10 @@
 
 namespace mirror {
 
-/// A file, which is written on a thread of its own.
+/// Writes a received file, on a thread of its own.
 class FileSink : public Sink {
   public:
-    /// One that `resumes` goes on with what an earlier transfer has left.
+    /// If `resumes`, continues the incomplete file of an earlier transfer.
     FileSink(const std::string& path, bool resumes, NIVUR::RunLoop& loop,
              NIVUR::EventCenter& events, Owner& owner);
 
@@ -39,11 +39,11 @@ class FileSink : public Sink {
     Owner& _owner;
     DiskWriter _disk;
     uint64_t _size = 0;    // of the whole file
-    uint64_t _before = 0;  // of what an earlier transfer has left
+    uint64_t _before = 0;  // of the part that an earlier transfer has written
     FileLayout _layout;    // of the rest
     std::string _name;
     ChunkWindow* _chunks = nullptr;
-    std::string _checksum;  // of the sender, once it has sent everything
+    std::string _checksum;  // the sender's, after it has sent everything
     bool _committing = false;
 };
 

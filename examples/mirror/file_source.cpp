@@ -39,7 +39,7 @@ void FileSource::describe(NIVUR::Dictionary& offer) const {
     setNumber(offer, "chunkSize", _layout.chunkSize);
 }
 
-/// So much at a time that nothing else waits for long.
+/// Reads one piece per call, so that the loop is not blocked for long.
 bool FileSource::skip(uint64_t from, const std::string& checksum) {
     std::vector<char> piece(static_cast<size_t>(std::min<uint64_t>(from - _skipped, kPieceSize)));
     if (from > _skipped + _layout.fileSize ||

@@ -12,7 +12,7 @@
 
 namespace mirror {
 
-/// A file, which is read at the speed at which its chunks can be sent.
+/// A file, which is read as fast as its chunks can be sent.
 class FileSource : public Source {
   public:
     FileSource(std::string path, DatagramPath& datagrams, Owner& owner)

@@ -6,7 +6,7 @@
 
 namespace mirror {
 
-/// After a pause the rate is measured from now on: as if something had arrived a round trip ago.
+/// After a pause restarts the rate measurement, as if a packet had arrived one round trip ago.
 void Flight::sent(uint64_t number, uint64_t bytes, uint64_t nowUs, uint64_t minRoundTripUs) {
     if (this->bytes() == 0) {
         _firstSentUs = nowUs;
@@ -28,7 +28,7 @@ std::optional<Flight::Report> Flight::arrived(const Feedback& feedback, uint64_t
     const auto index = static_cast<std::ptrdiff_t>(feedback.newest - _first);
     const Entry entry = _packets[static_cast<size_t>(index)];
     if (nowUs < entry.sentUs + feedback.heldUs) {
-        return std::nullopt;  // nothing is held longer than it exists
+        return std::nullopt;  // invalid: held longer than since it was sent
     }
     _arrivedPackets = nearest(_arrivedPackets, feedback.packets, 32);
     _arrivedBytes = nearest(_arrivedBytes, feedback.bytes, 32);
@@ -48,8 +48,8 @@ std::optional<Flight::Report> Flight::arrived(const Feedback& feedback, uint64_t
     return report;
 }
 
-/// The slower of sending and arriving counts: packets may be bunched on the way. Less than a round
-/// trip says too little.
+/// The lower of the sending and the arrival rate, since the network may bunch packets. Intervals
+/// shorter than a round trip give no reliable rate.
 uint64_t Flight::rateOf(const Entry& entry, const Feedback& feedback,
                         uint64_t minRoundTripUs) const {
     const uint64_t sendingUs = entry.sentUs - entry.firstSentUs;

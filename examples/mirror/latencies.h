@@ -8,8 +8,7 @@
 
 namespace mirror {
 
-/// Counts any number of durations in constant memory: in 256 classes per power of two, accurate to
-/// 0.4 %.
+/// A histogram of durations in constant memory: 256 classes per power of two, accurate to 0.4 %.
 class Latencies {
   public:
     void add(uint64_t microseconds) {
@@ -19,7 +18,7 @@ class Latencies {
 
     uint64_t count() const { return _total; }
 
-    /// The duration in microseconds that `percent` of all do not exceed; 0 when there are none.
+    /// The percentile in microseconds; 0 if no duration was added.
     uint64_t percentile(unsigned int percent) const {
         uint64_t rest = (_total * percent + 99) / 100;
         for (size_t i = 0; i < _counts.size(); ++i) {

@@ -70,8 +70,8 @@ bool LiveSink::finish(const Dictionary& text) {
     return _end.has_value();
 }
 
-/// All is done when the last chunk was due, or what follows the last that has come cannot come any
-/// more.
+/// The stream is complete when its last chunk was handed out, or when the chunks that are still
+/// missing at the end have become too late.
 void LiveSink::checkComplete() {
     const bool isOver = _end && _playout->isOver(*_end);
     if (isOver && _output->isEmpty() && !std::exchange(_complete, true)) {
@@ -80,7 +80,7 @@ void LiveSink::checkComplete() {
     }
 }
 
-/// While the stream goes on, a reader may stop for as long as it wants.
+/// Until the stream has ended, a reader may pause for any time.
 std::string LiveSink::obstacle() const {
     return _end && _output->isStuckFor(kReaderMs) ? "nobody reads the standard output" : "";
 }

@@ -12,7 +12,7 @@
 
 namespace mirror {
 
-/// A stream, which is written to the standard output.
+/// Writes a received stream to the standard output.
 class LiveSink : public Sink {
   public:
     LiveSink(NIVUR::RunLoop& loop, Owner& owner);
@@ -40,7 +40,7 @@ class LiveSink : public Sink {
     ChunkWindow* _chunks = nullptr;
     std::optional<OutputStream> _output;
     std::optional<Playout> _playout;
-    std::optional<uint64_t> _end;  // how many chunks there are, once the sender knows
+    std::optional<uint64_t> _end;  // the number of chunks, after the sender has sent it
     uint64_t _handedOut = 0;
     bool _complete = false;
 };

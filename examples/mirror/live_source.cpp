@@ -23,7 +23,7 @@ void LiveSource::describe(NIVUR::Dictionary& offer) const {
     setNumber(offer, "latencyUs", _latencyUs);
 }
 
-/// A stream cannot wait until the way is known: it begins at 16 Mbit/s.
+/// A stream cannot wait until the bandwidth is known: it starts at 16 Mbit/s.
 uint64_t LiveSource::firstRate() const {
     return kFirstRate;
 }
@@ -35,7 +35,7 @@ void LiveSource::start(Transmitter& transmitter, uint64_t window) {
     _input->start();
 }
 
-/// A file is no stream: it is read as fast as it can be sent, and never waits here.
+/// A file on the standard input is always readable: it is read as fast as it can be sent.
 void LiveSource::fill() {
     if (_input && _input->isFile() && !_finished) {
         addChunk();
@@ -57,7 +57,7 @@ void LiveSource::onConfirmed() {
     }
 }
 
-/// Whether there may be more to read.
+/// Returns whether there may be more to read.
 bool LiveSource::addChunk() {
     auto body = _transmitter->waiting() < _window ? _datagrams.makeBody() : DatagramPath::Body();
     if (!body) {

@@ -11,7 +11,7 @@
 
 namespace mirror {
 
-/// The standard input as a stream: each chunk is what could be read at one time, and of use for the
+/// The standard input as a stream: each chunk is the result of one read(), and is useless after the
 /// latency.
 class LiveSource : public Source {
   public:

@@ -32,8 +32,8 @@ size_t maxClients() {
 
 }  // namespace
 
-/// A client in the lobby. It stays in the list for a while after its channel was closed or taken
-/// over, because that happens in calls of the channel itself.
+/// A client in the lobby. It is removed from the list some time after its channel was closed or
+/// taken over, because the channel itself makes the calls in which that happens.
 class Lobby::Client final : public ControlChannel::Handler {
   public:
     Client(Lobby& lobby, std::unique_ptr<ClientSocket> socket)
@@ -108,8 +108,8 @@ void Lobby::close() {
     }
 }
 
-/// The first text is the key agreement, and the second an offer that nobody without the key can
-/// have encrypted.
+/// The first message is the client's `hello`, and the second an offer, whose encryption proves the
+/// key. Returns false if the message is not expected.
 bool Lobby::judge(std::unique_ptr<ControlChannel>& channel, const Dictionary& text) {
     const std::string type = typeOf(text);
     if (!_refusal.empty()) {

@@ -16,9 +16,9 @@
 
 namespace mirror {
 
-/// The clients of a receiver that have not proved yet that they hold the key. Many are judged at
-/// the same time, so that those who are silent or hostile do not keep a sender waiting. Their
-/// number and their time are limited. On the receiver's loop.
+/// The clients of a receiver that have not proved yet that they hold the key. It serves many at the
+/// same time, so that silent or hostile clients do not keep a sender waiting. Their number and
+/// their time are limited. Used on the receiver's loop.
 class Lobby : public NIVUR::NoCopyable {
   public:
     class Owner {
@@ -36,16 +36,16 @@ class Lobby : public NIVUR::NoCopyable {
     Lobby(NIVUR::RunLoop& loop, const Key& key, Owner& owner);
     ~Lobby();
 
-    /// Judges one more client.
+    /// Adds a client.
     void add(std::unique_ptr<NIVUR::ClientSocket> socket);
 
-    /// Turns away the client that has been here longest, if there is one.
+    /// Turns away the oldest client, if there is one.
     void makeRoom();
 
-    /// From now on tells each client that says something this reason and turns it away.
+    /// From now on answers each client's next message with `reason` and turns the client away.
     void refuseAll(const std::string& reason);
 
-    /// Closes all connections. Nothing is called any more.
+    /// Closes all connections. The owner is not called any more.
     void close();
 
     /// How many clients were turned away.
@@ -63,7 +63,7 @@ class Lobby : public NIVUR::NoCopyable {
     const Key _key;
     Owner& _owner;
     std::list<Client> _clients;  // the oldest first
-    std::string _refusal;        // for all, if not ""
+    std::string _refusal;        // for all clients, if not ""
     long _check = 0;             // the timer while there are clients
     uint64_t _turnedAway = 0;
 };

@@ -21,7 +21,7 @@ namespace mirror {
 
 namespace {
 
-constexpr char kLineEnds[] = "\r\n";  // a loop's dump has the first
+constexpr char kLineEnds[] = "\r\n";  // a loop's dump contains \r
 
 const char* levelName(int level) {
     switch (level) {
@@ -38,11 +38,11 @@ const char* levelName(int level) {
     }
 }
 
-/// Lets through a burst of lines and then one a second: whoever provokes more must not fill a disk
-/// with them. Any thread.
+/// Limits the lines to a burst and then one per second, so that a peer that provokes messages
+/// cannot fill the disk with them. Any thread.
 class Limiter {
   public:
-    /// Whether a line may be written now; if so, how many were left out since the last.
+    /// Whether a line may be written now; if so, the number of lines omitted since the last one.
     std::optional<uint64_t> take() {
         const NIVUR::AutoLock lock(_mutex);
         const uint64_t nowMs = NIVUR::SystemUtil::getCPUTime();
@@ -60,11 +60,11 @@ class Limiter {
     static constexpr uint64_t kLineMs = 1000;
 
     NIVUR::Mutex _mutex;
-    uint64_t _paidMs NIVUR_GUARDED_BY(_mutex) = 0;  // lines up to this time were written already
+    uint64_t _paidMs NIVUR_GUARDED_BY(_mutex) = 0;  // when the whole burst is free again
     uint64_t _leftOut NIVUR_GUARDED_BY(_mutex) = 0;
 };
 
-/// The lines of a text, of which all but the first are indented: none can pose as another message.
+/// Indents all lines but the first, so that no line can pose as another message.
 std::string harmless(const char* text) {
     std::string result;
     for (const char* line = text + std::strspn(text, kLineEnds); *line != '\0';

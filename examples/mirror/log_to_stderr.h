@@ -5,8 +5,8 @@
 
 namespace mirror {
 
-/// A sink for the library's log: warnings and errors with their time, to stderr, without control
-/// characters that a peer may have chosen. Any thread.
+/// A sink for the library's log: writes warnings and errors to stderr, with the time and without
+/// control characters, which a peer may have sent. Any thread.
 void logToStderr(int level, const char* fmt, va_list args) __attribute__((format(printf, 2, 0)));
 
 }  // namespace mirror

@@ -1,5 +1,5 @@
 /// mirror: sends a file or a live stream over the network. See options.cpp for its usage and
-/// protocol.md for what the two ends tell each other.
+/// protocol.md for the protocol.
 
 #include <nivur/event_center.h>
 #include <nivur/log.h>
@@ -25,7 +25,7 @@ namespace {
 using mirror::Address;
 using mirror::Options;
 
-/// One end, with the events that it sends and who shows them.
+/// One end, with the events that it sends and the handler that prints them.
 template <class End>
 struct Side {
     Side(const char* verb, bool quiet, const Options& options)
@@ -42,8 +42,8 @@ void sayWhere(const Address& address, bool isLive) {
     std::fflush(output);
 }
 
-/// Waits for what the receiver's end does on other threads. When that has no end, nor has the
-/// process in an orderly way.
+/// Stops the receiver's other threads. If they cannot be stopped, ends the process at once, without
+/// destructors.
 void stop(mirror::Receiver& receiver, const std::string& error) {
     if (!receiver.stop()) {
         std::fprintf(stderr,
@@ -53,7 +53,7 @@ void stop(mirror::Receiver& receiver, const std::string& error) {
     }
 }
 
-/// Starts the ends that are asked for and waits for them; an error message, or "".
+/// Starts the ends that the options request and waits for them. Returns an error message, or "".
 std::string run(const Options& options, const sigset_t& signalSet) {
     std::optional<Side<mirror::Receiver>> receiver;
     std::optional<Side<mirror::Sender>> sender;
@@ -83,7 +83,7 @@ std::string run(const Options& options, const sigset_t& signalSet) {
     if (!error.empty() && receiver) {
         receiver->end.interrupt();
     }
-    // Where the copy is whole, that counts, even if the sender has not heard of it.
+    // A complete copy is a success, even if the sender has not learned of it.
     const std::string receiverError = receiver ? receiver->end.wait() : error;
     if (receiver) {
         stop(receiver->end, receiverError);

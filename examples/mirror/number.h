@@ -8,7 +8,7 @@
 
 namespace mirror {
 
-/// The number that `text` is, all of it; nothing for other text and beyond 64 bits.
+/// Parses a whole text as a decimal number of up to 64 bits; nullopt for other text.
 inline std::optional<uint64_t> toNumber(const std::string& text) {
     uint64_t number = 0;
     const char* const end = text.data() + text.size();

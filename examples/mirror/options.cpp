@@ -49,7 +49,7 @@ constexpr uint64_t kMaxLatencyMs = 60'000;
 
 using Arguments = std::vector<std::string>;
 
-/// Takes a flag out of the arguments; false when it is not there.
+/// Removes a flag from the arguments; false if it is not there.
 bool takeFlag(Arguments& arguments, const std::string& flag) {
     const auto found = std::find(arguments.begin(), arguments.end(), flag);
     if (found == arguments.end()) {
@@ -59,7 +59,7 @@ bool takeFlag(Arguments& arguments, const std::string& flag) {
     return true;
 }
 
-/// Takes an option and its value out of the arguments.
+/// Removes an option and its value from the arguments.
 std::optional<std::string> takeValue(Arguments& arguments, const std::string& option) {
     const auto found = std::find(arguments.begin(), arguments.end(), option);
     if (found == arguments.end() || found + 1 == arguments.end()) {
@@ -70,7 +70,8 @@ std::optional<std::string> takeValue(Arguments& arguments, const std::string& op
     return value;
 }
 
-/// Takes a number in a range; false when it is there and not like that.
+/// Removes an option whose value is a number within a range; false if it is not. Keeps `number` if
+/// the option is absent.
 bool takeNumber(Arguments& arguments, const std::string& option, uint64_t least, uint64_t most,
                 uint64_t& number) {
     const auto text = takeValue(arguments, option);
@@ -90,7 +91,7 @@ bool takeAddress(Arguments& arguments, const std::string& option, Options& optio
     return address && (options.receives() || address->port != 0);
 }
 
-/// Reads the key; without one, everybody must be allowed, or nobody else able to come.
+/// Reads the key. Without one, requires `--open` or a loopback address.
 bool takeKey(Arguments& arguments, Options& options, std::string& error) {
     const auto path = takeValue(arguments, "--key");
     const bool open = takeFlag(arguments, "--open");
@@ -119,7 +120,7 @@ bool takeLive(Arguments& arguments, Options& options) {
     return true;
 }
 
-/// Takes the names of files, which are all that is left.
+/// Takes the remaining arguments as file names.
 bool takeNames(const Arguments& arguments, Options& options) {
     const auto isNoName = [](const std::string& text) {
         return text.empty() || text.compare(0, 2, "--") == 0;
@@ -149,7 +150,7 @@ std::optional<Options> Options::parse(Arguments arguments, std::string& error) {
     takeStats(arguments, options);
     const std::string command = arguments.empty() ? "" : arguments[0];
     const bool isSingle = command == "send" || command == "receive";
-    options.source = command == "receive" ? "" : "?";  // until the names are taken
+    options.source = command == "receive" ? "" : "?";  // until takeNames()
     options.destination = command == "send" ? "" : "?";
     arguments.erase(arguments.begin(), arguments.begin() + (isSingle ? 1 : 0));
     if (isSingle &&
@@ -158,7 +159,7 @@ std::optional<Options> Options::parse(Arguments arguments, std::string& error) {
         return std::nullopt;
     }
     if (!isSingle) {
-        options.key = makeKey();  // both ends are here, and nobody else takes part
+        options.key = makeKey();  // both ends are in this process
     }
     uint64_t drop = 0;
     if (options.receives() && !takeNumber(arguments, "--drop", 0, 99, drop)) {

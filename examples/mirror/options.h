@@ -13,7 +13,7 @@ namespace mirror {
 
 enum class StatsFormat { NONE, TEXT, JSON };
 
-/// What the command line asks for.
+/// The parsed command line.
 struct Options {
     std::string source;       // "" when only receiving
     std::string destination;  // "" when only sending
@@ -29,8 +29,8 @@ struct Options {
     bool sends() const { return !source.empty(); }
     bool receives() const { return !destination.empty(); }
 
-    /// Reads the arguments after the program's name. When they are not as kUsage tells, nothing,
-    /// and `error` says what is wrong if that is not obvious.
+    /// Parses the arguments after the program's name. Returns nullopt if they do not follow kUsage;
+    /// `error` then says what is wrong, or is empty if that is obvious.
     static std::optional<Options> parse(std::vector<std::string> arguments, std::string& error);
 };
 

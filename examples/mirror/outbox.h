@@ -10,20 +10,20 @@
 
 namespace mirror {
 
-/// The chunks that the receiver may still need: those that wait to be sent, and those that are kept
-/// until it has confirmed them. On one loop.
+/// The chunks that the receiver may still need: those not sent yet, and those sent but not
+/// confirmed. Not thread-safe.
 class Outbox {
   public:
     struct Chunk {
         NIVUR::SharedPtr<NIVUR::Buffer> body;
         uint64_t bornUs;      // when it was read
-        uint64_t sentUs = 0;  // when it was last sent, in that packet
+        uint64_t sentUs = 0;  // when it was last sent, in `packet`
         uint64_t packet = 0;
         bool isSent = false;
         bool isWaiting = false;  // to be sent again
     };
 
-    /// The first chunk that is here, the first that was not sent, and the end of all.
+    /// The index of the first chunk kept, of the first not sent yet, and the end of all.
     uint64_t base() const { return _base; }
     uint64_t next() const { return _next; }
     uint64_t end() const { return _base + _chunks.size(); }
@@ -33,19 +33,19 @@ class Outbox {
 
     void add(NIVUR::SharedPtr<NIVUR::Buffer> body, uint64_t bornUs);
 
-    /// A chunk; null when it is not, or no longer, here.
+    /// A chunk; null if it was not added yet, or was confirmed or dropped.
     Chunk* find(uint64_t index);
 
-    /// Has a chunk sent again, before all that were not sent.
+    /// Queues a chunk to be sent again, before all that were not sent yet.
     void sendAgain(uint64_t index);
 
-    /// The chunk to send now, which counts as sent; nothing when there is none.
+    /// Takes the next chunk to send, which counts as sent from now on; nullopt if there is none.
     std::optional<uint64_t> take();
 
-    /// Lets go of the chunks before `base`.
+    /// Removes the chunks before `base`.
     void confirm(uint64_t base);
 
-    /// Lets go of the chunks that were read before that time; how many of them were never sent.
+    /// Removes the chunks that were read before `bornUs`. Returns how many of them were never sent.
     uint64_t dropBefore(uint64_t bornUs);
 
   private:

@@ -6,14 +6,14 @@
 
 namespace mirror {
 
-/// Spreads packets over time. What was not sent because the timer was late is made up for, as far
-/// as the queue on the way is not filled by that.
+/// Spreads packets over time. If the timer is late, a burst makes up for it; the burst is limited
+/// to half of the shortest round trip (1 to 20 ms), so that it does not fill the network's queue.
 class Pacer {
   public:
     /// When the next packet may be sent.
     uint64_t dueUs() const { return _dueUs; }
 
-    /// Accounts for a packet that was sent at that rate, in bytes per second.
+    /// Accounts for a packet. `rate` is in bytes per second.
     void sent(uint64_t bytes, uint64_t rate, uint64_t minRoundTripUs, uint64_t nowUs) {
         const uint64_t burstUs = std::clamp(minRoundTripUs / 2, kLeastBurstUs, kMostBurstUs);
         _dueUs = std::max(_dueUs, nowUs - std::min(nowUs, burstUs)) + bytes * 1'000'000 / rate;

@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-/// What datagrams carry; protocol.md describes the formats and who sends them when.
+/// The contents of datagrams. protocol.md describes their formats and when they are sent.
 namespace mirror {
 
 constexpr unsigned int kHeaderSize = 4;      // kind and packet number, not encrypted
@@ -18,47 +18,47 @@ constexpr unsigned int kWireOverhead = 28;  // of IPv4 and UDP
 
 enum class PacketKind : unsigned char { DATA = 1, DATA_AGAIN = 2, FEEDBACK = 3, TIMING = 4 };
 
-/// What a datagram with a chunk begins with.
+/// The header of a datagram with a chunk.
 struct DataHeader {
-    uint64_t index = 0;   // of the chunk; 32 bits travel
-    uint64_t bornUs = 0;  // when it was read, on the sender's clock; 32 bits travel
+    uint64_t index = 0;   // of the chunk; its low 32 bits are sent
+    uint64_t bornUs = 0;  // when it was read, by the sender's clock; the low 32 bits are sent
 
     void write(char* body) const;
     static DataHeader read(const char* body);
 };
 
-/// What the sender knows of the way and of the clocks.
+/// The sender's estimates of the clock offset and the round trip.
 struct Timing {
     bool wantsAnswer = false;
     uint64_t next = 0;         // the first chunk that was not sent yet
     uint64_t sentUs = 0;       // the sender's clock
     int64_t offsetUs = 0;      // the receiver's clock minus the sender's
-    uint32_t roundTripUs = 0;  // 0: nothing is known yet
+    uint32_t roundTripUs = 0;  // 0: not known yet
 
     size_t write(char* body, size_t size) const;
     static std::optional<Timing> read(const char* body, size_t size);
 };
 
-/// What has arrived at the receiver, and what is missing.
+/// What has arrived at the receiver, and which chunks are missing.
 struct Feedback {
     struct Gap {
         uint64_t begin;
         uint64_t end;
     };
 
-    uint64_t newest = 0;     // the newest packet that has arrived; 32 bits travel
-    uint64_t arrivedUs = 0;  // when it has, on the receiver's clock
-    uint32_t heldUs = 0;     // how long ago that was
-    uint32_t packets = 0;    // how many have arrived in all, and their bytes; both wrap around
+    uint64_t newest = 0;     // the newest packet that has arrived; its low 32 bits are sent
+    uint64_t arrivedUs = 0;  // when it arrived, by the receiver's clock
+    uint32_t heldUs = 0;     // how long before this feedback
+    uint32_t packets = 0;    // how many have arrived, and their bytes; both wrap around
     uint32_t bytes = 0;
-    uint64_t base = 0;          // chunks before it are not needed any more; 32 bits travel
+    uint64_t base = 0;          // the first chunk still needed; its low 32 bits are sent
     uint32_t reorderingUs = 0;  // how much later than its successors a packet may arrive
-    std::vector<Gap> gaps;      // chunks that are missing, as indexes, in order
+    std::vector<Gap> gaps;      // runs of missing chunks, in order
 
-    /// Writes as many gaps as there is room for.
+    /// Writes as many gaps as fit.
     size_t write(char* body, size_t size) const;
 
-    /// `newest` and `base` still have to be completed with nearest(), and gaps count from base.
+    /// The caller must complete `newest` and `base` with nearest(). Gaps are relative to `base`.
     static std::optional<Feedback> read(const char* body, size_t size);
 };
 

@@ -20,7 +20,7 @@ constexpr char kInTheWay[] =
     " is in the way, of a transfer that is under way or was cut short: remove it, or go on with "
     "--resume";
 
-/// Has the disk keep a file's new name. Where that is not possible the file is complete anyway.
+/// Makes the new file name durable. Errors are ignored: the file itself is complete.
 void syncFolder(const fs::path& path) {
     const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
     const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -50,7 +50,7 @@ std::string PartFile::open() {
     return openAs(_path, "wbe") ? "" : fail(errno);
 }
 
-/// The file is written in large pieces, which need no buffer.
+/// Opens without a stdio buffer, since pieces are large.
 bool PartFile::openAs(const std::string& path, const char* mode) {
     _file.reset(std::fopen(path.c_str(), mode));
     return _file != nullptr && std::setvbuf(_file.get(), nullptr, _IONBF, 0) == 0;
@@ -103,7 +103,7 @@ std::string PartFile::finish(const std::string& checksum) {
     }
     const bool isDevice = _partPath.empty();
     const bool isStored =
-        isDevice || ::fsync(::fileno(_file.get())) == 0 || errno == EINVAL;  // where it cannot be
+        isDevice || ::fsync(::fileno(_file.get())) == 0 || errno == EINVAL;  // no fsync() there
     if (!isStored || std::fclose(_file.release()) != 0 ||
         (!isDevice && std::rename(_partPath.c_str(), _path.c_str()) != 0)) {
         return fail(errno);

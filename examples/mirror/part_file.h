@@ -13,29 +13,28 @@
 namespace mirror {
 
 /// A file that is being written: PATH.part, which is renamed to PATH once it is complete, or PATH
-/// itself if that is a device. A PATH.part that is there already is not touched, since it may be
-/// the source or that of another transfer, unless the owner wants to resume it. One thread at a
-/// time; operations give an error message, or "".
+/// itself if that is a device. An existing PATH.part may be the source, or belong to another
+/// transfer: it is not touched unless the owner wants to resume it. Not thread-safe. Operations
+/// return an error message, or "".
 class PartFile : public NIVUR::NoCopyable {
   public:
-    /// One that `resumes` goes on with a PATH.part that is there, and leaves its own there when it
-    /// is destroyed before it is complete.
+    /// If `resumes`, open() continues an existing PATH.part, and the destructor keeps an incomplete
+    /// one.
     PartFile(std::string path, bool resumes) : _path(std::move(path)), _resumes(resumes) {}
 
-    /// Removes what is not complete.
+    /// Removes an incomplete PATH.part, unless it `resumes`.
     ~PartFile();
 
     std::string open();
 
-    /// Reads a piece of what the file holds already. Call it until isRead(), before anything is
-    /// written.
+    /// Reads a piece of the existing contents. Call it until isRead(), before append().
     std::string read();
     bool isRead() const { return _isRead; }
 
-    /// Appends bytes. After an error it does nothing and gives that error again.
+    /// Appends bytes. After an error it only returns that error again.
     std::string append(const char* bytes, unsigned int size);
 
-    /// Compares the checksum of all bytes with this one and gives the file its name.
+    /// Compares the checksum of all bytes with this one and renames the file to PATH.
     std::string finish(const std::string& checksum);
 
     /// How many bytes the file has.
@@ -55,7 +54,7 @@ class PartFile : public NIVUR::NoCopyable {
 
     const std::string _path;
     bool _resumes;
-    std::string _partPath;  // of what is not complete yet, or ""
+    std::string _partPath;  // of the incomplete file, or ""
     std::unique_ptr<std::FILE, Close> _file;
     Checksum _checksum;
     uint64_t _written = 0;

@@ -14,7 +14,7 @@ namespace mirror {
 namespace {
 
 constexpr uint64_t kMaxLateUs = 5000;
-constexpr int64_t kMaxTurn = 200;  // the clocks are adjusted by one part in so many
+constexpr int64_t kMaxTurn = 200;  // the offset changes by at most 1/200 of the elapsed time
 
 }  // namespace
 
@@ -24,7 +24,7 @@ Playout::Playout(NIVUR::RunLoop& loop, ChunkWindow& chunks, uint64_t latencyUs, 
       _output(std::move(output)),
       _alarm(loop, [this] { handOut(); }) {}
 
-/// A better estimate is approached slowly: a stream must neither jump nor stall for it.
+/// Approaches a changed estimate slowly, so that the stream neither jumps nor stalls.
 void Playout::learn(const Timing& timing) {
     if (timing.roundTripUs == 0) {
         return;
@@ -38,13 +38,13 @@ void Playout::learn(const Timing& timing) {
     _learnedUs = nowUs;
 }
 
-/// When the chunk was read, on this clock.
+/// When the chunk was read, by this end's clock.
 uint64_t Playout::bornUs(uint64_t index) const {
     const uint64_t low = DataHeader::read(_chunks.at(index).data()).bornUs;
     return nearest(_senderUs, low, 32) + static_cast<uint64_t>(_offsetUs);
 }
 
-/// The first chunk that has come; the end if none has.
+/// The first chunk in the window that has arrived; the end if none has.
 uint64_t Playout::findFirst() {
     uint64_t index = std::max(_chunks.base(), _chunks.firstMissing());
     if (_chunks.first() != nullptr) {

@@ -14,33 +14,34 @@
 
 namespace mirror {
 
-/// Hands out the chunks of a stream in order, each at its sending time plus the latency, and skips
-/// what has not come by then. On one loop.
+/// Hands out the chunks of a stream in order, each when the latency has passed since it was read,
+/// and skips those that have not arrived by then. Used on one loop.
 class Playout : public NIVUR::NoCopyable {
   public:
     using Output = std::function<void(ChunkWindow::Body body)>;
 
-    /// `output` takes each chunk, with its DataHeader.
+    /// `output` receives each chunk, with its DataHeader.
     Playout(NIVUR::RunLoop& loop, ChunkWindow& chunks, uint64_t latencyUs, Output output);
 
-    /// Learns how far the clocks are apart; `timing` came just now.
+    /// Updates the clock offset. `timing` has just arrived.
     void learn(const Timing& timing);
 
-    /// Hands out what is due. Call it before chunks are added: what is due by then and comes later
-    /// is too late.
+    /// Hands out the chunks that are due. Call it before adding chunks, so that those before a due
+    /// chunk count as too late.
     void handOut();
 
-    /// Looks at the chunks that were added.
+    /// Handles added chunks: skips those that are too late, and sets the alarm for the next.
     void schedule();
 
-    /// Whether of a stream of so many chunks no more can be handed out; what is missing is skipped
-    /// then.
+    /// Whether all chunks before `end`, the end of the stream, were handed out or are too late.
+    /// Counts the latter as skipped.
     bool isOver(uint64_t end);
 
-    /// How many chunks have not come in time.
+    /// How many chunks have not arrived in time.
     uint64_t skipped() const { return _chunks.base() - _all.count() + _neverCame; }
 
-    /// How long chunks took from sending to handing out: of all, and since takeRecent().
+    /// How long chunks took from reading to handing out: all, and those since the last
+    /// takeRecent().
     const Latencies& latencies() const { return _all; }
     Latencies takeRecent();
 
@@ -53,11 +54,11 @@ class Playout : public NIVUR::NoCopyable {
     const uint64_t _latencyUs;
     const Output _output;
     Alarm _alarm;
-    uint64_t _senderUs = 0;  // the sender's clock, some time ago; 0: not known yet
-    int64_t _offsetUs = 0;   // from the sender's clock to this one
+    uint64_t _senderUs = 0;  // the sender's clock in the last timing; 0: none yet
+    int64_t _offsetUs = 0;   // this clock minus the sender's
     uint64_t _learnedUs = 0;
-    uint64_t _endedUs = 0;    // when the end became known; 0 before
-    uint64_t _neverCame = 0;  // after the last that has come, once the end is over
+    uint64_t _endedUs = 0;    // when isOver() was first called; 0 before
+    uint64_t _neverCame = 0;  // after the last that arrived, once the stream is over
     Latencies _all;
     Latencies _recent;
 };

@@ -32,8 +32,8 @@ std::string Ports::open(const Address& at, UDPSocket& datagrams) {
     return "cannot listen on " + at.text() + ": " + std::strerror(result.error);
 }
 
-/// Takes the same port for both kinds of socket; which one the system chooses may be taken for the
-/// other kind. A port is free for a new listener although connections of the last one linger.
+/// Binds both sockets to the same port. Fails if a port that the kernel chose for one is in use for
+/// the other. The listener may reuse a port with connections in TIME_WAIT.
 IoResult Ports::tryToOpen(const Address& at, UDPSocket& datagrams) {
     _listener.close();
     datagrams.close();

@@ -10,13 +10,12 @@
 
 namespace mirror {
 
-/// Where a receiver is reached: sockets for connections and for datagrams, on the same port, of
-/// which none blocks.
+/// The receiver's listener and its UDP socket, both non-blocking and on the same port number.
 class Ports {
   public:
     Ports();
 
-    /// Begins to listen, and opens `datagrams`; an error message, or "".
+    /// Starts listening, and binds `datagrams`. Returns an error message, or "".
     std::string open(const Address& at, NIVUR::UDPSocket& datagrams);
 
     const NIVUR::ServerSocket& listener() const { return _listener; }

@@ -13,7 +13,7 @@
 
 namespace mirror {
 
-/// How far a transfer is, which every event about it carries.
+/// The progress of a transfer, which is the parameter of each event about it.
 struct Standing : NIVUR::ParameterValue {
     Standing(uint64_t doneBytes, uint64_t sizeBytes, std::string detailLines = "")
         : done(doneBytes), size(sizeBytes), details(std::move(detailLines)) {}
@@ -25,16 +25,16 @@ struct Standing : NIVUR::ParameterValue {
     void send(NIVUR::EventCenter& events, const std::string& name) const;
 };
 
-/// What the person at the terminal sees of one end: a line while the file moves, rewritten in place
-/// where that is possible, and a summary when all is done.
+/// Prints the progress of one end: a line during the transfer, rewritten in place on a terminal,
+/// and a summary at the end.
 class Progress : public NIVUR::EventHandler {
   public:
-    /// `deed` is what this end does with the file: "sent" or "received". The summary is all that a
-    /// `quiet` one prints.
+    /// `deed` is the verb of the messages: "sent" or "received". If `quiet`, prints only the
+    /// summary.
     Progress(NIVUR::EventCenter& events, std::string deed, bool quiet);
     ~Progress() override;
 
-    /// On the loop of the end.
+    /// Called on the end's loop.
     void onEvent(const NIVUR::Event& event, NIVUR::Parameter* parameter) override;
 
   private:

@@ -38,7 +38,7 @@ Receiver::Receiver(const Options& options, NIVUR::EventCenter& events)
 }
 
 Receiver::~Receiver() {
-    _sink->stop();  // while there is a loop that takes its replies
+    _sink->stop();  // before the loop, which runs its replies
     stopLoop();
 }
 
@@ -80,8 +80,8 @@ void Receiver::welcome() {
     }
 }
 
-/// A connection for which there is no descriptor keeps the listener ready: it is left alone for a
-/// while, and gets the place of another one.
+/// Without a free descriptor, a pending connection would keep the listener ready in a busy loop.
+/// Turns away the oldest client to free one, and does not watch the listener for a while.
 void Receiver::pauseListening() {
     _lobby.makeRoom();
     _loop.removeWatch(std::exchange(_listening, 0));
@@ -134,7 +134,7 @@ bool Receiver::onOffer(std::unique_ptr<ControlChannel>& channel, const Dictionar
     return true;
 }
 
-/// The sink may answer while it is still being asked.
+/// Posts, because the sink may call this from within take().
 void Receiver::onReady() {
     post([this] { begin(); });
 }
@@ -173,7 +173,7 @@ void Receiver::onMoved() {
     progress();
 }
 
-/// From here on only the disk can fail, and what becomes of the sender does not matter.
+/// From now on only the disk can fail; losing the sender is no error any more.
 void Receiver::onArrived() {
     _stage = Stage::COMMITTING;
     _collector->confirm();
@@ -225,7 +225,7 @@ void Receiver::onLost(const std::string& reason) {
     }
 }
 
-/// Who stands still may be the sink, and a stream may.
+/// The sink may be stalled instead of the sender, and a live sender may pause.
 void Receiver::checkProgress() {
     const std::string obstacle = _sink->obstacle();
     if (!obstacle.empty()) {

@@ -18,18 +18,18 @@
 
 namespace mirror {
 
-/// The receiving end: waits for one sender that holds the key and whose offer is good, collects its
-/// chunks, and passes them on to its sink.
+/// The receiving end: waits for a sender that holds the key and makes a valid offer, collects its
+/// chunks, and passes them to its sink.
 class Receiver : public Endpoint, public Lobby::Owner, public Sink::Owner {
   public:
     Receiver(const Options& options, NIVUR::EventCenter& events);
     ~Receiver() override;
 
-    /// Begins to listen, on TCP and UDP; where, or nothing when that fails: wait() tells why.
+    /// Starts listening on TCP and UDP. Returns the address, or nullopt on failure: see wait().
     std::optional<Address> start(const Address& at);
 
-    /// Ends what is done on other threads; false when that takes too long, and then this object
-    /// cannot be destroyed.
+    /// Stops the sink's threads. Returns false if that takes too long; this object must not be
+    /// destroyed then.
     bool stop() { return _sink->stop(); }
 
     void dump() override;
@@ -67,7 +67,7 @@ class Receiver : public Endpoint, public Lobby::Owner, public Sink::Owner {
     std::unique_ptr<Sink> _sink;
     Statistics _statistics;
 
-    // Of the transfer.
+    // The current transfer.
     Stage _stage = Stage::WAITING;
     std::optional<Collector> _collector;
     bool _finished = false;  // the sender has sent everything

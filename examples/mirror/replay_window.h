@@ -7,18 +7,18 @@
 
 namespace mirror {
 
-/// Tells packets that have not come before from replays: a bit for each of the newest 4096 numbers;
-/// what is older counts as a replay (as in RFC 6479).
+/// Detects replayed packets with a bit for each of the newest 4096 numbers (RFC 6479). Older
+/// numbers count as replays.
 class ReplayWindow {
   public:
-    /// The next number that is expected.
+    /// The newest number plus 1.
     uint64_t next() const { return _next; }
 
     bool isNew(uint64_t number) const {
         return number >= _next || (_next - number <= kSize && !bit(number));
     }
 
-    /// Remembers a number that is new.
+    /// Records a number. REQUIRES: isNew(number).
     void add(uint64_t number) {
         for (; _next <= number; ++_next) {
             if (number - _next >= kSize) {

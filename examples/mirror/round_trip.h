@@ -31,10 +31,10 @@ class RoundTrip {
     uint64_t smoothedUs() const { return _smoothedUs; }
     uint64_t minUs() const { return isKnown() ? std::min(_minUs, _earlierMinUs) : 0; }
 
-    /// By how much round trips differ from the smoothed one.
+    /// The mean deviation from the smoothed round trip.
     uint64_t deviationUs() const { return _deviationUs; }
 
-    /// After this time an answer is no longer to be expected.
+    /// The time after which an answer counts as lost.
     uint64_t timeoutUs() const { return _smoothedUs + 4 * _deviationUs; }
 
   private:

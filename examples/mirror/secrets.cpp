@@ -39,7 +39,7 @@ Key derive(const Key& root, uint64_t id) {
     return key;
 }
 
-/// The number of a message as the cipher wants it.
+/// The number of a message as the cipher's nonce.
 std::array<unsigned char, crypto_aead_chacha20poly1305_ietf_NPUBBYTES> nonceOf(uint64_t number) {
     std::array<unsigned char, crypto_aead_chacha20poly1305_ietf_NPUBBYTES> nonce{};
     for (size_t i = 0; i < sizeof(number); ++i) {
@@ -73,7 +73,7 @@ std::optional<Key> readKeyFile(const std::string& path) {
     text.erase(std::find_if(text.rbegin(), text.rend(), [](char c) { return c > ' '; }).base(),
                text.end());
     const auto key = fromHex(text);
-    return key && *key != Key{} ? key : std::nullopt;  // zeros are what everybody has
+    return key && *key != Key{} ? key : std::nullopt;  // zeros stand for no key
 }
 
 std::string toBase64(const std::string& bytes) {

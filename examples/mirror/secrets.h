@@ -14,7 +14,7 @@ namespace mirror {
 /// 32 secret bytes.
 using Key = std::array<unsigned char, 32>;
 
-/// Prepares the library that does the work; false when it cannot be used. Call it first.
+/// Initializes libsodium; false if that fails. Call it first.
 bool prepareSecrets();
 
 /// A new random key.
@@ -23,16 +23,16 @@ Key makeKey();
 /// A key as hexadecimal text.
 std::string toHex(const Key& key);
 
-/// The key that a file holds as hexadecimal text; nothing when it holds anything else.
+/// Reads a key as hexadecimal text from a file; nullopt if the file has other contents.
 std::optional<Key> readKeyFile(const std::string& path);
 
 ///@{
-/// Bytes as text and back; nothing for other text.
+/// Encodes and decodes Base64; nullopt for other text.
 std::string toBase64(const std::string& bytes);
 std::optional<std::string> fromBase64(const std::string& text);
 ///@}
 
-/// The keys of one session, as one end uses them.
+/// One end's keys of a session.
 struct SessionKeys {
     Key sendTexts;
     Key receiveTexts;
@@ -40,19 +40,19 @@ struct SessionKeys {
     Key receiveDatagrams;
 };
 
-/// One end's part of the key agreement: X25519 with a new pair of keys for each session, mixed with
-/// the key that both ends share. Who lacks the shared key gets other session keys, and who learns
-/// it later cannot read what was sent before. Without a shared key, all zeros take its place: the
-/// session is then safe from listeners but not from someone in the middle.
+/// One end of the key agreement: X25519 with a new key pair for each session, mixed with the key
+/// that both ends share. An end without the shared key derives other session keys, and learning it
+/// later does not decrypt earlier sessions (forward secrecy). Without a shared key, zeros take its
+/// place: the session is then safe from eavesdroppers but not from a man in the middle.
 class KeyAgreement : public NIVUR::NoCopyable {
   public:
     KeyAgreement();
     ~KeyAgreement();
 
-    /// What the other end has to know, as hexadecimal text.
+    /// The public key for the other end, as hexadecimal text.
     std::string publicText() const;
 
-    /// The session's keys; nothing when the peer's text is not a public key.
+    /// Derives the session's keys; nullopt if `peerText` is no valid public key.
     std::optional<SessionKeys> finish(const Key& shared, const std::string& peerText,
                                       bool isSender) const;
 
@@ -63,8 +63,8 @@ class KeyAgreement : public NIVUR::NoCopyable {
 
 constexpr size_t kTagSize = 16;
 
-/// Encrypts and authenticates with ChaCha20-Poly1305 (RFC 8439). A number must never be used for
-/// two messages of the same key.
+/// Encrypts and authenticates with ChaCha20-Poly1305 (RFC 8439). `number` is the nonce: it must
+/// never be used for two messages with the same key.
 class Cipher {
   public:
     explicit Cipher(const Key& key) : _key(key) {}
@@ -73,7 +73,7 @@ class Cipher {
     void seal(uint64_t number, const char* header, size_t headerSize, const char* plain,
               size_t size, char* out) const;
 
-    /// Writes `size` - kTagSize bytes to `out`; false when the message is not genuine.
+    /// Writes `size` - kTagSize bytes to `out`; false if the message is not authentic.
     bool open(uint64_t number, const char* header, size_t headerSize, const char* sealed,
               size_t size, char* out) const;
 

@@ -77,7 +77,7 @@ void Sender::startConnection() {
     _connectWatch = watch(*_connecting, RunLoop::WRITABLE,
                           [this] { finishConnection(_connecting->finishConnect()); });
     if (_connectWatch == 0) {
-        failToConnect(EMFILE);  // the loop has no descriptors of its own
+        failToConnect(EMFILE);  // the loop has no descriptors to watch with
     }
 }
 
@@ -162,7 +162,7 @@ void Sender::receiveDatagrams() {
     });
 }
 
-/// A stream may be silent for as long as it wants.
+/// A stream may pause for any time.
 void Sender::onOpen() {
     progress();
     setResting(_isLive);
@@ -205,8 +205,8 @@ void Sender::onDeaf() {
         "block UDP");
 }
 
-/// Before the first chunk and after the last one the receiver waits for its disk, and knows better
-/// how long.
+/// Before the first chunk and after the last one the receiver waits for its disk: then the limit is
+/// longer, so that the receiver detects a stalled disk first.
 void Sender::checkProgress() {
     const bool isAllThere = _transmitter && _transmitter->waiting() == 0;
     if (_transmitter ? isAllThere && _finished : channel().isProved()) {
@@ -218,7 +218,7 @@ void Sender::checkProgress() {
 
 bool Sender::onDone(const Dictionary& text) {
     const auto arrived = getNumber(text, "arrived");
-    if (!_finished || !arrived) {  // the last feedback may come later, or never
+    if (!_finished || !arrived) {  // does not wait for the last feedback, which may be lost
         return false;
     }
     const uint64_t sent = _path.next();

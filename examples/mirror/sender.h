@@ -18,14 +18,14 @@
 
 namespace mirror {
 
-/// The sending end: connects to a receiver, agrees on keys, offers what its source holds, and has
-/// it transmitted.
+/// The sending end: connects to a receiver, agrees on keys, offers its source, and transmits the
+/// source's chunks.
 class Sender : public Endpoint, public Transmitter::Owner, public Source::Owner {
   public:
     Sender(const Options& options, NIVUR::EventCenter& events);
     ~Sender() override { stopLoop(); }
 
-    /// Begins to send to that receiver. What goes wrong, wait() tells.
+    /// Starts sending to a receiver. wait() reports errors.
     void start(const Address& to);
 
   private:
@@ -54,7 +54,7 @@ class Sender : public Endpoint, public Transmitter::Owner, public Source::Owner 
     void onFailed(const std::string& error) override;
 
     Address _to;
-    NIVUR::SocketAddress _receiver;  // the same, as sockets take it
+    NIVUR::SocketAddress _receiver;  // the same address, for sockets
     std::unique_ptr<NIVUR::ClientSocket> _connecting;
     long _connectWatch = 0;
     long _connectTimer = 0;
@@ -64,7 +64,7 @@ class Sender : public Endpoint, public Transmitter::Owner, public Source::Owner 
     std::unique_ptr<Source> _source;
     const Key _key;
     std::optional<Transmitter> _transmitter;
-    uint64_t _window = 0;  // chunks that the receiver holds
+    uint64_t _window = 0;  // how many chunks the receiver can hold
     bool _finished = false;
 
     Statistics _statistics;

@@ -12,7 +12,7 @@ namespace {
 
 constexpr unsigned int kEndSeconds = 5;
 
-/// Does only what a signal handler may do, and never waits.
+/// Async-signal-safe, and never blocks.
 void endNow(int /*signal*/) {
     constexpr char kText[] = "mirror: interrupted, and a file or a terminal does not answer\n";
     pollfd output{STDERR_FILENO, POLLOUT, 0};
@@ -37,7 +37,7 @@ sigset_t blockSignals(bool withUsr1) {
     ::sigemptyset(&set);
     ::sigaddset(&set, SIGINT);
     ::sigaddset(&set, SIGTERM);
-    if (onHangUp.sa_handler != SIG_IGN) {  // as nohup makes it
+    if (onHangUp.sa_handler != SIG_IGN) {  // nohup ignores it
         ::sigaddset(&set, SIGHUP);
     }
     if (withUsr1) {

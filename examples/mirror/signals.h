@@ -9,21 +9,21 @@
 
 namespace mirror {
 
-/// Blocks SIGINT, SIGTERM and SIGHUP, and SIGUSR1 if asked to, in this thread and those that it
-/// starts from now on, and returns their set. Writing to a closed pipe or beyond the limit of a
-/// file's size fails from now on, where it would have ended the process.
+/// Blocks SIGINT, SIGTERM, SIGHUP (unless it is ignored) and, if `withUsr1`, SIGUSR1 in this thread
+/// and those that it starts from now on. Returns their set. Ignores SIGPIPE and SIGXFSZ, so that
+/// writing to a closed pipe or beyond the file size limit fails instead of ending the process.
 sigset_t blockSignals(bool withUsr1);
 
-/// Ends the process in 5 seconds if it has not ended by then: a thread that waits for a terminal or
-/// a disk does not notice that it is to end. Any thread.
+/// Ends the process after 5 seconds, in case a thread that is blocked by a terminal or a disk
+/// delays its end. Any thread.
 void endSoon();
 
-/// Handles blocked signals on a thread of its own, where anything may be done.
+/// Handles blocked signals on a thread of its own, so that handlers may call any function.
 class Signals : public NIVUR::NoCopyable {
   public:
     using Handler = std::function<void(int)>;
 
-    /// Begins to call `handler` with the number of each signal.
+    /// Starts the thread, which calls `handler` with the number of each signal.
     Signals(const sigset_t& set, Handler handler);
     ~Signals();
 

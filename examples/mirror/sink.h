@@ -13,23 +13,23 @@
 
 namespace mirror {
 
-/// What takes the chunks that have arrived: a file or a stream. On the receiver's loop.
+/// The destination of received chunks: a file or a stream. Used on the receiver's loop.
 class Sink {
   public:
-    /// Who is told.
+    /// Receives the sink's results.
     class Owner {
       public:
-        /// Chunks can be taken: they come from now on in that window.
+        /// The sink is ready for start().
         virtual void onReady() = 0;
         virtual void onFailed(const std::string& error) = 0;
 
-        /// A chunk was taken, or given up.
+        /// A chunk was consumed.
         virtual void onMoved() = 0;
 
-        /// Everything has arrived, and only what is done with it can still fail.
+        /// Everything has arrived; only storing it can still fail.
         virtual void onArrived() = 0;
 
-        /// All is done. `summary` says what has come of it.
+        /// Everything is stored or handed out. `summary` describes it for people.
         virtual void onComplete(const std::string& summary) = 0;
 
       protected:
@@ -38,43 +38,44 @@ class Sink {
 
     virtual ~Sink() = default;
 
-    /// Takes an offer, and answers onReady() or onFailed(); false when it is no good.
+    /// Accepts an offer and then calls onReady() or onFailed(); false if the offer is invalid.
     virtual bool take(const NIVUR::Dictionary& offer) = 0;
 
-    /// What is offered, for a person.
+    /// A description of the offer for people.
     virtual std::string title() const = 0;
 
-    /// Says in the answer to the offer what is here already.
+    /// Adds to the answer to the offer which part of the file is here already.
     virtual void describe(NIVUR::Dictionary& /*accept*/) const {}
 
-    /// Chunks come into that window from now on.
+    /// From now on chunks arrive in that window.
     virtual void start(ChunkWindow& chunks) = 0;
 
-    /// Datagrams have come, which will be looked at now.
+    /// Called before datagrams that have arrived are handled.
     virtual void beforeChunks() {}
 
-    /// Chunks may have come into the window.
+    /// Called after datagrams were handled: the window may have new chunks.
     virtual void onChunks() = 0;
 
-    /// The sender's clock has been told.
+    /// A timing datagram has arrived.
     virtual void onTiming(const Timing& /*timing*/) {}
 
-    /// The sender has sent everything, which is as the text says; false when that cannot be.
+    /// The sender has sent everything that `text`, a `finished`, describes; false if `text` is
+    /// invalid.
     virtual bool finish(const NIVUR::Dictionary& text) = 0;
 
     /// Called every few milliseconds while there is something to do.
     virtual void tick() {}
 
-    /// What hinders the sink, if anything does; else "".
+    /// The reason why the sink has stalled, or "".
     virtual std::string obstacle() const { return ""; }
 
-    /// Whether a sender that sends nothing is to be given up.
+    /// Whether a sender that makes no progress must be given up.
     virtual bool expectsProgress() const { return true; }
 
     virtual std::vector<Statistics::Figure> figures() { return {}; }
 
-    /// Waits until nothing is done on other threads; false when that takes too long, and then the
-    /// sink cannot be destroyed.
+    /// Stops the sink's threads. Returns false if that takes too long; the sink must not be
+    /// destroyed then.
     virtual bool stop() { return true; }
 
     /// Logs the state of its loops. Any thread.

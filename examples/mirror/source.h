@@ -10,13 +10,13 @@
 
 namespace mirror {
 
-/// What is sent: a file or a stream. On the sender's loop.
+/// The source of chunks: a file or a stream. Used on the sender's loop.
 class Source {
   public:
-    /// Who is told.
+    /// Receives the source's results.
     class Owner {
       public:
-        /// The last chunk was added. `text` says what the receiver should have now.
+        /// The last chunk was added. `text` is the `finished` for the receiver.
         virtual void onFinished(const NIVUR::Dictionary& text) = 0;
         virtual void onFailed(const std::string& error) = 0;
 
@@ -26,33 +26,32 @@ class Source {
 
     virtual ~Source() = default;
 
-    /// An error message, or "".
+    /// Opens the source. Returns an error message, or "".
     virtual std::string open() = 0;
 
-    /// Says in an offer what will be sent.
+    /// Describes the source in an offer.
     virtual void describe(NIVUR::Dictionary& offer) const = 0;
 
-    /// How long a chunk is of use; 0 for as long as it takes.
+    /// How long a chunk is useful; 0: forever.
     virtual uint64_t latencyUs() const = 0;
 
-    /// The bytes per second at which to begin; 0 for a slow start.
+    /// The initial rate in bytes per second; 0 for a slow start.
     virtual uint64_t firstRate() const = 0;
 
-    /// Passes over the first `from` bytes, which the receiver has, with that checksum. True once
-    /// that is done; false, and to be called again, after a part of it; onFailed() when they are
-    /// not what the receiver has.
+    /// Skips the first `from` bytes, which the receiver already has. Returns true when done, false
+    /// if it must be called again. Calls onFailed() if these bytes do not have that checksum.
     virtual bool skip(uint64_t /*from*/, const std::string& /*checksum*/) { return true; }
 
-    /// Chunks may be added from now on; the receiver holds up to `window` of them.
+    /// From now on chunks may be added; the receiver can hold up to `window` of them.
     virtual void start(Transmitter& transmitter, uint64_t window) = 0;
 
-    /// There is room for a chunk: adds one if there is any.
+    /// Adds a chunk to the transmitter, if one is available.
     virtual void fill() = 0;
 
-    /// More chunks are confirmed.
+    /// More chunks were confirmed.
     virtual void onConfirmed() {}
 
-    /// How many bytes are to be sent; 0 if that is not known.
+    /// How many bytes will be sent; 0 if unknown.
     virtual uint64_t size() const { return 0; }
 };
 

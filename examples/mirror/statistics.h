@@ -10,13 +10,13 @@
 
 namespace mirror {
 
-/// Figures about a transfer on standard error, as a line for people or as JSON.
+/// Prints figures about a transfer to standard error, as a line for people or as JSON.
 class Statistics {
   public:
     enum Kind { NOW, PER_SECOND };
 
-    /// A figure as it is now; of PER_SECOND, what it has grown since the last report is told;
-    /// 0 when it has become less, as the packets that are lost do when some were merely late.
+    /// `value` is the current value. For PER_SECOND its increase since the last report is printed,
+    /// or 0 if it has decreased, as the number of lost packets does when some were only late.
     struct Figure {
         std::string name;
         std::string unit;
@@ -28,10 +28,10 @@ class Statistics {
 
     bool isWanted() const { return _format != StatsFormat::NONE; }
 
-    /// Tells of one second.
+    /// Prints the figures of one second.
     void report(const std::vector<Figure>& figures);
 
-    /// Prints text as it is.
+    /// Prints `text` unchanged.
     static void print(const std::string& text);
 
   private:

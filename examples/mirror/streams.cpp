@@ -103,7 +103,7 @@ void OutputStream::flush() {
     }
 }
 
-/// Whether more may be written now.
+/// Writes the first chunk or a part of it. Returns whether to try again at once.
 bool OutputStream::writeFirst() {
     Chunk& chunk = _waiting.front();
     const size_t rest = chunk.body->usedSize() - chunk.written;

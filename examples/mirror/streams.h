@@ -13,7 +13,8 @@
 
 namespace mirror {
 
-/// Makes a descriptor non-blocking, and as it was before at its end: others may share it.
+/// Makes a descriptor non-blocking while it exists. The destructor restores the flags, since other
+/// processes may share the descriptor.
 class NonBlocking : public NIVUR::NoCopyable {
   public:
     explicit NonBlocking(int descriptor);
@@ -24,23 +25,24 @@ class NonBlocking : public NIVUR::NoCopyable {
     const int _flags;
 };
 
-/// A descriptor that is read on a loop as bytes come.
+/// Reads a descriptor on a loop, as bytes arrive.
 class InputStream : public NIVUR::NoCopyable {
   public:
     enum class Status { BYTES, NOTHING_NOW, END, FAILED };
 
-    /// `onReadable` is called while there is something to read; never for a file.
+    /// `onReadable` is called repeatedly while the descriptor is readable; never for a file.
     InputStream(NIVUR::RunLoop& loop, int descriptor, std::function<void()> onReadable);
     ~InputStream();
 
     void start();
     void stop();
 
-    /// Whether this is a file or a device such as /dev/zero, which cannot be watched: what it holds
-    /// can always be read.
+    /// Whether this is a file or a device such as /dev/zero, which cannot be watched and is always
+    /// readable.
     bool isFile() const { return _isFile; }
 
-    /// Reads up to `size` bytes; `size` gets their number. When it has FAILED, errno tells why.
+    /// Reads up to `size` bytes and sets `size` to their number. After FAILED, errno has the
+    /// reason.
     Status read(char* bytes, size_t& size) const;
 
   private:
@@ -52,8 +54,8 @@ class InputStream : public NIVUR::NoCopyable {
     long _watch = 0;
 };
 
-/// A descriptor that is written on a loop as it takes bytes. What a slow reader does not take waits
-/// here, a limited number of chunks.
+/// Writes chunks to a descriptor on a loop, without blocking. Queues a limited number of chunks for
+/// a slow reader.
 class OutputStream : public NIVUR::NoCopyable {
   public:
     using Body = NIVUR::SharedPtr<NIVUR::Buffer>;
@@ -61,17 +63,17 @@ class OutputStream : public NIVUR::NoCopyable {
     OutputStream(NIVUR::RunLoop& loop, int descriptor);
     ~OutputStream();
 
-    /// Writes a chunk, but for its first `skip` bytes, now or later, or drops it when too many
-    /// wait.
+    /// Writes a chunk except for its first `skip` bytes, or queues it. Drops it if the queue is
+    /// full or an error occurred.
     void write(Body chunk, size_t skip);
 
     bool isEmpty() const { return _waiting.empty(); }
 
-    /// Whether something has waited for so long and nothing was taken.
+    /// Whether chunks are queued and none was completely written for longer than `ms`.
     bool isStuckFor(uint64_t ms) const;
     uint64_t dropped() const { return _dropped; }
 
-    /// The error number of what went wrong, after which all is dropped; 0 if nothing did.
+    /// The error number of a failed write, after which all chunks are dropped; 0 if none failed.
     int error() const { return _error; }
 
   private:
@@ -88,7 +90,7 @@ class OutputStream : public NIVUR::NoCopyable {
     const NonBlocking _nonBlocking;
     std::deque<Chunk> _waiting;
     long _watch = 0;
-    uint64_t _takenMs = 0;  // when a chunk was last taken, or the first began to wait
+    uint64_t _takenMs = 0;  // when a chunk was last written, or the first was queued
     uint64_t _dropped = 0;
     int _error = 0;
 };

@@ -52,7 +52,7 @@ std::optional<uint64_t> getNumber(const Dictionary& text, const std::string& key
 namespace {
 
 struct Character {
-    uint32_t code;  // 0: no UTF-8
+    uint32_t code;  // 0: invalid UTF-8
     size_t size;
 };
 
@@ -74,7 +74,7 @@ Character decode(const char* bytes, size_t size) {
     return {code < kLeast[length] ? 0 : code, length};
 }
 
-/// Whether a character shows as itself and leaves its neighbours as they are.
+/// Whether a character is printable and does not affect how its neighbours are shown.
 bool isHarmless(uint32_t code) {
     constexpr struct {
         uint32_t first;

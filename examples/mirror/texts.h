@@ -7,34 +7,34 @@
 #include <optional>
 #include <string>
 
-/// What the two ends tell each other on the control connection: JSON texts, a line each, with a
-/// "type". protocol.md lists them.
+/// The messages on the control connection: JSON objects, one per line, with a "type". protocol.md
+/// lists them.
 namespace mirror {
 
-/// A text of that type.
+/// A message of that type.
 NIVUR::Dictionary makeText(const std::string& type);
 
-/// The text that ends a transfer, and why.
+/// The message that ends a transfer for this reason.
 NIVUR::Dictionary makeRefusal(const std::string& reason);
 
-/// A text as it travels.
+/// A message as a line of JSON.
 std::string toLine(const NIVUR::Dictionary& text);
 
-/// The type of a text; "" when it has none.
+/// The type of a message; "" if it has none.
 std::string typeOf(const NIVUR::Dictionary& text);
 
-/// Stores text that may hold a file's name, which can be any bytes: JSON carries UTF-8 alone, and
-/// of other text only the ASCII characters travel.
+/// Stores a text that may contain a file name, which can be any bytes. JSON must be UTF-8: in a
+/// text that is not, `?` replaces the bytes that are not ASCII.
 void setAnyString(NIVUR::Dictionary& text, const std::string& key, std::string value);
 
-/// Numbers travel as decimal strings: JSON integers are written in 32 bits.
+/// Stores a number as a decimal string, because nivur's JSON integers have 32 bits.
 void setNumber(NIVUR::Dictionary& text, const std::string& key, uint64_t number);
 
-/// The number that was stored so; nothing when there is none.
+/// Reads a number stored by setNumber(); nullopt if there is none.
 std::optional<uint64_t> getNumber(const NIVUR::Dictionary& text, const std::string& key);
 
-/// Text that a peer has chosen, fit for a terminal: UTF-8 without control characters or marks that
-/// change the direction of writing, and not endless. A question mark stands for what is left out.
+/// Makes a peer's text safe for a terminal: limits its length, and replaces control characters,
+/// marks that change the writing direction, and invalid UTF-8 with question marks.
 std::string printable(const std::string& text);
 
 }  // namespace mirror

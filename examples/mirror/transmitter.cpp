@@ -19,7 +19,7 @@ constexpr uint64_t kFirstQuestionUs = 10'000;
 constexpr unsigned int kMaxDoublings = 6;
 constexpr uint64_t kTimingUs = 200'000;
 constexpr uint64_t kSilenceUs = 1'000'000;
-constexpr unsigned int kEnoughAnswers = 10;  // to know how far apart the clocks are
+constexpr unsigned int kEnoughAnswers = 10;  // to know the clock offset
 constexpr uint64_t kDoubt = 6;               // deviations, divided by the number of exchanges
 constexpr uint64_t kMarginUs = 1000;
 constexpr uint64_t kDeafAtFirstUs = 4'000'000;
@@ -40,8 +40,8 @@ Transmitter::~Transmitter() {
     _loop.cancelTasksForObject(this);
 }
 
-/// A file begins at once, with the few packets of a slow start. A stream waits until the clocks are
-/// known.
+/// A file starts at once, with the few packets of a slow start. A stream waits until the clock
+/// offset is known.
 void Transmitter::open() {
     sendTiming(true);
     if (_latencyUs == 0) {
@@ -117,8 +117,8 @@ void Transmitter::count(size_t bodySize, uint64_t nowUs) {
     _sentUs = nowUs;
 }
 
-/// The fastest of n answers has still had about an n-th of the jitter, which makes the estimate too
-/// low by half of that. It is raised by more, so that nothing is handed out early.
+/// The fastest of n answers still contains about 1/n of the jitter, which makes the estimate too
+/// low by half of that. The estimate is raised by more, so that no chunk is handed out early.
 int64_t Transmitter::offsetUs(uint64_t nowUs) const {
     const uint64_t doubtUs =
         kDoubt * _roundTrip.deviationUs() / std::max<uint64_t>(1, _clock.exchanges());
@@ -151,7 +151,7 @@ void Transmitter::take(const Packet& packet) {
     }
 }
 
-/// What a late feedback says, a newer one has said better.
+/// Ignores feedback that a newer one has overtaken.
 void Transmitter::onFeedback(Feedback feedback) {
     const uint64_t nowUs = SystemUtil::getCPUTimeInMicroseconds();
     feedback.newest = nearest(_flight.next(), feedback.newest, 32);
@@ -181,9 +181,9 @@ void Transmitter::learn(const Feedback& feedback, const Flight::Report& report, 
     _congestion.update(report, _roundTrip, _flight.bytes(), nowUs);
 }
 
-/// A chunk is lost if a packet that was sent later has arrived, and so much later as packets on
-/// this way may overtake one another; `sentUs` is when the newest of those was sent. One that was
-/// sent again is judged by that packet, so that nothing is sent again before it can have arrived.
+/// Sends lost chunks again. A missing chunk is lost if it was last sent at least the reordering
+/// time before `sentUs`, when the newest arrived packet was sent. So a chunk is not sent again
+/// while its last packet may still be in flight.
 void Transmitter::repair(const Feedback& feedback, uint64_t sentUs) {
     for (const Feedback::Gap& gap : feedback.gaps) {
         const uint64_t end = std::min(feedback.base + gap.end, _outbox.next());
@@ -212,8 +212,9 @@ void Transmitter::checkOpen(uint64_t nowUs) {
     }
 }
 
-/// Drops what would come too late. What waits in a queue on the way is taken to wait on the way
-/// there. Where nothing is left to send, a question a round trip finds out when that is over.
+/// Drops chunks that would arrive too late. All queueing delay of the round trip is attributed to
+/// the direction of the receiver. If nothing is left to send, a question per round trip detects
+/// when the delay is short enough again.
 void Transmitter::dropStale(uint64_t nowUs) {
     const uint64_t wayUs = _roundTrip.smoothedUs() - _roundTrip.minUs() / 2;
     if (_latencyUs != 0 && _roundTrip.isKnown()) {
@@ -241,8 +242,7 @@ void Transmitter::keepTicking() {
     }
 }
 
-/// While something is unconfirmed and nothing is sent, asks whether it has arrived, more and more
-/// seldom.
+/// Requests feedback at doubling intervals while chunks are unconfirmed and nothing is sent.
 void Transmitter::tick() {
     const uint64_t nowUs = SystemUtil::getCPUTimeInMicroseconds();
     if (_open && _outbox.size() == 0) {

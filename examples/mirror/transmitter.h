@@ -18,23 +18,23 @@
 
 namespace mirror {
 
-/// Sends chunks to the receiver and again where they are lost, at the speed that the way has. First
-/// it exchanges a few datagrams to learn about the way and the clocks. On one loop.
+/// Sends chunks to the receiver at the rate that the path allows, and sends lost ones again. First
+/// it exchanges a few datagrams to measure the round trip and the clock offset. Used on one loop.
 class Transmitter : public NIVUR::NoCopyable {
   public:
-    /// Who is told.
+    /// Receives the transmitter's events.
     class Owner {
       public:
-        /// Chunks may be added from now on.
+        /// From now on chunks may be added.
         virtual void onOpen() = 0;
 
         /// There is room for another chunk: the owner may add() one.
         virtual void onRoom() = 0;
 
-        /// More chunks are confirmed than before, or were given up.
+        /// More chunks were confirmed, or dropped as too old.
         virtual void onConfirmed() = 0;
 
-        /// Datagrams have been sent for seconds and nothing has come back.
+        /// Datagrams were sent for seconds and no feedback has arrived.
         virtual void onDeaf() = 0;
 
       protected:
@@ -43,42 +43,42 @@ class Transmitter : public NIVUR::NoCopyable {
 
     struct Counts {
         uint64_t packets = 0;  // with chunks
-        uint64_t bytes = 0;    // of chunks, each counted once
-        uint64_t again = 0;    // packets with chunks that were sent before
-        uint64_t dropped = 0;  // chunks that had become too old before they were ever sent
+        uint64_t bytes = 0;    // of added chunks
+        uint64_t again = 0;    // packets with chunks that had been sent before
+        uint64_t dropped = 0;  // chunks that became too old before they were first sent
     };
 
-    /// `latencyUs` is how long a chunk is of use, and `firstRate` the bytes per second at which to
-    /// begin; 0 for chunks that stay of use, and for a slow start. The owner outlives this object.
+    /// `latencyUs` is how long a chunk is useful (0: forever), and `firstRate` the initial rate in
+    /// bytes per second (0: slow start). The loop, the path and the owner must outlive this object.
     Transmitter(NIVUR::RunLoop& loop, DatagramPath& path, Owner& owner, uint64_t latencyUs,
                 uint64_t firstRate);
     ~Transmitter();
 
-    /// Begins to exchange datagrams.
+    /// Starts exchanging datagrams.
     void open();
 
     /// Sends nothing from now on.
     void close();
 
-    /// Adds a chunk that was read at that time; the body has room for a DataHeader at its front.
+    /// Adds a chunk that was read at `bornUs`. `body` begins with room for a DataHeader.
     void add(NIVUR::SharedPtr<NIVUR::Buffer> body, uint64_t bornUs);
 
-    /// How many chunks wait to be confirmed, and how many were added and confirmed.
+    /// How many chunks are not confirmed yet, were added, and were confirmed or dropped.
     size_t waiting() const { return _outbox.size(); }
     uint64_t added() const { return _outbox.end(); }
     uint64_t confirmed() const { return _outbox.base(); }
 
-    /// Sends what may be sent.
+    /// Sends as many chunks as the rate and the window allow now.
     void pump();
 
-    /// Takes a datagram of the receiver; others are ignored.
+    /// Handles a datagram from the receiver. Ignores all but valid feedback.
     void take(const Packet& packet);
 
     const Counts& counts() const { return _counts; }
     const RoundTrip& roundTrip() const { return _roundTrip; }
     const Flight& flight() const { return _flight; }
 
-    /// The bandwidth that the way is found to have, in bytes per second.
+    /// The estimated bandwidth of the path in bytes per second.
     uint64_t bandwidth() const { return _congestion.bandwidth(); }
 
   private:
@@ -114,10 +114,10 @@ class Transmitter : public NIVUR::NoCopyable {
     unsigned int _answers = 0;  // until it is open
     uint64_t _firstAnswerUs = 0;
     long _ticks = 0;              // the timer
-    unsigned int _questions = 0;  // since a chunk was sent
+    unsigned int _questions = 0;  // sent since a chunk was last sent
     uint64_t _sentUs = 0;         // when something was last sent
-    uint64_t _timingUs = 0;       // when the receiver was last told of the clocks
-    uint64_t _heardUs = 0;        // when the last feedback came
+    uint64_t _timingUs = 0;       // when the last timing datagram was sent
+    uint64_t _heardUs = 0;        // when the last feedback arrived
     uint64_t _askedUs = 0;        // when a packet was first sent after it, or after a long pause
     Counts _counts;
 };

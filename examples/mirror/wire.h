@@ -6,8 +6,8 @@
 
 namespace mirror {
 
-/// Writes numbers in network byte order into a buffer of fixed size. What does not fit is not
-/// written, and fits() is false from then on.
+/// Writes numbers in network byte order into a buffer of fixed size. A number that does not fit is
+/// not written, and fits() is false from then on.
 class Writer {
   public:
     Writer(char* bytes, size_t size) : _begin(bytes), _at(bytes), _end(bytes + size) {}
@@ -22,7 +22,7 @@ class Writer {
         }
     }
 
-    /// Writes a number in as few bytes as it needs: seven bits in each, the lowest first.
+    /// Writes a variable-length number: seven bits per byte, the lowest first.
     void compact(uint64_t value) {
         for (; value > 0x7f; value >>= 7) {
             number(value | 0x80, 1);
@@ -45,7 +45,7 @@ class Writer {
     bool _fits = true;
 };
 
-/// Reads what a Writer has written. Beyond the end it reads zeros, and isValid() is false.
+/// Reads what a Writer has written. Beyond the end it returns zeros, and isValid() is false.
 class Reader {
   public:
     Reader(const char* bytes, size_t size) : _at(bytes), _end(bytes + size) {}

@@ -31,7 +31,8 @@ inline std::atomic<long> livingBlocks{0};     ///< allocated, not freed; 0 under
 inline std::atomic<long> wallClockOffset{0};  ///< in seconds, for this program only
 
 /// While it exists, makes `count` calls after the first `skipped` fail with `error`, or return 0 if
-/// `error` is 0; of one function, by this thread or by all. There may be one object of each kind.
+/// `error` is 0; of one function, by this thread or by all threads. Only one object of each kind
+/// may exist.
 template <int kKind>
 class Fault {
   public:
@@ -73,7 +74,7 @@ auto callHidden(const char* name, Args... args) {
     return hidden(args...);
 }
 
-/// Calls the hidden function, or fails instead.
+/// Calls the hidden function, or fails in its place.
 template <auto kFunction, class... Args>
 auto pass(const char* name, Args... args) {
     using Result = decltype(kFunction(args...));
@@ -132,7 +133,7 @@ int fcntl(int descriptor, int command, ...) {
     return faults::pass<&fcntl>("fcntl", descriptor, command, argument);
 }
 
-// Defines a function that can be made to fail; `mark` is what follows its parameters.
+// Defines a function that can be made to fail; `mark` is the text after its parameters.
 #define PASS(result, name, mark, parameters, ...)         \
     result name parameters mark {                         \
         return faults::pass<&::name>(#name, __VA_ARGS__); \

@@ -4,7 +4,8 @@
 #include <condition_variable>
 #include <mutex>
 
-/// A latch for the threads of a test: wait() returns when count() was called as often as announced.
+/// A latch for the threads of a test: wait() returns when count() was called as often as the
+/// constructor was told.
 class Latch {
   public:
     explicit Latch(int expected = 1) : _expected(expected) {}
