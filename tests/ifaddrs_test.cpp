@@ -229,7 +229,8 @@ TEST(Interfaces, OfTheirOwnListAreWholeAndNamedByTheirOwnAddress) {
         many += one;
     const size_t most = many.size() / one.size();
     std::string interrupted = one + done;  // the kernel's list changed meanwhile
-    interrupted[offsetof(nlmsghdr, nlmsg_flags)] = NLM_F_DUMP_INTR;
+    const uint16_t flags = NLM_F_DUMP_INTR;
+    std::memcpy(&interrupted[offsetof(nlmsghdr, nlmsg_flags)], &flags, sizeof(flags));
     const std::string text6 = "6162:6364:6566:6768:696a:6b6c:6d6e:6f70";
     const std::pair<Lines, Lines> rows[] = {
         {{one + address(9, attribute("abcd", IFA_LOCAL) + a4) + address(31, a4 + own4) +
