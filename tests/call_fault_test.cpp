@@ -182,7 +182,7 @@ TEST(SystemCalls, MayFail) {
         {"sendmsg", EIO, exchange, 5, 5},
         {"sendmsg", EINVAL, exchange, 5, 5},
         {"sendmsg", EMSGSIZE, exchange, 5, 5},
-        {"sendmsg", ENOBUFS, sendMany, 64 * 400, 40007, "", 1},
+        {"sendmsg", ENOBUFS, sendMany, 64L * 400, 40007, "", 1},
         {"sendmsg", ENOBUFS, exchange, -ENOBUFS, 5},
         {"socket", EMFILE, list, -EMFILE, all},
         {"socket", ENFILE, list, -ENFILE, all, "", 1},
