@@ -63,8 +63,9 @@ class ControlChannel : public NIVUR::NoCopyable {
     /// Sends a message, unless the channel is closed. Queues what the socket cannot take now.
     void send(const NIVUR::Dictionary& text);
 
-    /// While resting, no `alive` is sent or expected, so that an idle end does not wake up. Both
-    /// ends rest at the same time. TCP keep-alive still detects that the peer's host is gone.
+    /// While resting, no `alive` is sent or expected, so that an idle end does not wake up. The
+    /// receiver rests from its `accept`, the sender once it may send chunks. TCP keep-alive still
+    /// detects that the peer's host is gone.
     void setResting(bool resting);
 
     /// Closes the connection. The handler is not called any more.
