@@ -4,6 +4,7 @@
 
 #include "log.h"
 #include "private/assertion.h"
+#include "private/common/clock.h"
 #include "private/run_loop_state.h"
 #include "system_util.h"
 
@@ -190,10 +191,11 @@ void RunLoop::stopTimer(long id) {
 
 void RunLoop::resetTimer(long id) {
     State& state = *_state;
-    const uint64_t now = SystemUtil::getCPUTime();
     AutoLock lock(state._mutex);
     if (Timer* const pending = state._timers.find(id)) {
-        pending->restart(now);
+        // A reading from before the lock may be older than a run of the timer, or even than the
+        // timer, if its id was used before.
+        pending->restart(platform::monotonicMilliseconds());
         state._timers.update(*pending);
     }
 }

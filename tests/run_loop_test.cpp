@@ -353,6 +353,40 @@ TEST_F(RunLoopTest, ResetTimersRestartTheirInterval) {
     loop.stopTimer(12345);
 }
 
+/// Keeps the loop's lock for a while when the loop is dumped.
+struct SlowDump : Runnable {
+    explicit SlowDump(Latch& latch) : held(latch) {}
+    void run() override {}
+    std::string dump() override {
+        held.count();
+        SystemUtil::sleep(60);
+        freedAt = SystemUtil::getCPUTime();
+        return {};
+    }
+    Latch& held;
+    uint64_t freedAt = 0;
+};
+
+// Otherwise a timer could run early: while the reset waits, the loop may run the timer and advance
+// it, or the id may pass to a newer timer.
+TEST_F(RunLoopTest, ResetCountsFromTheMomentThatItHasTheLock) {
+    ASSERT_TRUE(loop.start());
+    block();
+    Latch held, fired;
+    uint64_t firedAt = 0;
+    const long id = timer(20, false, [&] { firedAt = SystemUtil::getCPUTime(), fired.count(); });
+    auto* const slow = new SlowDump(held);
+    loop.postItem(slow, false, false);
+    std::thread dumper([&] { loop.dumpLoopInfo(); });
+    held.wait();
+    loop.resetTimer(id);
+    dumper.join();
+    const uint64_t freedAt = slow->freedAt;
+    release();
+    fired.wait();
+    EXPECT_GE(firedAt, freedAt + 20);
+}
+
 TEST_F(RunLoopTest, CancelRemovesEverythingOfOneObjectAndReleasesPostersAtOnce) {
     int x = 0, y = 0;
     ASSERT_TRUE(loop.start());
