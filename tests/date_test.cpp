@@ -1,8 +1,7 @@
 #include <gtest/gtest.h>
-#include <nivur/nivur.h>
+#include <nivur/date.h>
 
 #include <chrono>
-#include <climits>
 #include <cstdlib>
 #include <ctime>
 
@@ -23,7 +22,8 @@ TEST(Date, CountsEveryDayOfTheCalendarInBothDirections) {
                 // stay.
                 const Date given(year, month, day, 23, 59, 59, 999);
                 const Date counted(end + (day - 1) * kDay);
-                ASSERT_TRUE(given == counted && given.day() == day);
+                ASSERT_EQ(given, counted);
+                ASSERT_EQ(given.day(), day);
                 ASSERT_EQ(counted.year() * 10000 + counted.month() * 100 + counted.day(),
                           year * 10000 + month * 100 + day + (day > length ? 100 - length : 0));
             }
@@ -47,19 +47,22 @@ TEST(Date, PrintsAnyDateInTheGivenZone) {
         EXPECT_EQ(date.toShortString(zone), text.substr(text.find('-') + 1));
         Date same = date;
         same.calculateMillisecondsFrom1970();
-        EXPECT_TRUE(same == date);
+        EXPECT_EQ(same, date);
     }
     EXPECT_EQ(Date(~0U, 12, 31, 23, 59, 59, 999).year(), ~0U);  // wraps
 }
 
 TEST(Date, ComparesAndCountsByMillisecondsAlone) {
-    EXPECT_TRUE(Date(1) < Date(1ULL << 63) && !(Date(1) < Date(1)) && !(Date(1) == Date(2)));
+    EXPECT_LT(Date(1), Date(1ULL << 63));
+    EXPECT_FALSE(Date(1) < Date(1));
+    EXPECT_FALSE(Date(1) == Date(2));
     EXPECT_EQ(Date(5000) - Date(8000), -3000);
     EXPECT_EQ(Date(0) - Date(~0ULL), 1);
     const auto wall = std::chrono::system_clock::now().time_since_epoch();
     const Date before(static_cast<unsigned long long>(wall / std::chrono::milliseconds(1)));
     const int passed = static_cast<int>(Date::now() - before);
-    EXPECT_TRUE(passed >= 0 && passed < 10000) << passed;
+    EXPECT_GE(passed, 0);
+    EXPECT_LT(passed, 10000);
 }
 
 TEST(Date, CurrentTimeZoneIsInWholeHoursWithSummerTime) {
@@ -95,36 +98,6 @@ TEST(DateDeathTest, TheFirstComponentOutOfRangeAborts) {
     }
     EXPECT_DEATH(Date(1970, 13, 1, 0, 0, 0, 0), "month <= 12' failed");
     EXPECT_DEATH(Date(1970, 1, 32, 0, 0, 0, 0), "day <= 31' failed");
-}
-
-TEST(SystemUtil, DeviceInfoComesFromThePropertiesInLowerCase) {
-    EXPECT_EQ(SystemUtil::getAppDataFolder(), "/mnt/sdcard/");
-    const std::string longest(1023, 'x'), tooLong = longest + "Y";
-    const std::tuple<const char*, const char*, std::string, std::string> kCases[] = {
-        {nullptr, "XY", "before", "before"},
-        {"ABC Mobile", "", "abc mobile", "before"},
-        {"@AZ[\xc0\xdc", tooLong.c_str(), "@az[\xc0\xdc", longest}};
-    for (const auto& [newManufacturer, newModel, expectedManufacturer, expectedModel] : kCases) {
-        setSystemProperty("ro.product.manufacturer", newManufacturer);
-        setSystemProperty("ro.product.model", newModel);
-        std::string manufacturer = "before", model = "before";
-        EXPECT_EQ(SystemUtil::getDeviceInfo(manufacturer, model), expectedModel != "before");
-        EXPECT_TRUE(manufacturer == expectedManufacturer && model == expectedModel) << model;
-    }
-}
-
-TEST(StopWatch, CountsAndMeasuresFromItsConstruction) {
-    StopWatch watch;
-    for (const unsigned int passed : {20U, 40U}) {
-        SystemUtil::sleep(20);  // the time to be measured
-        EXPECT_GE(watch.record(), passed);
-    }
-    EXPECT_EQ(watch.getCount(), 2U);
-}
-
-TEST(StringUtil, WritesEveryLong) {
-    EXPECT_EQ(StringUtil::int2String(LONG_MIN),
-              sizeof(long) == 4 ? "-2147483648" : "-9223372036854775808");
 }
 
 }  // namespace

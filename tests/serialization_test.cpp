@@ -9,7 +9,6 @@
 #include <clocale>
 #include <cmath>
 #include <ctime>
-#include <map>
 
 #include "support/log_capture.h"
 
@@ -24,47 +23,6 @@ std::string nested(int levels, const std::string& value) {
     for (int level = levels - 1; level >= 0; --level)
         text.insert(0, level % 3 == 2 ? "[" : R"({"a": )").append(level % 3 == 2 ? "]" : "}");
     return text;
-}
-
-TEST(Dictionary, KeepsManyKeysInOrderHoweverTheyComeAndGo) {
-    using Model = std::map<std::string, long long>;
-    const auto isSame = [](const D& record, const Model& model) {
-        auto next = model.begin();
-        for (const std::string& key : record.allKeys()) {
-            if (next == model.end() || *next != Model::value_type(key, record.getInteger(key)))
-                return false;
-            ++next;
-        }
-        return next == model.end() && record.size() == model.size();
-    };
-    for (const int step : {1, 999, 69}) {  // ascending, descending, into the middle of full blocks
-        D record, copy;
-        Model model, modelOfCopy;
-        for (int i = 0; i < 4000; ++i) {  // all keys are set, most erased, all set, all erased
-            const std::string key = std::to_string(10000 + i * step % 1000);
-            if (i / 1000 % 2 == 0) {
-                record.setInteger(key, i);
-                model[key] = i;
-            } else if (i >= 3000 || i % 100 != 0) {
-                record.erase(key);
-                model.erase(key);
-            }
-            if (i % 500 == 0) {
-                EXPECT_TRUE(isSame(record, model) && isSame(copy, modelOfCopy)) << step << ',' << i;
-                copy = record;
-                modelOfCopy = model;
-            }
-        }
-        EXPECT_TRUE(isSame(record, Model()) && isSame(copy, modelOfCopy));
-        const D outer = [&] {
-            D made;
-            made.setObject("many", copy);
-            return made;
-        }();
-        EXPECT_TRUE(isSame(outer.getObject("many"), modelOfCopy));
-        for (int i = 0; i < 2000; ++i)  // some have the hash of a key that is there
-            EXPECT_FALSE(copy.hasKey("none " + std::to_string(i)));
-    }
 }
 
 TEST(Serialization, NestingCostsNoStackInAnyDirection) {
@@ -147,7 +105,6 @@ TEST(Serialization, ReadsEveryShapeByTheTypeOfItsParts) {
     for (const auto& [text, record] : kCases) {
         const D read = Serialization::deserialize(text);
         EXPECT_EQ(Serialization::serialize(read), record) << text;
-        EXPECT_TRUE(!read.hasKey("none") && read.getType("none") == D::TYPE_NONE) << text;
     }
     EXPECT_EQ(Serialization::deserialize(
                   R"({"a":"\u00fc\u07ff\u0800\uFfFf\ud800\udc00\udbff\udfff\"\\\/\b"})")
