@@ -26,23 +26,23 @@ Dictionary everyType() {
 }
 
 struct Objects : World {
-    Objects() {
+    explicit Objects(Counts& all) : World(all) {
         center.registerEventHandler("x", &first);
-        called = &loop;
+        counts.called = &loop;
         for (int i = 0; i < 64; ++i)
             full.setBoolean("key " + std::to_string(10 + i), true);
     }
-    ~Objects() { called = nullptr; }
+    ~Objects() { counts.called = nullptr; }
     /// Objects that an operation changes completely or not at all.
     std::string state() {
-        events = 0;
+        counts.events = 0;
         center.sendEvent(Event("x"), nullptr);
-        return Serialization::serializeArray({record, full}) + std::to_string(events) + ' ' +
+        return Serialization::serializeArray({record, full}) + std::to_string(counts.events) + ' ' +
                std::to_string(bytes.size() * 100 + size_t{10} * buffers.freeCount() +
                               parameter.size());
     }
     SharedPtr<Buffer> held;
-    Counted first, second;
+    Counted first{counts}, second{counts};
     BufferList buffers{{64, 3}};
     EventCenter center;
     Parameter parameter;
@@ -65,23 +65,25 @@ const std::string kJson = Serialization::serialize(everyType());
 // Returns "done", or "none" if an operation reports exhausted memory by its result. The tasks do
 // not allocate: that would end the process.
 const std::pair<const char*, const char* (*)(Objects&)> kScenarios[] = {
-    {"buffer", [](Objects&) { return either(!!BufferPool::getBuffer(64, new Counted), true); }},
+    {"buffer",
+     [](Objects& w) { return either(!!BufferPool::getBuffer(64, new Counted(w.counts)), true); }},
     {"buffers of a list",
      [](Objects& w) {
          const auto one = w.buffers.getBuffer(1), two = w.buffers.getBuffer(1);
-         one->parameter().set("key", new Counted);
+         one->parameter().set("key", new Counted(w.counts));
          return either(one && two);
      }},
     {"pool",
-     [](Objects&) {
+     [](Objects& w) {
          const BufferPool_Config config{{{64, 1}, {8, 70}}};
          BufferPool pool(&config, kLong);
-         const auto one = pool.getPoolBuffer(8, nullptr), other = pool.getBuffer(8, new Counted);
+         const auto one = pool.getPoolBuffer(8, nullptr),
+                    other = pool.getBuffer(8, new Counted(w.counts));
          return either(one && other, true);
      }},
     {"pointer",
-     [](Objects&) {
-         for (Counted* object : {new Counted, static_cast<Counted*>(nullptr)}) {
+     [](Objects& w) {
+         for (Counted* object : {new Counted(w.counts), static_cast<Counted*>(nullptr)}) {
              CountingDisposer disposer;
              try {
                  const SharedPtr<Counted> pointer(object, &disposer);
@@ -121,33 +123,33 @@ const std::pair<const char*, const char* (*)(Objects&)> kScenarios[] = {
     {"addresses", [](Objects&) { return either(!SystemUtil::getLocalIPList().empty(), true); }},
     {"tasks and timers",
      [](Objects& w) {
-         w.loop.addTimer(new Counted, 0, false);
-         w.loop.postItem(new Counted, true, false);
-         const long id = w.loop.addTimer(new Counted, 3600000, true);
+         w.loop.addTimer(new Counted(w.counts), 0, false);
+         w.loop.postItem(new Counted(w.counts), true, false);
+         const long id = w.loop.addTimer(new Counted(w.counts), 3600000, true);
          w.loop.dumpLoopInfo();
          w.loop.resetTimer(id);
          w.loop.stopTimer(id);
-         const int before = runs;
-         w.loop.postItem(new Counted, false, true);
-         return either(runs > before);
+         const int before = w.counts.runs;
+         w.loop.postItem(new Counted(w.counts), false, true);
+         return either(w.counts.runs > before);
      }},
     {"watch",
      [](Objects& w) {
          RunLoop own("own");
-         const long id = own.addWatch(w.udp.descriptor(), RunLoop::WRITABLE, new Counted);
+         const long id = own.addWatch(w.udp.descriptor(), RunLoop::WRITABLE, new Counted(w.counts));
          own.removeWatch(id);
          return either(id != 0, true);
      }},
     {"start",
-     [](Objects&) {
+     [](Objects& w) {
          const faults::Call priority("setpriority", EACCES, 0, 1, true);
-         return either(startLoop(), true);
+         return either(w.startLoop(), true);
      }},
     {"handler", [](Objects& w) { return w.center.registerEventHandler("x", &w.second), "done"; }},
     {"new event",
      [](Objects& w) { return w.center.registerEventHandler(kLong, &w.second), "done"; }},
     {"event", [](Objects& w) { return either(w.center.sendEvent(Event("x"), nullptr)); }},
-    {"parameter", [](Objects& w) { return w.parameter.set(kLong, new Counted), "done"; }},
+    {"parameter", [](Objects& w) { return w.parameter.set(kLong, new Counted(w.counts)), "done"; }},
     {"sockets",
      [](Objects& w) {
          UDPSocket udp;
@@ -185,9 +187,10 @@ const std::pair<const char*, const char* (*)(Objects&)> kScenarios[] = {
 /// Runs a scenario while `count` allocations fail after the first `skipped`, and then once without
 /// failures, and checks its promises. Returns false if it made fewer allocations. `after` is what a
 /// complete run leaves.
-bool runShort(const char* (*scenario)(Objects&), int skipped, int count, std::string& after) {
+bool runShort(Counts& counts, const char* (*scenario)(Objects&), int skipped, int count,
+              std::string& after) {
     const int injected = faults::Memory::injected;
-    Objects world;
+    Objects world(counts);
     const std::string before = world.state();
     std::string result = "bad_alloc";
     try {
@@ -197,9 +200,13 @@ bool runShort(const char* (*scenario)(Objects&), int skipped, int count, std::st
     }
     const std::string now = world.state();
     if (count == 0) after = now;
-    EXPECT_TRUE(now == after || (result != "done" && now == before)) << result << now;
-    EXPECT_TRUE(result == "done" || (count > 0 && (result == "none" || result == "bad_alloc")))
-        << result;
+    if (count == 0 || result == "done") {
+        EXPECT_EQ(result, "done");
+        EXPECT_EQ(now, after);
+    } else {
+        EXPECT_TRUE(now == after || now == before) << result << now;
+        EXPECT_TRUE(result == "none" || result == "bad_alloc") << result;
+    }
     EXPECT_STREQ(scenario(world), "done");
     return faults::Memory::injected > injected;
 }
@@ -215,11 +222,12 @@ TEST(Memory, MayRunOutAtEveryAllocation) {
             for (int skipped = 0, failed = 1; failed != 0 && !HasFailure(); ++skipped) {
                 SCOPED_TRACE(name + (" after " + std::to_string(skipped)));
                 const ptrdiff_t descriptors = openDescriptors();
-                const long blocks = faults::livingBlocks, objects = living;
-                failed = runShort(scenario, skipped, count, after) ? 1 : 0;
+                const long blocks = faults::livingBlocks;
+                Counts counts;
+                failed = runShort(counts, scenario, skipped, count, after) ? 1 : 0;
                 EXPECT_EQ(faults::livingBlocks, count == 0 ? faults::livingBlocks.load() : blocks);
                 EXPECT_EQ(openDescriptors(), descriptors);
-                EXPECT_EQ(living, objects);
+                EXPECT_EQ(counts.living, 0);
             }
         }
     }
@@ -255,19 +263,21 @@ TEST(Memory, MayEndAtAnyLimitOfTheAddressSpace) {
         for (size_t halves = 0; halves <= 10; ++halves)
             ++results[runWithin(halves * size / 2, text)];
     }
-    EXPECT_TRUE(results[0] > 0 && results[1] > 0);
+    EXPECT_GT(results[0], 0);
+    EXPECT_GT(results[1], 0);
     EXPECT_EQ(results[2], 0);
 }
 #endif
 
 TEST(Memory, MayRunOutForTheFirstWatchOfASleepingLoop) {
-    World w;
+    Counts counts;
+    World w(counts);
     for (int skipped = 0; skipped < 10; ++skipped) {
         RunLoop loop("loop");
         ASSERT_TRUE(loop.start());
         loop.postItem(makeRunnable([] {}), false, true);
         SystemUtil::sleep(1);
-        auto* const task = new Counted;
+        auto* const task = new Counted(counts);
         try {
             const faults::Memory fault("memory", 0, skipped);
             loop.addWatch(w.udp.descriptor(), RunLoop::WRITABLE, task);
@@ -284,7 +294,8 @@ TEST(Memory, MayRunOutForTheFirstWatchOfASleepingLoop) {
 }
 
 bool allScenariosRun() {
-    Objects world;
+    Counts counts;
+    Objects world(counts);
     return std::all_of(std::begin(kScenarios), std::end(kScenarios), [&](const auto& each) {
         return std::strcmp(each.second(world), "done") == 0;
     });
@@ -294,7 +305,8 @@ TEST(Fork, LeavesLoopsToTheParentAndAllThatIsNewToTheChild) {
 #if defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the thread sanitizer cannot follow threads of a forked child";
 #endif
-    Objects parent;
+    Counts counts;
+    Objects parent(counts);
     const pid_t child = fork();
     if (child == 0) _exit(allScenariosRun() ? 0 : 1);
     int status = -1;
@@ -304,13 +316,14 @@ TEST(Fork, LeavesLoopsToTheParentAndAllThatIsNewToTheChild) {
     EXPECT_STREQ(kScenarios[11].second(parent), "done");
 }
 
-// Constructed before main() and destroyed after it.
+// Constructed before main() and destroyed after it, which is what it tests.
 struct Static {
     Static() { world.held = world.buffers.getBuffer(1); }
     ~Static() {
         if (!allScenariosRun()) std::abort();
     }
-    Objects world;
+    Counts counts;
+    Objects world{counts};
 } atExit;
 
 }  // namespace

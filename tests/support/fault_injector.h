@@ -24,7 +24,8 @@
 #include <type_traits>
 
 /// Makes calls of the platform fail. A program includes this in one source only: it defines
-/// functions that the program calls instead of the platform's.
+/// functions that the program calls instead of the platform's. Its state is global, because those
+/// functions have no argument that could lead to it.
 namespace faults {
 
 inline std::atomic<long> livingBlocks{0};     ///< allocated, not freed; 0 under a sanitizer

@@ -1,45 +1,38 @@
 #ifndef NIVUR_TESTS_SUPPORT_FAULT_WORLD_H
 #define NIVUR_TESTS_SUPPORT_FAULT_WORLD_H
 
-#include <gtest/gtest.h>
 #include <nivur/ifaddrs.h>
-#include <nivur/nivur.h>
-
-#include <filesystem>
 
 #include "fault_injector.h"
-#include "io_results.h"
+#include "sockets.h"
 
 namespace NIVUR {
 
-const char* const kLocal = "127.0.0.1";
-const SocketAddress kAnyPort(kLocal, 0);
-
-inline ptrdiff_t openDescriptors() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
-
-inline std::atomic<int> living{0}, runs{0}, events{0};
-inline std::atomic<RunLoop*> called{nullptr};  // by destructors of tasks: its lock must not be held
+/// What the objects of a test have done.
+struct Counts {
+    std::atomic<int> living{0}, runs{0}, events{0};
+    std::atomic<RunLoop*> called{nullptr};  // by destructors of tasks: its lock must not be held
+};
 
 struct Counted : BaseBufferParam, ParameterValue, Runnable, EventHandler {
-    Counted() { ++living; }
+    explicit Counted(Counts& all) : counts(all) { ++counts.living; }
     ~Counted() override {
-        --living;
-        if (RunLoop* const loop = called) loop->resetTimer(0);
+        --counts.living;
+        if (RunLoop* const loop = counts.called) loop->resetTimer(0);
     }
     void run() override {
-        ++runs;
+        ++counts.runs;
         errno = EINTR;  // says nothing about the loop's next call
     }
     std::string dump() override { return "text that is too long for a string's own room"; }
-    void onEvent(const Event& /*event*/, Parameter* /*parameter*/) override { ++events; }
+    void onEvent(const Event& /*event*/, Parameter* /*parameter*/) override { ++counts.events; }
+    Counts& counts;
 };
 
 /// The objects that faults are tested with: a running loop, and sockets, two of which are
 /// connected.
 struct World {
-    World() {
+    explicit World(Counts& all) : counts(all) {
         const bool made = loop.start() && udp.create(kLocal, 0) && client.create(kLocal, 0) &&
                           listener.create(kLocal, 0) && listener.listen(9) &&
                           client.connect(kLocal, listener.port());
@@ -67,6 +60,16 @@ struct World {
         EXPECT_EQ(addresses.size(), listed ? listed.count : 1);
         return listed;
     }
+    /// Makes a loop that runs a timer and a task; false if it cannot start.
+    bool startLoop() {
+        RunLoop own("loop");
+        own.addTimer(new Counted(counts), 0, true);
+        if (!own.start()) return false;
+        const int before = counts.runs;
+        own.postItem(new Counted(counts), false, true);
+        return counts.runs > before;
+    }
+    Counts& counts;
     UDPSocket udp;
     ServerSocket listener;
     ClientSocket client;
@@ -83,15 +86,6 @@ inline int listInterfaces() {
     const bool listed = getifaddrs(&list) == 0;
     if (list != &none) freeifaddrs(list);
     return list == &none ? -1 : listed ? 1 : 0;
-}
-
-inline bool startLoop() {
-    RunLoop loop("loop");
-    loop.addTimer(new Counted, 0, true);
-    if (!loop.start()) return false;
-    const int before = runs;
-    loop.postItem(new Counted, false, true);
-    return runs > before;
 }
 
 }  // namespace NIVUR
