@@ -34,6 +34,7 @@ class UvLoop {
         uv_timer_t handle;
         Action action;
     };
+    using TimerHandle = Timer*;
     static std::string name() { return "libuv"; }
 
     UvLoop() {
@@ -62,15 +63,15 @@ class UvLoop {
         callThroughPost(*this, std::move(task));
     }
 
-    Timer* addTimer(unsigned int ms, Action action) {
+    TimerHandle addTimer(unsigned int ms, Action action) {
         auto* timer = new Timer{{}, std::move(action)};
         timer->handle.data = timer;
         uv_timer_init(&_loop, &timer->handle);
         start(timer, ms);
         return timer;
     }
-    void resetTimer(Timer* timer) { start(timer, kTimerInterval); }
-    static void stopTimer(Timer* timer) {
+    void resetTimer(TimerHandle timer) { start(timer, kTimerInterval); }
+    static void stopTimer(TimerHandle timer) {
         uv_close(reinterpret_cast<uv_handle_t*>(&timer->handle),
                  [](uv_handle_t* handle) { delete static_cast<Timer*>(handle->data); });
     }
@@ -79,7 +80,8 @@ class UvLoop {
         uv_poll_t handle;
         Action action;
     };
-    Watch* addWatch(int descriptor, Action action) {
+    using WatchHandle = Watch*;
+    WatchHandle addWatch(int descriptor, Action action) {
         auto* watch = new Watch{{}, std::move(action)};
         watch->handle.data = watch;
         uv_poll_init(&_loop, &watch->handle, descriptor);
@@ -88,7 +90,7 @@ class UvLoop {
         });
         return watch;
     }
-    static void removeWatch(Watch* watch) {
+    static void removeWatch(WatchHandle watch) {
         uv_close(reinterpret_cast<uv_handle_t*>(&watch->handle),
                  [](uv_handle_t* handle) { delete static_cast<Watch*>(handle->data); });
     }
@@ -132,6 +134,8 @@ class EventLoop {
         Action action;
     };
     using Handle = Timer*;
+    using TimerHandle = Timer*;
+    using WatchHandle = Timer*;
     static std::string name() { return "libevent"; }
 
     EventLoop() {
@@ -167,18 +171,18 @@ class EventLoop {
     }
     static void cancel(Handle handle) { stopTimer(handle); }
 
-    Timer* addTimer(unsigned int ms, Action action) {
+    TimerHandle addTimer(unsigned int ms, Action action) {
         Timer* timer = make(std::move(action));
         start(timer, ms);
         return timer;
     }
-    static void resetTimer(Timer* timer) { start(timer, kTimerInterval); }
-    static void stopTimer(Timer* timer) {
+    static void resetTimer(TimerHandle timer) { start(timer, kTimerInterval); }
+    static void stopTimer(TimerHandle timer) {
         event_free(timer->handle);
         delete timer;
     }
 
-    Timer* addWatch(int descriptor, Action action) {
+    WatchHandle addWatch(int descriptor, Action action) {
         auto* watch = new Timer{nullptr, std::move(action)};
         watch->handle = event_new(
             _base, descriptor, EV_READ | EV_PERSIST,
@@ -187,7 +191,7 @@ class EventLoop {
         event_add(watch->handle, nullptr);
         return watch;
     }
-    static void removeWatch(Timer* watch) { stopTimer(watch); }
+    static void removeWatch(WatchHandle watch) { stopTimer(watch); }
 
   private:
     Timer* make(Action action) {
@@ -221,7 +225,8 @@ class EventLoop {
 
 class GlibLoop {
   public:
-    using Timer = GSource*;
+    using TimerHandle = GSource*;
+    using WatchHandle = GSource*;
     using Handle = GSource*;
     static std::string name() { return "GLib"; }
 
@@ -253,15 +258,15 @@ class GlibLoop {
     }
     static void cancel(Handle source) { g_source_destroy(source); }
 
-    Timer addTimer(unsigned int ms, Action action) {
+    TimerHandle addTimer(unsigned int ms, Action action) {
         return attach(g_timeout_source_new(ms), std::move(action), G_PRIORITY_DEFAULT);
     }
-    static void resetTimer(Timer timer) {
+    static void resetTimer(TimerHandle timer) {
         g_source_set_ready_time(timer, g_get_monotonic_time() + kTimerInterval * 1000LL);
     }
-    static void stopTimer(Timer timer) { g_source_destroy(timer); }
+    static void stopTimer(TimerHandle timer) { g_source_destroy(timer); }
 
-    GSource* addWatch(int descriptor, Action action) {
+    WatchHandle addWatch(int descriptor, Action action) {
         GSource* source = g_unix_fd_source_new(descriptor, G_IO_IN);
         const GUnixFDSourceFunc ready = [](gint, GIOCondition, void* argument) -> gboolean {
             (*static_cast<Action*>(argument))();
@@ -273,7 +278,7 @@ class GlibLoop {
         g_source_unref(source);
         return source;
     }
-    static void removeWatch(GSource* source) { g_source_destroy(source); }
+    static void removeWatch(WatchHandle source) { g_source_destroy(source); }
 
   private:
     template <class Task>

@@ -35,6 +35,7 @@ struct NivurJson {
 struct JanssonJson {
     struct Release {
         void operator()(json_t* json) const { ::json_decref(json); }
+        void operator()(char* text) const { ::free(text); }
     };
     using Document = std::unique_ptr<json_t, Release>;
     static std::string name() { return "jansson"; }
@@ -43,7 +44,7 @@ struct JanssonJson {
     }
     static std::string write(const Document& document) { return print(document.get()); }
     static std::string print(const json_t* json) {
-        const std::unique_ptr<char, decltype(&::free)> text(::json_dumps(json, 0), &::free);
+        const std::unique_ptr<char, Release> text(::json_dumps(json, 0));
         return text.get();
     }
 };

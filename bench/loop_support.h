@@ -13,9 +13,10 @@
 ///     call(task)                    posts a task and waits until it has run
 /// Called on the loop's thread:
 ///     postCancellable(task)         returns what cancel() needs to remove the task
-///     addTimer(ms, action)          adds a timer that fires once
+///     addTimer(ms, action)          adds a timer that fires once; returns a TimerHandle
 ///     resetTimer(timer), stopTimer(timer)
-///     addWatch(descriptor, action)  calls `action` while the descriptor is readable
+///     addWatch(descriptor, action)  calls `action` while the descriptor is readable; returns a
+///                                   WatchHandle
 ///     removeWatch(watch)
 /// An adapter lacks the operations that its peer lacks. A posted task costs every peer except libuv
 /// an allocation, since they erase its type.

@@ -19,7 +19,8 @@ namespace bench {
 
 class NivurLoop {
   public:
-    using Timer = long;
+    using TimerHandle = long;
+    using WatchHandle = long;
     using Handle = void*;
     static std::string name() { return "nivur"; }
 
@@ -46,17 +47,17 @@ class NivurLoop {
     }
     void cancel(Handle object) { _loop.cancelTasksForObject(object); }
 
-    Timer addTimer(unsigned int ms, Action action) {
+    TimerHandle addTimer(unsigned int ms, Action action) {
         return _loop.addTimer(NIVUR::makeRunnable(std::move(action)), ms, false);
     }
-    void resetTimer(Timer timer) { _loop.resetTimer(timer); }
-    void stopTimer(Timer timer) { _loop.stopTimer(timer); }
+    void resetTimer(TimerHandle timer) { _loop.resetTimer(timer); }
+    void stopTimer(TimerHandle timer) { _loop.stopTimer(timer); }
 
-    long addWatch(int descriptor, Action action) {
+    WatchHandle addWatch(int descriptor, Action action) {
         return _loop.addWatch(descriptor, NIVUR::RunLoop::READABLE,
                               NIVUR::makeRunnable(std::move(action)));
     }
-    void removeWatch(long watch) { _loop.removeWatch(watch); }
+    void removeWatch(WatchHandle watch) { _loop.removeWatch(watch); }
 
   private:
     NIVUR::RunLoop _loop{"bench"};
@@ -77,6 +78,7 @@ class AsioLoop {
             });
         }
     };
+    using TimerHandle = Timer*;
     static std::string name() { return "Asio"; }
 
     ~AsioLoop() {
@@ -94,13 +96,13 @@ class AsioLoop {
         boost::asio::post(_io, boost::asio::use_future(std::move(task))).wait();
     }
 
-    Timer* addTimer(unsigned int ms, Action action) {
+    TimerHandle addTimer(unsigned int ms, Action action) {
         auto* timer = new Timer{boost::asio::steady_timer(_io), std::move(action)};
         timer->arm(ms);
         return timer;
     }
-    void resetTimer(Timer* timer) { timer->arm(kTimerInterval); }
-    void stopTimer(Timer* timer) { delete timer; }
+    void resetTimer(TimerHandle timer) { timer->arm(kTimerInterval); }
+    void stopTimer(TimerHandle timer) { delete timer; }
 
     /// Waits for one readiness event at a time.
     struct Watch {
@@ -115,13 +117,14 @@ class AsioLoop {
             });
         }
     };
-    Watch* addWatch(int descriptor, Action action) {
+    using WatchHandle = Watch*;
+    WatchHandle addWatch(int descriptor, Action action) {
         auto* watch =
             new Watch{boost::asio::posix::stream_descriptor(_io, descriptor), std::move(action)};
         watch->wait();
         return watch;
     }
-    void removeWatch(Watch* watch) {
+    void removeWatch(WatchHandle watch) {
         watch->descriptor.release();
         post([watch] { delete watch; });  // after its handler was told of the cancellation
     }
@@ -194,7 +197,8 @@ class LooperLoop {
     };
 
   public:
-    using Timer = Item*;
+    using TimerHandle = Item*;
+    using WatchHandle = int;
     using Handle = Item*;
     static std::string name() { return "Looper"; }
 
@@ -231,19 +235,19 @@ class LooperLoop {
     }
     void cancel(Handle item) { _looper->removeMessages(item); }
 
-    Timer addTimer(unsigned int ms, Action action) {
+    TimerHandle addTimer(unsigned int ms, Action action) {
         auto* item = new ItemOf<Action>(std::move(action));
         start(item, ms);
         return item;
     }
-    void resetTimer(Timer timer) {
+    void resetTimer(TimerHandle timer) {
         const android::sp<Item> kept(timer);
         _looper->removeMessages(timer);
         start(timer, kTimerInterval);
     }
-    void stopTimer(Timer timer) { _looper->removeMessages(timer); }
+    void stopTimer(TimerHandle timer) { _looper->removeMessages(timer); }
 
-    int addWatch(int descriptor, Action action) {
+    WatchHandle addWatch(int descriptor, Action action) {
         struct Callback : android::LooperCallback {
             explicit Callback(Action own) : action(std::move(own)) {}
             int handleEvent(int, int, void*) override {
@@ -256,7 +260,7 @@ class LooperLoop {
                        nullptr);
         return descriptor;
     }
-    void removeWatch(int descriptor) { _looper->removeFd(descriptor); }
+    void removeWatch(WatchHandle descriptor) { _looper->removeFd(descriptor); }
 
   private:
     void start(Item* item, unsigned int ms) {

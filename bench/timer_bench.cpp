@@ -37,7 +37,7 @@ class Pending {
 
   private:
     Loop& _loop;
-    std::vector<decltype(_loop.addTimer(0, {}))> _timers;
+    std::vector<typename Loop::TimerHandle> _timers;
 };
 
 template <class Loop>

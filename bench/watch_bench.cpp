@@ -47,7 +47,7 @@ class Ends {
 /// Adds a watch on the loop's thread, which all peers allow.
 template <class Loop>
 auto addWatch(Loop& loop, int descriptor, const Action& action) {
-    decltype(loop.addWatch(0, {})) watch{};
+    typename Loop::WatchHandle watch{};
     loop.call([&] { watch = loop.addWatch(descriptor, action); });
     return watch;
 }
@@ -114,7 +114,7 @@ void measureReady(State& state, Peer<Loop>, size_t ready) {
     Loop loop;
     Signal done;
     size_t left = 0;
-    std::vector<decltype(loop.addWatch(0, {}))> watches;
+    std::vector<typename Loop::WatchHandle> watches;
     for (size_t i = 0; i < kWatched; ++i) {
         const int descriptor = ::eventfd(0, EFD_NONBLOCK);
         descriptors.push_back(descriptor);
@@ -184,7 +184,7 @@ class Watching {
 
   private:
     Loop _loop;
-    std::vector<decltype(_loop.addWatch(0, {}))> _watches;
+    std::vector<typename Loop::WatchHandle> _watches;
 };
 
 /// Waits for datagrams with a thread that passes all sockets to the kernel for each wait.
