@@ -1,6 +1,6 @@
 #include <nivur/nivur.h>
 
-// The objects that gdb_test.sh shows.
+// Objects that gdb_test.sh shows. Global, so that the optimiser keeps them.
 NIVUR::SharedPtr<NIVUR::Buffer> buffer;
 NIVUR::SharedPtr<NIVUR::Buffer> empty;
 NIVUR::Dictionary dictionary;

@@ -17,7 +17,8 @@
 
 #include "support/log_capture.h"
 
-static Lines* answers = nullptr;  // if set, they replace what the kernel sends
+// If set, they replace what the kernel sends. Global, because no argument of recv() leads to them.
+static Lines* answers = nullptr;
 
 extern "C" ssize_t recv(int socket, void* data, size_t size, int flags) {
     static const auto real = reinterpret_cast<decltype(&recv)>(dlsym(RTLD_NEXT, "recv"));
@@ -50,8 +51,10 @@ Lines listed(decltype(&getifaddrs) get = getifaddrs, decltype(&freeifaddrs) rele
         const auto* const ipv6 = reinterpret_cast<const sockaddr_in6*>(record->ifa_addr);
         const std::string name(record->ifa_name, std::strcspn(record->ifa_name, ":"));
         if (get == getifaddrs) {
-            EXPECT_TRUE(record->ifa_dstaddr == nullptr && record->ifa_data == nullptr);
-            EXPECT_TRUE(family == AF_INET || ipv6->sin6_scope_id == if_nametoindex(name.c_str()));
+            EXPECT_EQ(record->ifa_dstaddr, nullptr);
+            EXPECT_EQ(record->ifa_data, nullptr);
+            const uint32_t index = if_nametoindex(name.c_str());
+            EXPECT_EQ(family == AF_INET ? index : ipv6->sin6_scope_id, index);
         }
         if ((family == AF_INET || family == AF_INET6) && !(record->ifa_flags & IFF_POINTOPOINT)) {
             lines.push_back(name + " " + text(record->ifa_addr) + " " + text(record->ifa_netmask) +
@@ -258,7 +261,8 @@ TEST(Interfaces, OfTheirOwnListAreWholeAndNamedByTheirOwnAddress) {
         answers = &again;
         ifaddrs* list = nullptr;
         if (row.second[0].compare(0, 5, "error") == 0) {
-            EXPECT_TRUE(getifaddrs(&list) == -1 && list == nullptr);
+            EXPECT_EQ(getifaddrs(&list), -1);
+            EXPECT_EQ(list, nullptr);
             EXPECT_EQ("error " + std::to_string(errno), row.second[0]);
         }
     }

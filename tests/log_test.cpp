@@ -6,29 +6,26 @@
 namespace NIVUR {
 namespace {
 
-int sinkLevel;
-const char* sinkFormat;
-int sinkArgument;
-
-void recordingSink(int level, const char* fmt, va_list args) {
-    sinkLevel = level;
-    sinkFormat = fmt;
-    sinkArgument = va_arg(args, int);
-}
-
 TEST(Log, HandsLevelFormatAndArgumentsToTheSinkUnformatted) {
+    static struct {
+        int level;
+        const char* format;
+        int argument;
+    } received;  // static, because no argument of a sink leads to it
     static const char kFormat[] = "creating thread failed: err=%d";
     Log::log("NIVUR", LOG_ERROR, kFormat, 10);  // silent: there is no sink yet
-    Log::setCB(recordingSink);
+    Log::setCB([](int level, const char* fmt, va_list args) {
+        received = {level, fmt, va_arg(args, int)};
+    });
     for (const int level : {1, 2, 4, 5, 0, 3, -7, 100}) {
         Log::log("NIVUR", static_cast<LogLevel>(level), kFormat, level + 11);
-        EXPECT_EQ(sinkLevel, level);
-        EXPECT_EQ(sinkFormat, kFormat);
-        EXPECT_EQ(sinkArgument, level + 11);
+        EXPECT_EQ(received.level, level);
+        EXPECT_EQ(received.format, kFormat);
+        EXPECT_EQ(received.argument, level + 11);
     }
     Log::setCB(nullptr);
     Log::log("NIVUR", LOG_ERROR, kFormat, 1);
-    EXPECT_EQ(sinkArgument, 111);
+    EXPECT_EQ(received.argument, 111);
 }
 
 TEST(LogDeathTest, NullTagOrFormatAborts) {

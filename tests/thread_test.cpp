@@ -52,7 +52,8 @@ TEST(Thread, RunsItsTaskUnderItsNameIdAndPriority) {
         checked.count();
         thread.waitForStop();
         EXPECT_EQ(thread.getThreadID(), Thread::INVALID_THREAD_ID);
-        EXPECT_TRUE(thread.getName().empty() && !thread.isStarted());
+        EXPECT_EQ(thread.getName(), "");
+        EXPECT_FALSE(thread.isStarted());
         thread.waitForStop();
     }
 }
@@ -83,8 +84,6 @@ TEST(Thread, RestartJoinsWhatNobodyJoined) {
     }
 }
 
-thread_local std::shared_ptr<void> atEnd;
-
 TEST(Thread, KnowsItselfUntilItsThreadLocalsAreGone) {
     LogCapture log;
     Thread thread;
@@ -94,7 +93,10 @@ TEST(Thread, KnowsItselfUntilItsThreadLocalsAreGone) {
         EXPECT_FALSE(thread.start(makeRunnable([] {}), "self"));
         asked = true;
     };
-    ASSERT_TRUE(thread.start(makeRunnable([&] { atEnd = {nullptr, askItself}; }), "ending"));
+    const auto endLate = [&] {
+        static thread_local const std::shared_ptr<void> atEnd(nullptr, askItself);
+    };
+    ASSERT_TRUE(thread.start(makeRunnable(endLate), "ending"));
     thread.waitForStop();
     EXPECT_TRUE(asked);
     EXPECT_EQ(log.take(), Lines{"4 starting thread self failed: thread already started as "});
@@ -103,8 +105,11 @@ TEST(Thread, KnowsItselfUntilItsThreadLocalsAreGone) {
 TEST(Thread, TaskDestructorMayAskItsThread) {
     Thread thread;
     bool answered = false;
-    std::shared_ptr<void> asking(
-        nullptr, [&](void*) { answered = thread.isStarted() && thread.getName() == "asked"; });
+    std::shared_ptr<void> asking(nullptr, [&](void*) {
+        EXPECT_TRUE(thread.isStarted());
+        EXPECT_EQ(thread.getName(), "asked");
+        answered = true;
+    });
     ASSERT_TRUE(thread.start(makeRunnable([held = std::move(asking)] {}), "asked"));
     thread.waitForStop();
     EXPECT_TRUE(answered);

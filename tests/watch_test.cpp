@@ -103,7 +103,8 @@ TEST_F(WatchTest, RunAsTheStateOfTheirDescriptorSays) {
         for (const long id : {alone, reading, writing, 0L, writing})
             loop.removeWatch(id);
         const int after = reads + writes + readsOfOne;
-        EXPECT_TRUE((readsOfOne > 1) == row.readable && (reads > 1) == row.readable) << row.state;
+        EXPECT_EQ(readsOfOne > 1, row.readable) << row.state;
+        EXPECT_EQ(reads > 1, row.readable) << row.state;
         EXPECT_EQ(writes > 1, row.writable) << row.state;
         poll();
         EXPECT_EQ(reads + writes + readsOfOne, after) << row.state;
@@ -306,7 +307,8 @@ TEST_F(WatchTest, NeitherTasksNorReadyDescriptorsStarveTheOthers) {
     done.wait();
     loop.stop();
     EXPECT_LE(longest, 16);
-    EXPECT_TRUE(watches >= 1000 / 17 && timers >= 1000) << watches << ' ' << timers;
+    EXPECT_GE(watches, 1000 / 17);
+    EXPECT_GE(timers, 1000);
 }
 
 TEST_F(WatchTest, ThousandsOfDescriptorsRunExactlyWhenTheyAreReady) {
@@ -330,7 +332,8 @@ TEST_F(WatchTest, ThousandsOfDescriptorsRunExactlyWhenTheyAreReady) {
         ASSERT_NE(id, 0);
     }
     other.addWatch(descriptors[7], RunLoop::WRITABLE, makeRunnable([&] { ++ofOther; }));
-    ASSERT_TRUE(loop.start() && other.start());
+    ASSERT_TRUE(loop.start());
+    ASSERT_TRUE(other.start());
     std::minstd_rand random(4711);
     for (const size_t ready : {size_t{1}, size_t{200}, count}) {
         std::vector<int> expected = runs;
@@ -348,7 +351,8 @@ TEST_F(WatchTest, ThousandsOfDescriptorsRunExactlyWhenTheyAreReady) {
             call([&] { all = runs == expected; });
         }
         EXPECT_TRUE(all);
-        EXPECT_TRUE(ready == count || std::is_sorted(order.begin(), order.end()));
+        const bool inOrder = std::is_sorted(order.begin(), order.end());
+        EXPECT_TRUE(inOrder || ready == count);
     }
     while (ofOther < 3)
         std::this_thread::yield();

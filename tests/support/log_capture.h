@@ -10,7 +10,8 @@
 #include <utility>
 #include <vector>
 
-/// Collects the library's log lines, from any thread, as "LEVEL TEXT" while it exists.
+/// Collects the library's log lines, from any thread, as "LEVEL TEXT" while it exists. The lines
+/// are static, because no argument of a sink leads to them.
 class LogCapture {
   public:
     LogCapture() {
