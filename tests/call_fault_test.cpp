@@ -96,29 +96,24 @@ bool sleep(World& /*w*/) {
 }
 
 TEST_F(SystemCalls, OfThreadsLocksAndClocksMayFail) {
-    expectFailures(
-        world,
-        {
-            {"pthread_create", EAGAIN, startThread, 0, 1, kNoThread},
-            {"pthread_join", EDEADLK, startThread, 1, 1, "5 thread_join() failed: err=35"},
-            {"setpriority", EACCES, startThread, 1, 1,
-             "4 Change the thread priority failed: named, err=13", 0, true},
-            {"pthread_mutex_lock", EINVAL, lock, 0, 1},
-            {"sem_wait", EINVAL, wait, -1, 0},
-            {"sem_wait", EINTR, startThread, 1, 1},
-            {"sem_wait", EINVAL, startThread, 1, 1},
-            {"sem_clockwait", EINVAL, waitTimed, -1, 1},
-            {"sem_clockwait", EINTR, waitTimed, 1, 1},
-            {"sem_post", EOVERFLOW, [](World&) { return Semaphore().notify(); }, EOVERFLOW, 0},
-            {"clock_gettime", EINVAL, [](World&) { return SystemUtil::getCPUTime() > 0; }, 0, 1,
-             kNoClock},
-            {"clock_gettime", EINVAL, waitTimed, 1, 1, kNoClock},
-            {"nanosleep", EINTR, sleep, 1, 1},
-        });
-}
-
-bool startLoop(World& w) {
-    return w.startLoop();
+    const std::vector<Row> rows = {
+        {"pthread_create", EAGAIN, startThread, 0, 1, kNoThread},
+        {"pthread_join", EDEADLK, startThread, 1, 1, "5 thread_join() failed: err=35"},
+        {"setpriority", EACCES, startThread, 1, 1,
+         "4 Change the thread priority failed: named, err=13", 0, true},
+        {"pthread_mutex_lock", EINVAL, lock, 0, 1},
+        {"sem_wait", EINVAL, wait, -1, 0},
+        {"sem_wait", EINTR, startThread, 1, 1},
+        {"sem_wait", EINVAL, startThread, 1, 1},
+        {"sem_clockwait", EINVAL, waitTimed, -1, 1},
+        {"sem_clockwait", EINTR, waitTimed, 1, 1},
+        {"sem_post", EOVERFLOW, [](World&) { return Semaphore().notify(); }, EOVERFLOW, 0},
+        {"clock_gettime", EINVAL, [](World&) { return SystemUtil::getCPUTime() > 0; }, 0, 1,
+         kNoClock},
+        {"clock_gettime", EINVAL, waitTimed, 1, 1, kNoClock},
+        {"nanosleep", EINTR, sleep, 1, 1},
+    };
+    expectFailures(world, rows);
 }
 
 /// Posts a task whose poster waits before the task runs.
@@ -145,19 +140,19 @@ bool watch(World& w) {
 
 TEST_F(SystemCalls, OfLoopsMayFail) {
     const char* const noWatch = "5 cannot watch descriptor N: err=24";
-    expectFailures(world, {
-                              {"pthread_create", EAGAIN, startLoop, 0, 1, kNoThread},
-                              {"sem_wait", EINVAL, startLoop, 1, 1, "", 0, true},
-                              {"sem_wait", EINVAL, post, 0, 1,
-                               "5 Semaphore wait error, run loop item may not run"},
-                              {"epoll_create1", EMFILE, watch, 0, 1, noWatch},
-                              {"eventfd", EMFILE, watch, 0, 1, noWatch},
-                              {"epoll_ctl", EMFILE, watch, 0, 1, noWatch},
-                              {"epoll_ctl", EMFILE, watch, 0, 1, noWatch, 1},
-                              {"epoll_wait", EINTR, watch, 1, 1, "", 0, true},
-                              {"read", EINTR, watch, 1, 1, "", 0, true},
-                              {"read", EAGAIN, watch, 1, 1, "", 0, true},
-                          });
+    const std::vector<Row> rows = {
+        {"pthread_create", EAGAIN, &World::startLoop, 0, 1, kNoThread},
+        {"sem_wait", EINVAL, &World::startLoop, 1, 1, "", 0, true},
+        {"sem_wait", EINVAL, post, 0, 1, "5 Semaphore wait error, run loop item may not run"},
+        {"epoll_create1", EMFILE, watch, 0, 1, noWatch},
+        {"eventfd", EMFILE, watch, 0, 1, noWatch},
+        {"epoll_ctl", EMFILE, watch, 0, 1, noWatch},
+        {"epoll_ctl", EMFILE, watch, 0, 1, noWatch, 1},
+        {"epoll_wait", EINTR, watch, 1, 1, "", 0, true},
+        {"read", EINTR, watch, 1, 1, "", 0, true},
+        {"read", EAGAIN, watch, 1, 1, "", 0, true},
+    };
+    expectFailures(world, rows);
 }
 
 bool create(World& /*w*/) {
@@ -185,25 +180,23 @@ bool copyClient(World& w) {
 }
 
 TEST_F(SystemCalls, OfSocketsThatLogMayFail) {
-    expectFailures(
-        world,
-        {
-            {"socket", EMFILE, create, 0, 1, "5 socket create failed, err=24"},
-            {"bind", EACCES, create, 0, 1, "5 socket bind failed, err=13"},
-            {"accept4", ECONNABORTED, accept, 0, 1,
-             "5 accept() failed: socket=N, ip=127.0.0.1, port=N, err=103"},
-            {"recv", ECONNRESET, receive, 0, 1, "2 recv data failed: socket=N, err=104"},
-            {"fcntl", EMFILE, copyClient, 0, 1},
-            {"getsockname", ENOBUFS, [](World& w) { return w.udp.port() > 0; }, 0, 1},
-            {"getsockname", ENOBUFS, [](World& w) { return w.udp.address() == kLocal; }, 0, 1},
-            {"ioctl", ENOTTY, [](World& w) { return w.udp.setBlocking(true); }, -1, 0},
-            {"setsockopt", ENOBUFS, [](World& w) { return w.udp.setBufLength(5000); }, -1, 0, "",
-             1},
-            {"ppoll", EINTR, [](World& w) { return w.udp.select(0); }, -1, 1,
-             "2 select breaks, socket=N, errno=4"},
-            {"ppoll", ENOMEM,
-             [](World& w) { return Socket::waitMultipleSocket({&w.listener}, 0).size(); }, 0, 1},
-        });
+    const std::vector<Row> rows = {
+        {"socket", EMFILE, create, 0, 1, "5 socket create failed, err=24"},
+        {"bind", EACCES, create, 0, 1, "5 socket bind failed, err=13"},
+        {"accept4", ECONNABORTED, accept, 0, 1,
+         "5 accept() failed: socket=N, ip=127.0.0.1, port=N, err=103"},
+        {"recv", ECONNRESET, receive, 0, 1, "2 recv data failed: socket=N, err=104"},
+        {"fcntl", EMFILE, copyClient, 0, 1},
+        {"getsockname", ENOBUFS, [](World& w) { return w.udp.port() > 0; }, 0, 1},
+        {"getsockname", ENOBUFS, [](World& w) { return w.udp.address() == kLocal; }, 0, 1},
+        {"ioctl", ENOTTY, [](World& w) { return w.udp.setBlocking(true); }, -1, 0},
+        {"setsockopt", ENOBUFS, [](World& w) { return w.udp.setBufLength(5000); }, -1, 0, "", 1},
+        {"ppoll", EINTR, [](World& w) { return w.udp.select(0); }, -1, 1,
+         "2 select breaks, socket=N, errno=4"},
+        {"ppoll", ENOMEM,
+         [](World& w) { return Socket::waitMultipleSocket({&w.listener}, 0).size(); }, 0, 1},
+    };
+    expectFailures(world, rows);
 }
 
 /// Returns the count of a result that is DONE, or the negative error number of one that is FAILED.
@@ -234,30 +227,28 @@ long finishFresh(World& /*w*/) {
     return figure(fresh.finishConnect());
 }
 
-long finish(World& w) {
-    return figure(w.client.finishConnect());
-}
-
 TEST_F(SystemCalls, OfSocketsWithResultsMayFail) {
-    expectFailures(world, {
-                              {"socket", EMFILE, connect, -EMFILE, 0},
-                              {"setsockopt", ENOPROTOOPT, connect, -ENOPROTOOPT, 0},
-                              {"bind", EACCES, connect, -EACCES, 0},
-                              {"connect", EINTR, connect, 0, 0},
-                              {"connect", ENETUNREACH, connect, -ENETUNREACH, 0},
-                              {"accept4", EINTR, connect, 0, 0},
-                              {"accept4", EMFILE, connect, -EMFILE, 0},
-                              {"getsockopt", ENOBUFS, finishFresh, -ENOBUFS, -ENOTCONN},
-                              {"getpeername", ENOBUFS, finish, -ENOBUFS, 0},
-                              {"recvfrom", EINTR, exchange, 5, 5},
-                              {"getsockopt", ENOPROTOOPT, exchange, 5, 5},
-                              {"sendmsg", EINTR, exchange, 5, 5},
-                              {"sendmsg", EIO, exchange, 5, 5},
-                              {"sendmsg", EINVAL, exchange, 5, 5},
-                              {"sendmsg", EMSGSIZE, exchange, 5, 5},
-                              {"sendmsg", ENOBUFS, sendMany, 64L * 400, 40007, "", 1},
-                              {"sendmsg", ENOBUFS, exchange, -ENOBUFS, 5},
-                          });
+    const std::vector<Row> rows = {
+        {"socket", EMFILE, connect, -EMFILE, 0},
+        {"setsockopt", ENOPROTOOPT, connect, -ENOPROTOOPT, 0},
+        {"bind", EACCES, connect, -EACCES, 0},
+        {"connect", EINTR, connect, 0, 0},
+        {"connect", ENETUNREACH, connect, -ENETUNREACH, 0},
+        {"accept4", EINTR, connect, 0, 0},
+        {"accept4", EMFILE, connect, -EMFILE, 0},
+        {"getsockopt", ENOBUFS, finishFresh, -ENOBUFS, -ENOTCONN},
+        {"getpeername", ENOBUFS, [](World& w) { return figure(w.client.finishConnect()); },
+         -ENOBUFS, 0},
+        {"recvfrom", EINTR, exchange, 5, 5},
+        {"getsockopt", ENOPROTOOPT, exchange, 5, 5},
+        {"sendmsg", EINTR, exchange, 5, 5},
+        {"sendmsg", EIO, exchange, 5, 5},
+        {"sendmsg", EINVAL, exchange, 5, 5},
+        {"sendmsg", EMSGSIZE, exchange, 5, 5},
+        {"sendmsg", ENOBUFS, sendMany, 64L * 400, 40007, "", 1},
+        {"sendmsg", ENOBUFS, exchange, -ENOBUFS, 5},
+    };
+    expectFailures(world, rows);
 }
 
 int listPlatforms(World& /*w*/) {
@@ -275,22 +266,23 @@ TEST_F(SystemCalls, OfListsOfInterfacesMayFail) {
     };
     const std::vector<InterfaceAddress>& listed = world.addresses;
     const long others = all - std::count_if(listed.begin(), listed.end(), isOfFirst);
-    expectFailures(world, {
-                              {"socket", EMFILE, listPlatforms, -1, 1},
-                              {"socket", ENFILE, listPlatforms, 0, 1, "", 1},
-                              {"send", ENOBUFS, listPlatforms, -1, 1},
-                              {"recv", EINTR, listPlatforms, -1, 1},
-                              {"recv", 0, listPlatforms, -1, 1},
-                              {"if_indextoname", ENXIO, listPlatforms, 0, 1},
-                              {"ioctl", ENODEV, listPlatforms, 0, 1},
-                              {"socket", EMFILE, list, -EMFILE, all},
-                              {"socket", ENFILE, list, -ENFILE, all, "", 1},
-                              {"send", ENOBUFS, list, -ENOBUFS, all},
-                              {"recv", ENOBUFS, list, -ENOBUFS, all},
-                              {"if_indextoname", ENXIO, list, others, all},
-                              {"ioctl", ENODEV, list, others, all},
-                              {"ioctl", EPERM, list, -EPERM, all},
-                          });
+    const std::vector<Row> rows = {
+        {"socket", EMFILE, listPlatforms, -1, 1},
+        {"socket", ENFILE, listPlatforms, 0, 1, "", 1},
+        {"send", ENOBUFS, listPlatforms, -1, 1},
+        {"recv", EINTR, listPlatforms, -1, 1},
+        {"recv", 0, listPlatforms, -1, 1},
+        {"if_indextoname", ENXIO, listPlatforms, 0, 1},
+        {"ioctl", ENODEV, listPlatforms, 0, 1},
+        {"socket", EMFILE, list, -EMFILE, all},
+        {"socket", ENFILE, list, -ENFILE, all, "", 1},
+        {"send", ENOBUFS, list, -ENOBUFS, all},
+        {"recv", ENOBUFS, list, -ENOBUFS, all},
+        {"if_indextoname", ENXIO, list, others, all},
+        {"ioctl", ENODEV, list, others, all},
+        {"ioctl", EPERM, list, -EPERM, all},
+    };
+    expectFailures(world, rows);
 }
 
 TEST(MonotonicClock, MayFailUnderALoopWithoutMakingItSpinOrHang) {
