@@ -26,6 +26,28 @@ TEST(Buffer, GoesBackToItsOwnerOnce) {
     EXPECT_EQ(living, 0);  // without an owner it is deleted
 }
 
+TEST(Buffer, IsInvalidForTheDestructorsOfWhatItHolds) {
+    struct Param : BaseBufferParam {
+        ~Param() override {
+            EXPECT_EQ(buffer->state(), BUFFER_STATE_INVALID);
+            EXPECT_EQ(buffer->capacity(), 0U);
+            EXPECT_EQ(buffer->usedSize(), 0U);
+            EXPECT_EQ(buffer->data(), nullptr);
+            *seen = true;
+        }
+        Buffer* buffer = nullptr;
+        bool* seen = nullptr;
+    };
+    bool seen = false;
+    auto* const param = new Param;
+    SharedPtr<Buffer> buffer = BufferPool::getBuffer(8, param);
+    param->buffer = buffer.get();
+    param->seen = &seen;
+    EXPECT_TRUE(buffer->setUsedSize(3));
+    buffer.reset();
+    EXPECT_TRUE(seen);
+}
+
 TEST(Buffers, SayWhenTheirSizeCannotBe) {
     int living = 0;
     for (const unsigned int size : {UINT_MAX, UINT_MAX - 3}) {

@@ -186,7 +186,7 @@ TEST(Interfaces, AreWhatWasReceivedAndNothingElse) {
         {{address(127, a6, AF_INET6), address(129, attribute(a6.substr(4) + a6), AF_INET6), done},
          {ip6 + ones6 + "e 73", ip6 + ones6 + "f 73"}},
         {{done + any}, {}},
-        {{address(8, attribute("odd", IFA_LABEL) + a4) + done}, {one}},
+        {{address(8, attribute("", IFA_LABEL) + attribute("odd", IFA_LABEL) + a4) + done}, {one}},
         {{address(8, attribute("abcd" + a6)) + address(8, attribute("ab")),
           address(8, attribute("wxyz", IFA_LOCAL) + a4) + message(RTM_NEWLINK, a4) +
               address(8, a4, AF_PACKET) + done},

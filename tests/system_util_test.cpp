@@ -20,7 +20,8 @@ TEST(SystemUtil, DeviceInfoComesFromThePropertiesInLowerCase) {
     const std::tuple<const char*, const char*, std::string, std::string> kCases[] = {
         {nullptr, "XY", "before", "before"},
         {"ABC Mobile", "", "abc mobile", "before"},
-        {"@AZ[\xc0\xdc", tooLong.c_str(), "@az[\xc0\xdc", longest}};
+        {"@AZ[\xc0\xdc", tooLong.c_str(), "@az[\xc0\xdc", longest},
+        {nullptr, "XY", "before", "before"}};
     for (const auto& [newManufacturer, newModel, expectedManufacturer, expectedModel] : kCases) {
         setSystemProperty("ro.product.manufacturer", newManufacturer);
         setSystemProperty("ro.product.model", newModel);
