@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -63,12 +64,23 @@ std::string PartFile::openPart() {
         return errno == EEXIST ? path + kInTheWay
                                : "cannot write " + path + ": " + std::strerror(errno);
     }
-    if (::flock(::fileno(_file.get()), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    if (!lock(path)) {
         return path + " is being written by another transfer";
     }
     _partPath = path;
     _isRead = !isThere;
     return "";
+}
+
+/// Returns false if another transfer holds the lock, or has renamed or removed the file since it
+/// was opened here. A file system without locks is no obstacle.
+bool PartFile::lock(const std::string& path) {
+    const int descriptor = ::fileno(_file.get());
+    const bool isFree = ::flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+    struct stat opened {};
+    struct stat named {};
+    return isFree && ::fstat(descriptor, &opened) == 0 && ::stat(path.c_str(), &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
 std::string PartFile::read() {
@@ -93,6 +105,7 @@ std::string PartFile::append(const char* bytes, unsigned int size) {
     return "";
 }
 
+/// Keeps the lock until the file is renamed, so that nobody else resumes it.
 std::string PartFile::finish(const std::string& checksum) {
     if (!_error.empty()) {
         return _error;
@@ -104,15 +117,14 @@ std::string PartFile::finish(const std::string& checksum) {
     const bool isDevice = _partPath.empty();
     const bool isStored =
         isDevice || ::fsync(::fileno(_file.get())) == 0 || errno == EINVAL;  // no fsync() there
-    if (!isStored || std::fclose(_file.release()) != 0 ||
-        (!isDevice && std::rename(_partPath.c_str(), _path.c_str()) != 0)) {
+    if (!isStored || (!isDevice && std::rename(_partPath.c_str(), _path.c_str()) != 0)) {
         return fail(errno);
     }
     if (!isDevice) {
         syncFolder(_path);
     }
     _partPath.clear();
-    return "";
+    return std::fclose(_file.release()) == 0 ? "" : fail(errno);
 }
 
 std::string PartFile::fail(int reason) {

@@ -49,6 +49,7 @@ class PartFile : public NIVUR::NoCopyable {
     };
 
     std::string openPart();
+    bool lock(const std::string& path);
     bool openAs(const std::string& path, const char* mode);
     std::string fail(int reason);
 
