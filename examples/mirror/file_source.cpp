@@ -69,23 +69,27 @@ void FileSource::fill() {
     if (_transmitter->added() == _layout.chunks() || _transmitter->waiting() >= _window) {
         return;
     }
-    if (!addChunk()) {
-        _owner.onFailed(_path + " shrank while it was read");
+    const std::string error = addChunk();
+    if (!error.empty()) {
+        _owner.onFailed(error);
     } else if (_transmitter->added() == _layout.chunks()) {
         finish();
     }
 }
 
-bool FileSource::addChunk() {
+std::string FileSource::addChunk() {
     const unsigned int size = _layout.sizeOf(_transmitter->added());
     auto body = _datagrams.makeBody();
-    if (!body || !_file.read(body->data() + kDataHeaderSize, size)) {
-        return false;
+    if (!body) {
+        return "no memory for another piece of " + _path;
+    }
+    if (!_file.read(body->data() + kDataHeaderSize, size)) {
+        return _file.bad() ? "cannot read " + _path : _path + " shrank while it was read";
     }
     body->setUsedSize(kDataHeaderSize + size);
     _checksum.add(body->data() + kDataHeaderSize, size);
     _transmitter->add(std::move(body), NIVUR::SystemUtil::getCPUTimeInMicroseconds());
-    return true;
+    return "";
 }
 
 void FileSource::finish() {

@@ -28,7 +28,7 @@ class FileSource : public Source {
     uint64_t size() const override { return _layout.fileSize; }
 
   private:
-    bool addChunk();
+    std::string addChunk();
     void finish();
 
     const std::string _path;
