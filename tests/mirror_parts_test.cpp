@@ -5,6 +5,7 @@
 #include <nivur/run_loop.h>
 #include <nivur/serialization.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <deque>
@@ -17,6 +18,7 @@
 #include "congestion.h"
 #include "datagram_path.h"
 #include "flight.h"
+#include "latencies.h"
 #include "options.h"
 #include "outbox.h"
 #include "packets.h"
@@ -203,6 +205,25 @@ TEST(MirrorClockFit, FindsOffsetAndDriftBehindJitter) {
             fit.add(now, there(now + out), there(now + out + 500), now + out + 500 + back);
             const auto error = fit.offsetUs(now) - static_cast<int64_t>(there(now) - now);
             EXPECT_LT(std::abs(error), fit.exchanges() < 50 ? 5000 : 600) << now;
+        }
+    }
+}
+
+TEST(MirrorLatencies, APercentileIsNeverTooLowAndHardlyTooHigh) {
+    std::mt19937 random(8);
+    for (const uint64_t most : {1U, 1000U, 5000U, 500'000U, 60'000'000U}) {
+        Latencies latencies;
+        EXPECT_EQ(latencies.percentile(99), 0U);
+        std::vector<uint64_t> all;
+        for (int i = 0; i < 1000; ++i) {
+            all.push_back(random() % (most + 1));
+            latencies.add(all.back());
+        }
+        std::sort(all.begin(), all.end());
+        for (const unsigned int percent : {1U, 50U, 99U, 100U}) {
+            const uint64_t exact = all[percent * 10 - 1];
+            EXPECT_GE(latencies.percentile(percent), exact);
+            EXPECT_LE(latencies.percentile(percent), exact + exact / 1000);
         }
     }
 }
