@@ -104,12 +104,8 @@ void Endpoint::setResting(bool resting) {
 }
 
 void Endpoint::checkProgress() {
-    checkStandstill(kStandstillMs);
-}
-
-void Endpoint::checkStandstill(unsigned int ms) {
-    if (SystemUtil::getCPUTime() - _progressMs > ms) {
-        onLost("has made no progress for " + std::to_string(ms / 1000) + " s");
+    if (SystemUtil::getCPUTime() - _progressMs > kStandstillMs) {
+        onLost("has made no progress for " + std::to_string(kStandstillMs / 1000) + " s");
     }
 }
 
@@ -118,8 +114,8 @@ void Endpoint::onText(const Dictionary& text) {
         return;
     }
     const std::string type = typeOf(text);
-    _peerHadLastWord = type == "refuse" || type == "done";
     if (type == "refuse") {
+        skipFarewell();
         onLost("refused: " + printable(text.getString("reason")));
     } else if (!handle(type, text) && !hasEnded()) {
         onLost("sent a text that does not belong here: " + printable(type));

@@ -82,20 +82,21 @@ class Endpoint : public ControlChannel::Handler, public NIVUR::NoCopyable {
     void end(const std::string& error);
     bool hasEnded() const { return _ended; }
 
+    /// Notes that the peer's message was its last: end() then sends nothing, and does not wait.
+    void skipFarewell() { _peerHadLastWord = true; }
+
     /// Called once when the transfer ends. No datagrams may be sent from then on.
     virtual void onEnd() {}
 
     /// Notes that the transfer has made progress.
     void progress();
 
-    /// Called once a second while connected, unless resting: ends a transfer that has stalled.
+    /// Called once a second while connected, unless resting: ends a transfer that has made no
+    /// progress for 10 s.
     virtual void checkProgress();
 
     /// While resting, this end expects nothing from the peer and does not wake up to check.
     void setResting(bool resting);
-
-    /// Ends the transfer if there was no progress for longer than `ms`.
-    void checkStandstill(unsigned int ms);
 
     NIVUR::RunLoop _loop;
     NIVUR::EventCenter& _events;

@@ -9,7 +9,7 @@ namespace mirror {
 namespace {
 
 constexpr uint64_t kWriteMs = 8000;
-constexpr uint64_t kCommitMs = 60'000;  // flushing a large file takes long
+constexpr uint64_t kCommitMs = 600'000;  // the kernel may have gigabytes left to write
 
 }  // namespace
 

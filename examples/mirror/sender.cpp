@@ -22,7 +22,6 @@ namespace mirror {
 namespace {
 
 constexpr unsigned int kConnectMs = 5000;
-constexpr unsigned int kDiskMs = 600'000;
 constexpr unsigned int kMaxWindow = 16384;
 constexpr unsigned int kSocketBuffer = 4 * 1024 * 1024;
 constexpr unsigned int kStatsMs = 1000;
@@ -200,17 +199,22 @@ void Sender::onFailed(const std::string& error) {
     end(error);
 }
 
+    if (hasEnded()) {
+        return;
+    }
 void Sender::onDeaf() {
-    end("no datagram comes back from the receiver, though the connection stands: a firewall may "
-        "block UDP");
+    end(_transmitter->roundTrip().isKnown()
+            ? "no datagram comes back from the receiver any more, though the connection stands"
+            : "no datagram comes back from the receiver, though the connection stands: a firewall "
+              "may block UDP");
 }
 
-/// Before the first chunk and after the last one the receiver waits for its disk: then the limit is
-/// longer, so that the receiver detects a stalled disk first.
+/// Before the first chunk and after the last one the receiver waits for its disk. That may take
+/// long, and the receiver gives up a stalled disk itself.
 void Sender::checkProgress() {
     const bool isAllThere = _transmitter && _transmitter->waiting() == 0;
     if (_transmitter ? isAllThere && _finished : channel().isProved()) {
-        checkStandstill(kDiskMs);
+        progress();
     } else {
         Endpoint::checkProgress();
     }
@@ -237,6 +241,7 @@ void Sender::onEnd() {
         _transmitter->close();
     }
 }
+    skipFarewell();
 
 void Sender::report() {
     const Transmitter& sent = *_transmitter;
