@@ -2,10 +2,10 @@
 
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
 #include <utility>
 
+#include "limits.h"
 #include "texts.h"
 
 using NIVUR::Dictionary;
@@ -14,14 +14,7 @@ namespace mirror {
 
 namespace {
 
-constexpr uint64_t kMaxLatencyUs = 60'000'000;
 constexpr uint64_t kReaderMs = 5000;
-
-std::string milliseconds(uint64_t us) {
-    char text[32];
-    std::snprintf(text, sizeof(text), "%.1f ms", static_cast<double>(us) / 1000);
-    return text;
-}
 
 }  // namespace
 
@@ -29,7 +22,7 @@ LiveSink::LiveSink(NIVUR::RunLoop& loop, Owner& owner) : _loop(loop), _owner(own
 
 bool LiveSink::take(const Dictionary& offer) {
     const auto latencyUs = getNumber(offer, "latencyUs");
-    if (offer.getString("mode") != "live" || !latencyUs || *latencyUs > kMaxLatencyUs) {
+    if (offer.getString("mode") != "live" || !latencyUs || *latencyUs > kMaxLatencyMs * 1000) {
         return false;
     }
     _latencyUs = *latencyUs;
@@ -38,14 +31,12 @@ bool LiveSink::take(const Dictionary& offer) {
 }
 
 void LiveSink::start(ChunkWindow& chunks) {
-    _chunks = &chunks;
     _output.emplace(_loop, STDOUT_FILENO);
     _playout.emplace(_loop, chunks, _latencyUs,
                      [this](ChunkWindow::Body body) { output(std::move(body)); });
 }
 
 void LiveSink::output(ChunkWindow::Body body) {
-    ++_handedOut;
     _output->write(std::move(body), kDataHeaderSize);
     if (_output->error() != 0) {
         _owner.onFailed("cannot write the stream: " + std::string(std::strerror(_output->error())));
@@ -95,11 +86,11 @@ std::vector<Statistics::Figure> LiveSink::figures() {
 
 std::string LiveSink::summary() const {
     const Latencies& latencies = _playout->latencies();
-    return "handed out " + std::to_string(_handedOut) + " chunks, skipped " +
+    return "handed out " + std::to_string(latencies.count()) + " chunks, skipped " +
            std::to_string(_playout->skipped()) + ", dropped " + std::to_string(_output->dropped()) +
            " that the reader did not take\n  latency: p50 " +
-           milliseconds(latencies.percentile(50)) + ", p99 " +
-           milliseconds(latencies.percentile(99)) + "\n";
+           Statistics::milliseconds(latencies.percentile(50)) + ", p99 " +
+           Statistics::milliseconds(latencies.percentile(99)) + "\n";
 }
 
 }  // namespace mirror

@@ -37,11 +37,9 @@ class LiveSink : public Sink {
     NIVUR::RunLoop& _loop;
     Owner& _owner;
     uint64_t _latencyUs = 0;
-    ChunkWindow* _chunks = nullptr;
     std::optional<OutputStream> _output;
     std::optional<Playout> _playout;
     std::optional<uint64_t> _end;  // the number of chunks, after the sender has sent it
-    uint64_t _handedOut = 0;
     bool _complete = false;
 };
 

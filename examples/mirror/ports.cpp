@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "limits.h"
+
 using NIVUR::IoResult;
 using NIVUR::SocketAddress;
 using NIVUR::UDPSocket;
@@ -10,7 +12,6 @@ namespace mirror {
 
 namespace {
 
-constexpr unsigned int kSocketBuffer = 4 * 1024 * 1024;
 constexpr int kAttempts = 10;
 constexpr unsigned int kBacklog = 1024;
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "file_sink.h"
+#include "limits.h"
 #include "live_sink.h"
 #include "progress.h"
 #include "texts.h"
@@ -16,10 +17,8 @@ namespace mirror {
 
 namespace {
 
-constexpr unsigned int kWindow = 16384;
 constexpr unsigned int kTickMs = 20;
 constexpr unsigned int kPauseMs = 200;
-constexpr unsigned int kStatsMs = 1000;
 
 }  // namespace
 
@@ -154,10 +153,10 @@ void Receiver::begin() {
         addTimer(kTickMs, true, [this] { tick(); });
     }
     _path.begin(*channel().keys(), {});
-    _collector.emplace(_loop, _path, kWindow, _isLive);
+    _collector.emplace(_loop, _path, kMaxWindow, _isLive);
     _sink->start(_collector->chunks());
     Dictionary text = makeText("accept");
-    setNumber(text, "window", kWindow);
+    setNumber(text, "window", kMaxWindow);
     _sink->describe(text);
     send(text);
     if (_statistics.isWanted()) {

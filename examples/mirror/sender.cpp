@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "file_source.h"
+#include "limits.h"
 #include "live_source.h"
 #include "progress.h"
 #include "texts.h"
@@ -22,9 +23,6 @@ namespace mirror {
 namespace {
 
 constexpr unsigned int kConnectMs = 5000;
-constexpr unsigned int kMaxWindow = 16384;
-constexpr unsigned int kSocketBuffer = 4 * 1024 * 1024;
-constexpr unsigned int kStatsMs = 1000;
 
 }  // namespace
 
@@ -165,10 +163,21 @@ void Sender::receiveDatagrams() {
 void Sender::onOpen() {
     progress();
     setResting(_isLive);
-    if (!_isLive) {
+    if (_isLive) {
+        warnOfLatency();
+    } else {
         Standing(0, _source->size()).send(_events, "begun");
     }
     _source->start(*_transmitter, _window);
+}
+
+void Sender::warnOfLatency() const {
+    const uint64_t wayUs = _transmitter->roundTrip().minUs() / 2;
+    if (wayUs >= _source->latencyUs()) {
+        Statistics::print("nothing can arrive in time: the latency is " +
+                          Statistics::milliseconds(_source->latencyUs()) +
+                          ", and half of the round trip " + Statistics::milliseconds(wayUs) + "\n");
+    }
 }
 
 void Sender::onRoom() {
@@ -190,6 +199,9 @@ void Sender::onConfirmed() {
 }
 
 void Sender::onFinished(const Dictionary& text) {
+    if (hasEnded()) {
+        return;
+    }
     _finished = true;
     setResting(false);
     send(text);
@@ -199,9 +211,6 @@ void Sender::onFailed(const std::string& error) {
     end(error);
 }
 
-    if (hasEnded()) {
-        return;
-    }
 void Sender::onDeaf() {
     end(_transmitter->roundTrip().isKnown()
             ? "no datagram comes back from the receiver any more, though the connection stands"
@@ -232,6 +241,7 @@ bool Sender::onDone(const Dictionary& text) {
     } else {
         Standing(_source->size(), _source->size(), details()).send(_events, "finished");
     }
+    skipFarewell();
     end("");
     return true;
 }
@@ -241,7 +251,6 @@ void Sender::onEnd() {
         _transmitter->close();
     }
 }
-    skipFarewell();
 
 void Sender::report() {
     const Transmitter& sent = *_transmitter;

@@ -35,6 +35,7 @@ class Sender : public Endpoint, public Transmitter::Owner, public Source::Owner 
     void failToConnect(int reason);
     void receiveDatagrams();
     void report();
+    void warnOfLatency() const;
     std::string details() const;
 
     bool handle(const std::string& type, const NIVUR::Dictionary& text) override;

@@ -12,12 +12,8 @@ namespace mirror {
 namespace {
 
 std::string textOf(uint64_t value, const std::string& unit) {
-    if (unit != "us") {
-        return std::to_string(value) + (unit.empty() ? "" : " ") + unit;
-    }
-    char text[32];
-    std::snprintf(text, sizeof(text), "%.1f ms", static_cast<double>(value) / 1000);
-    return text;
+    return unit == "us" ? Statistics::milliseconds(value)
+                        : std::to_string(value) + (unit.empty() ? "" : " ") + unit;
 }
 
 }  // namespace
@@ -34,6 +30,12 @@ void Statistics::report(const std::vector<Figure>& figures) {
         line += (line.empty() ? "" : ", ") + figure.name + " " + textOf(value, figure.unit);
     }
     print((_format == StatsFormat::JSON ? NIVUR::Serialization::serialize(record) : line) + "\n");
+}
+
+std::string Statistics::milliseconds(uint64_t us) {
+    char text[32];
+    std::snprintf(text, sizeof(text), "%.1f ms", static_cast<double>(us) / 1000);
+    return text;
 }
 
 void Statistics::print(const std::string& text) {

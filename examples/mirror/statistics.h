@@ -34,6 +34,9 @@ class Statistics {
     /// Prints `text` unchanged.
     static void print(const std::string& text);
 
+    /// A time for people, such as "20.1 ms".
+    static std::string milliseconds(uint64_t us);
+
   private:
     const StatsFormat _format;
     std::map<std::string, uint64_t> _before;
