@@ -51,7 +51,7 @@ const char kUsage[] =
     "  jitter MS       at most so much more, evenly distributed (0)\n"
     "  jitter-order 0  packets may overtake one another by jitter; 1: they wait for it (1)\n"
     "  loss PERCENT    of the packets that had their turn, at random (0)\n"
-    "  burst PACKETS   losses are this many packets in a row (1)\n"
+    "  burst PACKETS   losses are this many packets in a row, at least 1 (1)\n"
     "  gilbert 1       burst is a mean and the lengths are geometric, as of a Gilbert channel (0)\n"
     "  reorder PERCENT of the packets come late and are overtaken (0)\n"
     "  reorder-by MS   by so much (2)\n"
@@ -285,6 +285,7 @@ std::array<Conditions, 2> parse(int count, char** arguments) {
         both[0].*option->second = toValue(value.substr(0, comma));
         both[1].*option->second = toValue(same ? value : value.substr(comma + 1));
     }
+    if (both[0].burst < 1 || both[1].burst < 1) throw std::invalid_argument("bad value: burst");
     return both;
 }
 
