@@ -179,13 +179,21 @@ def ranking(runs, kind, rows, peers, name, choose, tolerance, worth=lambda value
     return "; ".join(f"{place}: {' / '.join(found)}" for place, found in places.items() if found)
 
 
+def against(runs, peers, rows):
+    """The range of mirror's speed as a multiple of that of the best peer, as text. A peer that was given up counts with the
+    time limit."""
+    ratios = []
+    for row in rows:
+        own, other = median(runs, ("files", row, "mirror"), "seconds"), best(runs, ("files", row), peers, "seconds", min)
+        ran = [who for who in contenders(runs, "files", row) if who in peers and given_up(runs, ("files", row, who)) != "failed"]
+        if own and ran:
+            ratios.append(((other or files.LIMIT) / own, "" if other else "more than ", row))
+    ends = sorted({min(ratios), max(ratios)}) if ratios else []
+    return " to ".join(f"{more}{ratio:.2f} ({row})" for ratio, more, row in ends) or "nothing"
+
+
 def summary(runs, remarks):
     """Ten lines that say where mirror is ahead, level and behind, and why."""
-    def against(peers, rows):
-        ratios = {row: other / own for row in rows if (own := median(runs, ("files", row, "mirror"), "seconds"))
-                  and (other := best(runs, ("files", row), peers, "seconds", min))}
-        low = min(ratios, key=ratios.get, default=None)
-        return f"{min(ratios.values()):.2f} ({low}) to {max(ratios.values()):.2f}" if ratios else "nothing"
     lossy = [row for row, (conditions, *_) in files.ROWS.items() if "loss" in conditions]
     clean = [row for row in files.ROWS if row not in lossy]
     everyone = ("mirror", "srt", "rist")
@@ -204,8 +212,8 @@ def summary(runs, remarks):
              f"Live, processor seconds per second of the stream: {costs['processor']}.",
              "Files, time compared with the better of cubic and bbr (level: within 5 %): "
              + ranking(runs, "files", files.ROWS, ("cubic", "bbr"), "share of link", max, math.log(1.05), math.log) + ".",
-             f"Files without loss, speed as a multiple of that of the better of cubic and bbr: {against(('cubic', 'bbr'), clean)}.",
-             f"Files with loss, speed as a multiple of that of bbr: {against(('bbr',), lossy)}; of cubic: {against(('cubic',), lossy)}.",
+             f"Files without loss, speed as a multiple of that of the better of cubic and bbr: {against(runs, ('cubic', 'bbr'), clean)}.",
+             f"Files with loss, speed as a multiple of that of bbr: {against(runs, ('bbr',), lossy)}; of cubic: {against(runs, ('cubic',), lossy)}.",
              f"Beside a TCP flow, mirror gets {shares}.", *remarks["why"]]
     return "\n".join(f"- {line}" for line in lines)
 
