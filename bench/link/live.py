@@ -21,6 +21,11 @@ ROWS = {
     "bursts of 20": ({"rtt": 20, "loss": "2,0", "burst": 20}, 120),
     "jitter 10 ms": ({"rtt": 20, "jitter": 10}, 120),
     "5 % loss, RTT 100 ms": ({"rtt": 100, "loss": 5}, 400),
+    "no loss, RTT 120 ms": ({"rtt": 120}, 480),
+    "1 % loss, RTT 120 ms": ({"rtt": 120, "loss": 1}, 480),
+    "5 % loss, RTT 120 ms": ({"rtt": 120, "loss": 5}, 480),
+    "10 % loss, RTT 120 ms": ({"rtt": 120, "loss": 10}, 480),
+    "5 % loss, RTT 400 ms": ({"rtt": 400, "loss": 5}, 1600),
 }
 
 
@@ -92,13 +97,13 @@ def stream_by_datagrams(link, ends, seconds, tools, arrivals):
     return source, sender, receiver, sink
 
 
-def stream_through(link, ends, seconds, tools):
+def stream_through(link, ends, seconds, latency, tools):
     """Sends a stream; returns the sink's lines and the processor seconds of both ends."""
     stream = stream_by_datagrams if ends.get("udp") else stream_by_pipes
     with open(os.path.join(tools["work"], "arrivals"), "w+", encoding="utf-8") as arrivals:
         source, sender, receiver, sink = stream(link, ends, WARM_UP + seconds, tools, arrivals)
         source.wait()
-        time.sleep(1)
+        time.sleep(1 + latency / 1000)
         used = processor_seconds(sender) + processor_seconds(receiver)
         if ends.get("udp"):
             sink.terminate()
@@ -134,7 +139,7 @@ def measure(row, who, tools, seconds=20):
     conditions, latency = ROWS[row]
     with Link({"rate": 100, "queue": 200, "seed": tools["seed"], **conditions}) as link:
         ends = commands(who, latency, (conditions["rtt"] + conditions.get("jitter", 0)) / 2, tools)
-        lines, used = stream_through(link, ends, seconds, tools)
+        lines, used = stream_through(link, ends, seconds, latency, tools)
     sent, back = (sum(protocol["in"]["bytes"] for protocol in link.counters[way].values()) for way in ("a_to_b", "b_to_a"))
     stream = RATE * 1e6 / 8 * (WARM_UP + seconds)
     return {**evaluate(lines, seconds, latency), "latency": latency, "bytes a byte": (sent + back) / stream,
