@@ -312,6 +312,27 @@ TEST(MirrorCongestion, FillsTheWayAndNoMore) {
     }
 }
 
+TEST(MirrorCongestion, MakesRoomOnlyForALossInAStandingQueue) {
+    for (const uint64_t roundTripUs : {20'000, 40'000}) {
+        Congestion congestion(0);
+        RoundTrip roundTrip;
+        uint64_t now = 0;
+        const auto endRound = [&](uint64_t us, uint64_t lost) {
+            roundTrip.add(us, now += us);
+            Flight::Report report{us, now - us, 12'500'000, false, true, 200, lost, 0};
+            report.roundPeak = congestion.window();
+            congestion.update(report, roundTrip, 0, now);
+            return static_cast<double>(congestion.window());
+        };
+        double before = 0;
+        for (int round = 0; round < 30; ++round) {
+            before = endRound(round < 5 ? 20'000 : 40'000, 0);
+        }
+        const double after = endRound(roundTripUs, 1);
+        EXPECT_NEAR(after / before, roundTripUs > 20'000 ? 0.7 : 1, 0.01);
+    }
+}
+
 /// A session with a peer that holds the key and sends arbitrary data, on a loop that does not run.
 class MirrorHostile : public testing::Test, public Transmitter::Owner {
   protected:

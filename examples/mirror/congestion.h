@@ -12,8 +12,9 @@ namespace mirror {
 /// Decides how fast to send and how much may be in flight, from a model of the path's bandwidth and
 /// shortest round trip (N. Cardwell, Y. Cheng, C. S. Gunn, S. H. Yeganeh, V. Jacobson, "BBR:
 /// Congestion-Based Congestion Control", ACM Queue 14(5), 2016). Losses alone do not slow it down,
-/// since a radio link loses packets at any rate; a growing queue does. Bytes include all headers.
-/// Not thread-safe.
+/// since a radio link loses packets at any rate; a growing queue does. Losses while a queue stands
+/// limit what is in flight, so that a TCP flow on the same link gets its share. Bytes include all
+/// headers. Not thread-safe.
 class Congestion {
   public:
     /// Starts with at least `firstRate` bytes per second; 0: a slow start with a few packets.
@@ -44,15 +45,22 @@ class Congestion {
     };
 
     void addSample(uint64_t rate, uint64_t nowUs);
+    void endRound(const Flight::Report& report, const RoundTrip& roundTrip, uint64_t nowUs);
     void checkFull(const Flight::Report& report, const RoundTrip& roundTrip);
     void enter(State state, uint64_t nowUs);
     void advance(uint64_t inFlight, uint64_t nowUs);
     void cycle(uint64_t inFlight, uint64_t nowUs);
+    void share(const Flight::Report& report);
     void retry(const Flight::Report& report, const RoundTrip& roundTrip, uint64_t nowUs);
+    bool isCrowded() const;
     bool isQueueing(const RoundTrip& roundTrip) const;
     bool shouldProbe(const Flight::Report& report, uint64_t nowUs);
     double gain() const;
     uint64_t product() const;
+    bool isStream() const { return _firstRate > 0; }
+    uint64_t noiseUs() const;
+    uint64_t feedbackUs() const;
+    uint64_t modelWindow() const;
 
     uint64_t _firstRate;
     State _state = State::STARTUP;
@@ -66,6 +74,10 @@ class Congestion {
     uint64_t _retryGapUs = 500'000;
     unsigned int _phase = 0;
     uint64_t _phaseUs = 0;
+    uint64_t _standingUs = UINT64_MAX;  // the shortest round trip of this round
+    uint64_t _limit = UINT64_MAX;       // of the bytes in flight, beside other flows
+    uint64_t _growth = 0;               // of _limit in the last round
+    uint64_t _congestedRound = 0;
     uint64_t _shortUs = 0;  // when the round trip was last close to its minimum
 };
 

@@ -1,6 +1,7 @@
 #include "flight.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "wire.h"
 
@@ -16,6 +17,7 @@ void Flight::sent(uint64_t number, uint64_t bytes, uint64_t nowUs, uint64_t minR
         _first = number;
     }
     _sentBytes += bytes;
+    _roundPeak = std::max(_roundPeak, this->bytes());
     _packets.push_back(
         {nowUs, _sentBytes, _firstSentUs, _delivered, _deliveredAtUs, _limitedUntil > _delivered});
 }
@@ -63,6 +65,7 @@ void Flight::endRound(Report& report) {
     report.roundOver = true;
     report.roundPackets = _first - _roundFirst;
     report.roundLost = lost() > _roundLost ? lost() - _roundLost : 0;
+    report.roundPeak = std::exchange(_roundPeak, bytes());
     _roundEnd = _delivered;
     _roundFirst = _first;
     _roundLost = lost();

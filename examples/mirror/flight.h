@@ -25,6 +25,7 @@ class Flight {
         bool roundOver = false;     // a round trip has passed since the last one with roundOver
         uint64_t roundPackets = 0;  // how many were sent, and how many lost, in that round
         uint64_t roundLost = 0;
+        uint64_t roundPeak = 0;  // the most bytes that were in flight in that round
     };
 
     void sent(uint64_t number, uint64_t bytes, uint64_t nowUs, uint64_t minRoundTripUs);
@@ -71,6 +72,7 @@ class Flight {
     uint64_t _roundEnd = 0;
     uint64_t _roundFirst = 0;
     uint64_t _roundLost = 0;
+    uint64_t _roundPeak = 0;
 };
 
 }  // namespace mirror
