@@ -191,12 +191,19 @@ void RunLoop::stopTimer(long id) {
 
 void RunLoop::resetTimer(long id) {
     State& state = *_state;
-    AutoLock lock(state._mutex);
-    if (Timer* const pending = state._timers.find(id)) {
-        // A reading from before the lock may be older than a run of the timer, or even than the
-        // timer, if its id was used before.
-        pending->restart(platform::monotonicMilliseconds());
-        state._timers.update(*pending);
+    uint64_t now = 1;
+    {
+        AutoLock lock(state._mutex);
+        if (Timer* const pending = state._timers.find(id)) {
+            // A reading from before the lock may be older than a run of the timer, or even than
+            // the timer, if its id was used before.
+            now = platform::monotonicMilliseconds();
+            pending->restart(now);
+            state._timers.update(*pending);
+        }
+    }
+    if (now == 0) {
+        SystemUtil::getCPUTime();  // logs why the clock cannot be read
     }
 }
 
