@@ -53,6 +53,8 @@ TEST_F(SocketTest, RefusesToBeCreatedTwiceOrWithWhatCannotBeBound) {
         {udp, [&] { return !udp.create(kLocal, taken.port()); }, "5 socket bind failed, err=98"},
     });
     EXPECT_EQ(taken.address(), kLocal);
+    EXPECT_FALSE(UDPSocket().create(kLocal, taken.port()));
+    EXPECT_EQ(Socket::getError(), EADDRINUSE);  // the destructor has nothing to close
 }
 
 TEST_F(SocketTest, MovesKeepDescriptorsWhereNoneIsLeft) {
