@@ -180,13 +180,13 @@ def ranking(runs, kind, rows, peers, name, choose, tolerance, worth=lambda value
 
 
 def against(runs, peers, rows):
-    """The range of mirror's speed as a multiple of that of the best peer, as text. A peer that was given up counts with the
-    time limit."""
+    """The range of mirror's speed as a multiple of that of the best peer, as text. A peer that exceeded
+    the time limit counts with that limit; a row without a figure of mirror's is left out."""
     ratios = []
     for row in rows:
         own, other = median(runs, ("files", row, "mirror"), "seconds"), best(runs, ("files", row), peers, "seconds", min)
         ran = [who for who in contenders(runs, "files", row) if who in peers and given_up(runs, ("files", row, who)) != "failed"]
-        if own and ran:
+        if own and (other or ran):
             ratios.append(((other or files.LIMIT) / own, "" if other else "more than ", row))
     ends = sorted({min(ratios), max(ratios)}) if ratios else []
     return " to ".join(f"{more}{ratio:.2f} ({row})" for ratio, more, row in ends) or "nothing"

@@ -9,7 +9,7 @@ namespace {
 
 constexpr uint64_t kPacket = 1400;
 constexpr uint64_t kFirstPackets = 16;
-constexpr uint64_t kSpare = 4 * kPacket;
+constexpr uint64_t kSpare = 4 * kPacket;  // always allowed beyond the product
 constexpr uint64_t kSecondUs = 1'000'000;
 constexpr uint64_t kBandwidthRounds = 10;
 constexpr uint64_t kStreamSampleUs = 2 * kSecondUs;
@@ -19,8 +19,8 @@ constexpr uint64_t kStreamNoiseUs = 5000;
 constexpr double kStartupGain = 2.885;  // 2 / ln 2
 constexpr double kWindowGain = 2;
 constexpr double kBackOff = 0.7;
-constexpr uint64_t kGrowth = kPacket * 53 / 100;
-constexpr uint64_t kRareRounds = 4;
+constexpr uint64_t kGrowth = kPacket * 53 / 100;  // in a round, while a queue stands
+constexpr uint64_t kRareRounds = 4;               // without a loss before one that is rare
 constexpr std::array<double, 8> kCycle = {1.25, 0.75, 1, 1, 1, 1, 1, 1};
 constexpr unsigned int kFullRounds = 3;
 constexpr double kFullGrowth = 1.25;
@@ -86,8 +86,8 @@ void Congestion::addSample(uint64_t rate, uint64_t nowUs) {
 }
 
 /// The path is full when sending faster lengthens the queue but does not raise the delivery rate
-/// for three rounds, or when more than a quarter of a round's packets are lost (an
-/// eighth if a queue stands).
+/// for three rounds, or when more than a quarter of a round's packets are lost (an eighth if a
+/// queue stands).
 void Congestion::checkFull(const Flight::Report& report, const RoundTrip& roundTrip) {
     const auto grown = static_cast<double>(_fullRate) * kFullGrowth;
     if (static_cast<double>(bandwidth()) >= grown) {

@@ -44,7 +44,8 @@ bool FileSource::skip(uint64_t from, const std::string& checksum) {
     std::vector<char> piece(static_cast<size_t>(std::min<uint64_t>(from - _skipped, kPieceSize)));
     if (from > _skipped + _layout.fileSize ||
         !_file.read(piece.data(), static_cast<std::streamsize>(piece.size()))) {
-        _owner.onFailed("the receiver has more of a file than " + _path + " holds");
+        _owner.onFailed(_file.bad() ? "cannot read " + _path
+                                    : "the receiver has more of a file than " + _path + " holds");
         return false;
     }
     _checksum.add(piece.data(), piece.size());

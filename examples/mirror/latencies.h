@@ -19,6 +19,7 @@ class Latencies {
     uint64_t count() const { return _total; }
 
     /// The percentile in microseconds, rounded up by less than 0.1 %; 0 if no duration was added.
+    /// Durations of more than eight minutes count as nearly nine.
     uint64_t percentile(unsigned int percent) const {
         uint64_t rest = (_total * percent + 99) / 100;
         for (size_t i = 0; i < _counts.size(); ++i) {

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+// The usage in options.cpp and README.md repeat these numbers.
+
 namespace mirror {
 
 constexpr uint64_t kMaxLatencyMs = 60'000;

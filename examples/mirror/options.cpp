@@ -25,7 +25,7 @@ const char kUsage[] =
     "  --live          hands out what is read at one end at the other after a fixed latency, or\n"
     "                  not at all; all messages go to standard error\n"
     "  --latency MS    that latency, 1 to 60000 milliseconds (default 120); the receiver holds up\n"
-    "                  to 16384 chunks, which at 8 Mbit/s in chunks of 1316 bytes is 21 seconds\n"
+    "                  to 16384 chunks (21 seconds at 8 Mbit/s in chunks of 1316 bytes)\n"
     "  --key FILE      only peers that hold the same key may take part; FILE holds 32 bytes as\n"
     "                  hexadecimal text, as `mirror key` prints them\n"
     "  --open          everybody may take part; without this or a key only the loopback interface\n"

@@ -105,7 +105,8 @@ std::string PartFile::append(const char* bytes, unsigned int size) {
     return "";
 }
 
-/// Keeps the lock until the file is renamed, so that nobody else resumes it.
+/// Keeps the lock until the file is renamed, so that nobody else resumes it. An error of fclose()
+/// is therefore reported although the file already has its name.
 std::string PartFile::finish(const std::string& checksum) {
     if (!_error.empty()) {
         return _error;

@@ -219,7 +219,7 @@ void Sender::onDeaf() {
 }
 
 /// Before the first chunk and after the last one the receiver waits for its disk. That may take
-/// long, and the receiver gives up a stalled disk itself.
+/// long. If its disk stalls, the receiver ends the transfer.
 void Sender::checkProgress() {
     const bool isAllThere = _transmitter && _transmitter->waiting() == 0;
     if (_transmitter ? isAllThere && _finished : channel().isProved()) {
