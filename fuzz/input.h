@@ -7,7 +7,7 @@
 
 namespace NIVUR {
 
-/// Reports a broken promise. Each program that uses a model defines it: the fuzz targets end, a
+/// Reports a broken promise. Each program that uses a model defines it: a fuzz target aborts, a
 /// test fails.
 void check(bool holds, const char* promise);
 

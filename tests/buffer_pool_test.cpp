@@ -20,6 +20,7 @@ TEST(BufferPool, ServesFromTheSmallestListThatCan) {
         {1025, 1025, false}, {100, 256, true},  {100, 1024, true},
         {1024, 1024, true},  {100, 100, false}, {0, 0, false}};
     for (const auto& [size, capacity, isPooled] : requests) {
+        SCOPED_TRACE(size);
         auto* const param = new Counted(living);
         held.push_back(pool.getPoolBuffer(size, param));
         EXPECT_EQ(held.back()->capacity(), capacity);

@@ -328,7 +328,7 @@ TEST(WallClock, MayBeSetByAnHourUnderWaitsAndTimers) {
     EXPECT_LE(latest, 100U);
 }
 
-std::atomic<int> handled{0};  // written by a signal handler, which has no argument for it
+std::atomic<int> handled{0};  // written by a signal handler, which has no argument to pass state
 
 /// Sends the calling thread a signal every millisecond while it exists. After 60 ms and 20 signals
 /// it calls `later`, on a thread of its own.

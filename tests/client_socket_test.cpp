@@ -145,6 +145,8 @@ TEST_F(ClientSocketTest, RefusalsLeaveItConnected) {
         {client, [&] { return !client.recv(data, length); },
          "2 recv data failed: socket=FD, err=11"},
     });
+    EXPECT_EQ(client.setBufLength(5000), 0);
+    EXPECT_EQ(client.setReuse(true), 0);
     EXPECT_TRUE(client.send(data, 0, &sent));
     EXPECT_EQ(sent, 0U);
     EXPECT_EQ(client.shutdown(), 0);

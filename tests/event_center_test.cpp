@@ -87,7 +87,7 @@ TEST(EventCenter, WarnsOfANameThatNeverHadAHandlerWithNoLockHeld) {
     struct : EventHandler {
         void onEvent(const Event& /*event*/, Parameter* /*parameter*/) override { FAIL(); }
     } handler;
-    static EventCenter center;  // static as `lines`: no argument of a sink leads to them
+    static EventCenter center;  // static as `lines`: a sink has no argument to pass state
     static Lines lines;
     Log::setCB([](int level, const char* fmt, va_list /*args*/) {
         lines.push_back(std::to_string(level) + " " + fmt);

@@ -17,7 +17,7 @@
 
 #include "support/log_capture.h"
 
-// If set, they replace what the kernel sends. Global, because no argument of recv() leads to them.
+// If set, they replace what the kernel sends. Global, because recv() has no argument to pass state.
 static Lines* answers = nullptr;
 
 extern "C" ssize_t recv(int socket, void* data, size_t size, int flags) {

@@ -11,7 +11,7 @@ TEST(Log, HandsLevelFormatAndArgumentsToTheSinkUnformatted) {
         int level;
         const char* format;
         int argument;
-    } received;  // static, because no argument of a sink leads to it
+    } received;  // static, because a sink has no argument to pass state
     static const char kFormat[] = "creating thread failed: err=%d";
     Log::log("NIVUR", LOG_ERROR, kFormat, 10);  // silent: there is no sink yet
     Log::setCB([](int level, const char* fmt, va_list args) {

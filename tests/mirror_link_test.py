@@ -35,14 +35,16 @@ def datagrams(link, way="a_to_b", what="in"):
 
 
 def stall(after, *processes):
-    """Stops each process for a second, `after` seconds after the one before. A stopped emulator carries nothing and then
-    everything at once. For a stopped end of a transfer the clock jumps."""
+    """Stops each process for a second, `after` seconds after the one before, and returns whether all ran until then. While the
+    emulator is stopped, packets wait, and then all arrive at once. A stopped sender or receiver sees its clock jump."""
+    ran = True
     for process in processes:
         time.sleep(after)
-        assert process.poll() is None, "it ended before it was stopped"
+        ran = ran and process.poll() is None
         process.send_signal(signal.SIGSTOP)
         time.sleep(1)
         process.send_signal(signal.SIGCONT)
+    return ran
 
 
 def send_file(size, conditions, sent_limit, lost_limit, seconds, stalls=False):
@@ -55,7 +57,7 @@ def send_file(size, conditions, sent_limit, lost_limit, seconds, stalls=False):
         began = time.monotonic()
         sender = start(link, "a", "send", "source", "--to", "10.77.0.2:7000", stdout=subprocess.DEVNULL)
         if stalls:
-            stall(0.5, link.process, receiver, sender)
+            assert stall(0.5, link.process, receiver, sender), "an end or the link ended before it was stopped"
         assert sender.wait(60) == 0, sender.stderr.read()
         assert receiver.wait(20) == 0, receiver.stderr.read()
         took = time.monotonic() - began
@@ -91,8 +93,8 @@ def wakes(process):
 
 
 def stream(conditions, latency, chunks, least_share, most_sent, stalls=False):
-    """A stream of 8 Mbit/s arrives within its latency and not early. Only its last quarter, which begins a second after
-    the stalls, and half of the rest must arrive if there are any. Then both ends are idle and do not wake up."""
+    """A stream of 8 Mbit/s arrives within its latency and not early. With stalls, only the last quarter, which begins a
+    second after them, and half of all chunks must be in time. Then both ends are idle and do not wake up."""
     times, counted = [], range(chunks * 3 // 4 if stalls else 0, chunks)
     with Link(conditions) as link:
         receiver = listen(link, "-", "--live", stdout=subprocess.PIPE)
@@ -116,13 +118,16 @@ def stream(conditions, latency, chunks, least_share, most_sent, stalls=False):
 
         writer = threading.Thread(target=write)
         writer.start()
-        staller = threading.Thread(target=stall, args=(1.3, *([link.process, receiver, sender] if stalls else [])))
+        stalled = [link.process, receiver, sender] if stalls else []
+        ran = []
+        staller = threading.Thread(target=lambda: ran.append(stall(1.3, *stalled)))
         staller.start()
         delays = {}
         while chunk := receiver.stdout.read(CHUNK):
             number, written = chunk.split()
             delays[int(number)] = (time.monotonic() - float(written)) * 1000
         staller.join()
+        assert ran == [True], "an end or the link ended before it was stopped"
         writer.join()
         assert sender.wait(20) == 0 and receiver.wait(20) == 0, sender.stderr.read()
     in_time = [number for number, delay in delays.items() if delay < latency + 500]  # the machine may be slow

@@ -221,6 +221,7 @@ TEST(MirrorLatencies, APercentileIsNeverTooLowAndHardlyTooHigh) {
         }
         std::sort(all.begin(), all.end());
         for (const unsigned int percent : {1U, 50U, 99U, 100U}) {
+            SCOPED_TRACE(std::to_string(most) + ", " + std::to_string(percent));
             const uint64_t exact = all[percent * 10 - 1];
             EXPECT_GE(latencies.percentile(percent), exact);
             EXPECT_LE(latencies.percentile(percent), exact + exact / 1000);

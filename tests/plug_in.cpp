@@ -16,6 +16,7 @@ const void* const all[] = {&NIVUR::Buffer::_checkByte, NIVUR::Buffer::_kParamete
 /// allocate. Returns true if all of them return, except the waiting post, which throws.
 extern "C" NIVUR_EXPORT bool runWithoutMemory(void (*run)(void (*)())) {
     using namespace NIVUR;
+    // Static, because the callback has no argument to pass state.
     static RunLoop loop("loop");
     static Thread thread;
     static Runnable* task = makeRunnable([] {});

@@ -359,7 +359,7 @@ struct SlowDump : Runnable {
     void run() override {}
     std::string dump() override {
         held.count();
-        SystemUtil::sleep(60);
+        SystemUtil::sleep(60);  // the time that the reset must not count
         freedAt = SystemUtil::getCPUTime();
         return {};
     }

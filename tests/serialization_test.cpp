@@ -105,6 +105,8 @@ TEST(Serialization, ReadsEveryShapeByTheTypeOfItsParts) {
     for (const auto& [text, record] : kCases) {
         const D read = Serialization::deserialize(text);
         EXPECT_EQ(Serialization::serialize(read), record) << text;
+        EXPECT_FALSE(read.hasKey("none")) << text;
+        EXPECT_EQ(read.getType("none"), D::TYPE_NONE) << text;
     }
     EXPECT_EQ(Serialization::deserialize(
                   R"({"a":"\u00fc\u07ff\u0800\uFfFf\ud800\udc00\udbff\udfff\"\\\/\b"})")

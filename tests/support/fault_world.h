@@ -8,7 +8,7 @@
 
 namespace NIVUR {
 
-/// What the objects of a test have done.
+/// Counts what the objects of a test do.
 struct Counts {
     std::atomic<int> living{0}, runs{0}, events{0};
     std::atomic<RunLoop*> called{nullptr};  // by destructors of tasks: its lock must not be held

@@ -11,7 +11,7 @@
 #include <vector>
 
 /// Collects the library's log lines, from any thread, as "LEVEL TEXT" while it exists. The lines
-/// are static, because no argument of a sink leads to them.
+/// are static, because a sink has no argument to pass state.
 class LogCapture {
   public:
     LogCapture() {

@@ -10,7 +10,7 @@
 
 namespace NIVUR {
 
-/// Has what the calls of sockets write to.
+/// The outputs that socket calls write to.
 class SocketTest : public testing::Test {
   protected:
     struct Refusal {
