@@ -71,7 +71,7 @@ inline std::string print(const Dictionary& d, bool written) {
     }
     std::string text;
     for (const auto& [name, value] : members)
-        text += value.empty() ? "" : name + ": " + value + ", ";
+        if (!value.empty()) text.append(name).append(": ").append(value).append(", ");
     return '{' + text + '}';
 }
 

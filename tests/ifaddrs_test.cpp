@@ -54,7 +54,9 @@ Lines listed(decltype(&getifaddrs) get = getifaddrs, decltype(&freeifaddrs) rele
             EXPECT_EQ(record->ifa_dstaddr, nullptr);
             EXPECT_EQ(record->ifa_data, nullptr);
             const uint32_t index = if_nametoindex(name.c_str());
-            EXPECT_EQ(family == AF_INET ? index : ipv6->sin6_scope_id, index);
+            const uint32_t scope = family == AF_INET6 ? ipv6->sin6_scope_id : index;
+            EXPECT_EQ(scope, index);
+            EXPECT_NE(family, AF_UNSPEC);
         }
         if ((family == AF_INET || family == AF_INET6) && !(record->ifa_flags & IFF_POINTOPOINT)) {
             lines.push_back(name + " " + text(record->ifa_addr) + " " + text(record->ifa_netmask) +

@@ -314,7 +314,7 @@ TEST(MirrorCongestion, FillsTheWayAndNoMore) {
 }
 
 TEST(MirrorCongestion, MakesRoomOnlyForALossInAStandingQueue) {
-    for (const uint64_t roundTripUs : {20'000, 40'000}) {
+    for (const uint64_t roundTripUs : {20'000U, 40'000U}) {
         Congestion congestion(0);
         RoundTrip roundTrip;
         uint64_t now = 0;
