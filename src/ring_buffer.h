@@ -63,8 +63,8 @@ class NIVUR_EXPORT RingBuffer : public NoCopyable {
     //
     // Only producers touch the free bytes, and only consumers the stored ones. Each side keeps a
     // `limit` for its total and reads the other side's total only when the limit does not suffice,
-    // so that the sides seldom share a cache line: 66 ns for 188 bytes between two processors,
-    // where a deque under one mutex takes 415 ns (docs/performance.md, "188 B, 2 threads, two
+    // so that the sides seldom share a cache line: 59 ns for 188 bytes between two processors,
+    // where a deque under one mutex takes 410 ns (docs/performance.md, "188 B, 2 threads, two
     // processors").
     //
     // Memory ordering: a side releases its total after it has copied; the other side acquires that

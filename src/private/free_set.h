@@ -12,7 +12,7 @@ namespace NIVUR {
 
 /// The set of a list's free buffers, by index. Any thread may call take() and giveBack(), which are
 /// lock-free. It is part of the BufferHome, which the list and each of its buffers keep alive.
-/// Taking and returning one of 4096 buffers takes 26 ns (docs/performance.md, "take and return,
+/// Taking and returning one of 4096 buffers takes 25 ns (docs/performance.md, "take and return,
 /// 4096 buffers, 1 thread").
 ///
 ///     hints     . . 1 0 1     bit n is set: word n may have a free index

@@ -13,7 +13,7 @@ namespace NIVUR {
 /// The lock-free stack through which posters pass tasks to a loop, and on which the loop sleeps.
 /// The loop takes all tasks at once and reverses them (R. K. Treiber, "Systems Programming: Coping
 /// with Parallelism", 1986). A post is one compare-and-exchange of the head, with no lock and no
-/// allocation: 95 ns between two processors, where the best peer takes 204 ns (docs/performance.md,
+/// allocation: 98 ns between two processors, where the best peer takes 213 ns (docs/performance.md,
 /// "post, 1 poster, two processors").
 ///
 /// The head is the address of the newest task, or one of three marks:
