@@ -1,32 +1,38 @@
 #ifndef MIRROR_CHECKSUM_H
 #define MIRROR_CHECKSUM_H
 
-#include <cinttypes>
+#include <sodium.h>
+
 #include <cstddef>
-#include <cstdint>
-#include <cstdio>
 #include <string>
 
 namespace mirror {
 
-/// A running 64-bit FNV-1a hash (Fowler, Noll, Vo), enough to detect accidental differences of two
-/// files.
+/// A running checksum of 128 bits, enough to detect accidental differences of two files: Poly1305
+/// (RFC 8439, section 2.5) with a key that everybody knows. It takes a third of the time of FNV-1a
+/// or BLAKE2b.
 class Checksum {
   public:
+    Checksum() { crypto_onetimeauth_init(&_state, kKey); }
+
     void add(const char* data, size_t size) {
-        for (size_t i = 0; i < size; ++i) {
-            _hash = (_hash ^ static_cast<unsigned char>(data[i])) * 0x100000001b3U;
-        }
+        crypto_onetimeauth_update(&_state, reinterpret_cast<const unsigned char*>(data), size);
     }
 
+    /// The checksum of all bytes so far, in hexadecimal.
     std::string text() const {
-        char hex[17];
-        std::snprintf(hex, sizeof(hex), "%016" PRIx64, _hash);
-        return hex;
+        unsigned char bytes[crypto_onetimeauth_BYTES];
+        char hex[2 * sizeof(bytes) + 1];
+        crypto_onetimeauth_state state = _state;
+        crypto_onetimeauth_final(&state, bytes);
+        return sodium_bin2hex(hex, sizeof(hex), bytes, sizeof(bytes));
     }
 
   private:
-    uint64_t _hash = 0xcbf29ce484222325U;
+    static constexpr unsigned char kKey[crypto_onetimeauth_KEYBYTES + 1] =
+        "mirror: checksum of a whole file";
+
+    crypto_onetimeauth_state _state{};
 };
 
 }  // namespace mirror
