@@ -9,8 +9,8 @@
 namespace mirror {
 
 /// A running checksum of 128 bits, enough to detect accidental differences of two files: Poly1305
-/// (RFC 8439, section 2.5) with a key that everybody knows. It takes a third of the time of FNV-1a
-/// or BLAKE2b.
+/// (RFC 8439, section 2.5) with a key that everybody knows. It takes about a third of the time of
+/// FNV-1a.
 class Checksum {
   public:
     Checksum() { crypto_onetimeauth_init(&_state, kKey); }
